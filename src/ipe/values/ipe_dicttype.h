@@ -1,0 +1,127 @@
+// IPE_DictType: the dictionary, an open-addressed table over a fixed list of prime capacities, and the native
+// helpers.
+//
+// With hash h and capacity c the i-th probe is ((h mod (c - 2) + 1) * i + h mod c) mod c. A free slot ends a
+// search, a tombstone is passed over. Keys and values are counted handles, stored and never copied. Iteration
+// is in slot order. A dictionary belongs to one thread; one that has been cleared refuses every access with
+// RuntimeError "Dict is being accessed after clear() has been called."
+//
+// Hints. A caller that looks the same interned name up again and again keeps a word beside it; the word
+// remembers the slot. A hint is only ever a guess: the slot counts when it holds the very key object, so a
+// wrong hint costs one compare and can be shared between dictionaries of like history.
+#pragma once
+
+#include "ipe/object/ipe_arguments.h"
+#include "ipe/object/ipe_type.h"
+#include "ipe/values/ipe_stringtype.h"
+
+class IPE_DictType final : public IPE_Type {
+  public:
+    static const char TypeName[];
+    IPE_DictType();
+    ~IPE_DictType() override;
+
+    // --- Native access. Results are borrowed and die with the next change of the dictionary.
+    int32_t count() const {
+        check();
+        return count_;
+    }
+    // The value, or null when absent. A null key is an assertion; a key without __hash__ raises TypeError.
+    IPE_Type* find(const IPE_Object& key);
+    IPE_Type* findText(std::string_view key);
+    IPE_Type* findName(IPE_StringType* name);
+    IPE_Type* findHinted(IPE_StringType* name, uint32_t& hint) {
+        if (hint < capacity_ && keys_[hint] == name && !cleared_) [[likely]]
+            return values_[hint];
+        return findSlow(name, hint);
+    }
+    // Inserts or replaces. Null key or value: RuntimeError "Null objects passed to
+    // IPE_DictType::__setitem__".
+    void set(const IPE_Object& key, IPE_Object value);
+    void setText(std::string_view key, IPE_Object value);
+    void setName(IPE_StringType* name, IPE_Object value);
+    void setHinted(IPE_StringType* name, IPE_Object value, uint32_t& hint) {
+        if (hint < capacity_ && keys_[hint] == name && !cleared_) [[likely]] {
+            IPE_Type* old = values_[hint];
+            values_[hint] = static_cast<IPE_Type*>(value.detach());
+            old->release();
+            return;
+        }
+        setSlow(name, std::move(value), hint);
+    }
+    // Leaves a tombstone; false when the key was absent.
+    bool remove(const IPE_Object& key);
+    bool removeText(std::string_view key);
+
+    // Iteration in slot order: for (uint32_t i = 0; i < slots(); ++i) if (EPA_Counted* k = keyAt(i)) ...
+    // valueAt(i).
+    uint32_t slots() const noexcept { return capacity_; }
+    IPE_Type* keyAt(uint32_t slot) const noexcept;  // null for free and deleted slots
+    IPE_Type* valueAt(uint32_t slot) const noexcept { return values_[slot]; }
+    // New list of the keys in slot order; sort is 0, 'A' or 'D'.
+    IPE_Object keys(char sort = 0);
+    // Drops every entry, keeping the dictionary usable and its capacity if that is small (recycled
+    // namespaces).
+    void recycle() noexcept;
+    // Takes over every entry of `other`, replacing.
+    void update(IPE_DictType& other);
+    bool isCleared() const noexcept { return cleared_; }
+
+    // --- Script operations.
+    IPE_Object __callmethod__(int method, const IPE_Arguments& arguments) override;
+    int __cmp__(const IPE_Object& other) override;
+    uint32_t __hash__() override;
+    IPE_Object __copy__() override;
+    int32_t __len__() override { return count(); }
+    void __str__(IPE_PrintContext& context, IPE_StackList& stack) override;
+    void __repr__(IPE_PrintContext& context, IPE_StackList& stack) override;
+    IPE_Object translate(IPE_StackList& stack) override;
+    void save(EPA_DataOutput& out) override;
+    IPE_Object __getattr__(const IPE_Object& key, int depth) override;
+    void __setattr__(const IPE_Object& key, const IPE_Object& value) override { set(key, value); }
+    IPE_Object __getitem__(const IPE_Object& key) override;
+    void __setitem__(const IPE_Object& key, const IPE_Object& value) override { set(key, value); }
+    void __delitem__(const IPE_Object& key) override { remove(key); }
+    IPE_Object __getname__() override;
+    void clear() override;
+
+  private:
+    void check() const {
+        if (cleared_) [[unlikely]]
+            accessAfterClear();
+    }
+    [[noreturn]] static void accessAfterClear(const char* kind = "Dict");
+    IPE_Type* findSlow(IPE_StringType* name, uint32_t& hint);
+    void setSlow(IPE_StringType* name, IPE_Object value, uint32_t& hint);
+    template <class Same>
+    int64_t probe(uint32_t hash, Same&& same) const;
+    uint32_t insert(uint32_t hash, IPE_Object key, IPE_Object value);
+    void grow();
+    void allocate(int prime);
+    void dropAll() noexcept;
+
+    // One block of the runtime's allocator: capacity keys, capacity values, capacity hashes.
+    IPE_Type** keys_ = nullptr;
+    IPE_Type** values_ = nullptr;
+    uint32_t* hashes_ = nullptr;
+    uint32_t capacity_ = 0;
+    int32_t count_ = 0;
+    uint8_t prime_ = 0;  // index into the list of capacities
+    bool cleared_ = false;
+};
+
+inline IPE_Object IPE_NewDict() { return IPE_New<IPE_DictType>(); }
+inline IPE_DictType* PyDict_SafeCast(const IPE_Object& object) {
+    return IPE_SafeCast<IPE_DictType>(object, "PyDict_SafeCast");
+}
+
+// Native helpers over dict handles; a handle of another type raises through PyDict_SafeCast.
+// Required fetches: absent raises KeyError "$key" with the field key.
+IPE_Object IPE_Dict_Get(const IPE_Object& dict, std::string_view key);
+std::string IPE_Dict_GetString(const IPE_Object& dict, std::string_view key);
+int64_t IPE_Dict_GetInt64(const IPE_Object& dict, std::string_view key);
+// Fetches with a default.
+int32_t IPE_Dict_GetInt32(const IPE_Object& dict, std::string_view key, int32_t absent);
+int64_t IPE_Dict_GetInt64(const IPE_Object& dict, std::string_view key, int64_t absent);
+std::string IPE_Dict_GetString(const IPE_Object& dict, std::string_view key, std::string_view absent);
+void IPE_Dict_Set(const IPE_Object& dict, std::string_view key, IPE_Object value);
