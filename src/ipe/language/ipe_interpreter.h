@@ -1,0 +1,182 @@
+// IPE_Interpreter: runs programs straight from their tokens.
+//
+// One interpreter serves one thread; every script thread makes its own and imports for itself. Its parts
+// stand in files by what they read: statements (ipe_statements.cpp), compound statements (ipe_compound.cpp),
+// expressions (ipe_expressions.cpp), calls and `def` (ipe_calls.cpp), import (ipe_import.cpp).
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "ipe/language/ipe_codetype.h"
+#include "ipe/language/ipe_frame.h"
+#include "ipe/language/ipe_moduleshared.h"
+#include "ipe/language/ipe_program.h"
+#include "ipe/object/ipe_arguments.h"
+
+// The arguments of a call while they are gathered: eight in place, more on the heap, keywords only when there
+// are any.
+class IPE_ArgumentBuffer {
+  public:
+    IPE_ArgumentBuffer() noexcept {}
+    ~IPE_ArgumentBuffer();
+    IPE_ArgumentBuffer(const IPE_ArgumentBuffer&) = delete;
+    IPE_ArgumentBuffer& operator=(const IPE_ArgumentBuffer&) = delete;
+    void push(IPE_Object value) {
+        if (count_ == capacity_) [[unlikely]]
+            grow();
+        new (items_ + count_++) IPE_Object(std::move(value));
+    }
+    void keyword(const IPE_Object& name, IPE_Object value);
+    IPE_Object keywords;  // DictType or null
+    int count() const noexcept { return count_; }
+    IPE_Object* items() noexcept { return items_; }
+    IPE_Arguments arguments() const noexcept { return IPE_Arguments(items_, count_, keywords); }
+
+  private:
+    static constexpr int InPlace = 8;
+    void grow();
+    alignas(IPE_Object) unsigned char place_[InPlace * sizeof(IPE_Object)];
+    IPE_Object* items_ = reinterpret_cast<IPE_Object*>(place_);
+    int count_ = 0;
+    int capacity_ = InPlace;
+};
+
+class IPE_Interpreter {
+  public:
+    // MaximumDepth itself may be entered; one deeper raises SandboxError.
+    static constexpr int MaximumDepth = 100;
+
+    IPE_Interpreter();
+    // Clears the root namespace, the loaded modules and the built-ins, which breaks the cycles of functions.
+    ~IPE_Interpreter();
+    IPE_Interpreter(const IPE_Interpreter&) = delete;
+    IPE_Interpreter& operator=(const IPE_Interpreter&) = delete;
+
+    // Imports the module by path over the root namespace, which runs its top level.
+    void run(std::string_view module);
+    void run(const IPE_Object& module) { run(module->c_str()); }
+
+    // --- Statements. Each leaves the cursor as told beside it.
+    void runBlock(IPE_Frame& frame, IPE_ProgramLine& source);
+    void runStatement(IPE_Frame& frame, IPE_ProgramLine& source);
+    // Runs one simple statement from text.
+    void execute(IPE_Frame& frame, std::string_view text);
+
+    // --- Expressions. Each leaves the cursor on the first token it does not use.
+    IPE_Object evaluate(IPE_Frame& frame, IPE_ProgramLine& source, bool stopFlag = false,
+                        bool* stopped = nullptr);
+    IPE_Object primary(IPE_Frame& frame, IPE_ProgramLine& source);
+    bool condition(IPE_Frame& frame, IPE_ProgramLine& source, uint8_t terminator, IPE_Object* left = nullptr);
+
+    // --- Names. Null when there is none.
+    IPE_Object lookup(IPE_Frame& frame, IPE_StringType* name, bool skipLocals = false);
+
+    // --- Calls.
+    IPE_Object call(IPE_CodeType& code, const IPE_Arguments& arguments, const IPE_Object* receiver = nullptr);
+
+    // --- Import: runs a registered module's lines in `frame`.
+    void importStored(IPE_Frame& frame, const IPE_StoredTokens& stored, const std::string& file);
+    // A module by path as the `import` statement finds it, with its namespace; null if missing and not
+    // required.
+    IPE_Object importModule(IPE_Frame& frame, std::string_view path, bool mustExist);
+
+    [[noreturn]] static void syntaxFault(IPE_ProgramLine& source);
+    [[noreturn]] static void indentFault(IPE_ProgramLine& source, int need);
+
+    IPE_Program& program() noexcept { return program_; }
+    IPE_ModuleBuiltin& builtins() noexcept { return *builtins_.as<IPE_ModuleBuiltin>(); }
+    IPE_ModuleShared& root() noexcept { return *root_.as<IPE_ModuleShared>(); }
+    IPE_ModuleShared& loaded() noexcept { return *loaded_.as<IPE_ModuleShared>(); }
+    const IPE_Object& builtinsObject() const noexcept { return builtins_; }
+    const IPE_Object& rootObject() const noexcept { return root_; }
+    // The value of a `return` that no function frame took.
+    IPE_Object result;
+    bool tracing, profiling;
+
+    // The process-wide defaults that new interpreters copy.
+    static std::atomic<bool> traceByDefault, profileByDefault;
+    // The interpreter of the calling thread's current frame, or null.
+    static IPE_Interpreter* current() noexcept;
+
+  private:
+    friend class IPE_CodeType;
+    using Line = IPE_ProgramLine;
+
+    // Statements.
+    void identifierStatement(IPE_Frame& frame, Line& source);
+    void assignNames(IPE_Frame& frame, Line& source);
+    void chainStatement(IPE_Frame& frame, Line& source, IPE_Object value);
+    void printStatement(IPE_Frame& frame, Line& source);
+    void delStatement(IPE_Frame& frame, Line& source);
+    void execStatement(IPE_Frame& frame, Line& source);
+    void assertStatement(IPE_Frame& frame, Line& source);
+    void raiseStatement(IPE_Frame& frame, Line& source);
+    void returnStatement(IPE_Frame& frame, Line& source);
+    void decoratorLine(IPE_Frame& frame, Line& source);
+    void usingStatement(IPE_Frame& frame, Line& source);
+    void ifStatement(IPE_Frame& frame, Line& source);
+    void whileStatement(IPE_Frame& frame, Line& source);
+    void forStatement(IPE_Frame& frame, Line& source);
+    void withStatement(IPE_Frame& frame, Line& source);
+    void tryStatement(IPE_Frame& frame, Line& source);
+    void classStatement(IPE_Frame& frame, Line& source);
+    void defStatement(IPE_Frame& frame, Line& source);
+    void importStatement(IPE_Frame& frame, Line& source);
+    void fromStatement(IPE_Frame& frame, Line& source);
+    void afterException(IPE_Frame& frame, Line& source, uint32_t tryLine, uint8_t indent,
+                        const XPK_Exception& exception, const IPE_Object& logger);
+    void doBreak(IPE_Frame& frame);
+    void doContinue(IPE_Frame& frame);
+    void doReturn(IPE_Frame& frame, IPE_Object value);
+    void requireDeeper(Line& source, uint8_t indent);
+    void expect(Line& source, uint8_t kind);
+    void openBlock(Line& source);
+    void skipElse(Line& source, uint8_t indent);
+
+    // Expressions.
+    IPE_Object operand(IPE_Frame& frame, Line& source);
+    IPE_Object chain(IPE_Frame& frame, Line& source, IPE_Object value);
+    IPE_Object sequenceDisplay(IPE_Frame& frame, Line& source, uint8_t close);
+    IPE_Object dictDisplay(IPE_Frame& frame, Line& source);
+    IPE_Object dirExpression(IPE_Frame& frame, Line& source);
+    IPE_Object subscript(IPE_Frame& frame, Line& source, const IPE_Object& value);
+    IPE_Object slice(IPE_Frame& frame, Line& source, const IPE_Object& value, const IPE_Object& begin);
+    IPE_Object attribute(Line& source, const IPE_Object& value, IPE_TokenEntry& name);
+    bool callMethodDirectly(IPE_Frame& frame, Line& source, const IPE_Object& value, IPE_TokenEntry& name,
+                            IPE_Object& result);
+    IPE_Object callValue(IPE_Frame& frame, Line& source, const IPE_Object& callee,
+                         const IPE_Object* receiver);
+    void parseArguments(IPE_Frame& frame, Line& source, IPE_ArgumentBuffer& arguments);
+    bool term(IPE_Frame& frame, Line& source, uint8_t terminator, IPE_Object* left);
+    static bool contains(const IPE_Object& value, const IPE_Object& container);
+    static IPE_Object binary(uint8_t kind, const IPE_Object& left, const IPE_Object& right);
+    IPE_Object nameValue(IPE_Frame& frame, IPE_TokenEntry& token);
+    IPE_Object specialName(IPE_Frame& frame, IPE_StringType* name);
+    void assignName(IPE_Frame& frame, IPE_TokenEntry& token, IPE_Object value);
+
+    // Calls and def.
+    void bindParameters(IPE_CodeType& code, const IPE_Arguments& arguments, const IPE_Object* receiver,
+                        IPE_ModuleShared& locals, Line& source);
+    IPE_Object convert(const IPE_Object& converter, const IPE_Object& value, IPE_CodeType& code,
+                       const IPE_CodeType::Parameter& parameter, const IPE_Arguments& arguments, bool isType);
+    void defParameters(IPE_Frame& frame, Line& source, IPE_CodeType& code);
+    void defSignature(IPE_CodeType& code, Line& source, const IPE_Object& raises);
+    IPE_Object applyDecorators(IPE_Frame& frame, IPE_Object code);
+    // Locals of calls, recycled while nobody else holds them.
+    IPE_Object takeLocals();
+    void giveLocals(IPE_Object locals) noexcept;
+    void checkStack() const {
+        if (static_cast<const char*>(__builtin_frame_address(0)) < stackLimit_) [[unlikely]]
+            stackExhausted();
+    }
+    [[noreturn]] static void stackExhausted();
+
+    IPE_Program program_;
+    IPE_Object builtins_, root_, loaded_;
+    IPE_Object aspectKey_;
+    std::vector<IPE_Object> spareLocals_;
+    const char* stackLimit_ = nullptr;
+};
+
+// The namespace hooks that the names `tls` and `tls_luacode` resolve to are the passport's.
