@@ -144,7 +144,7 @@ XPK_MemoryException::XPK_MemoryException(const char* file, int line)
 
 void XPK_AssertFailed(const char* file, int line) { throw XPK_AssertException(file, line); }
 
-XPK_Raise::XPK_Raise(std::string_view type, std::string_view show, std::source_location where)
+XPK_Raise::XPK_Raise(std::string_view type, std::string_view show, XPK_Place where)
     : type_(type), show_(show), where_(where) {}
 
 XPK_Raise::~XPK_Raise() = default;
@@ -167,9 +167,7 @@ XPK_Raise& XPK_Raise::fields(std::string_view list) {
     return *this;
 }
 
-void XPK_Raise::raise() {
-    throw XPK_Exception(where_.file_name(), static_cast<int>(where_.line()), type_, fields_, show_);
-}
+void XPK_Raise::raise() { throw XPK_Exception(where_.file, where_.line, type_, fields_, show_); }
 
 std::string XPK_DecodeError(int error) {
     char buffer[256] = {};
@@ -178,7 +176,7 @@ std::string XPK_DecodeError(int error) {
     return text;
 }
 
-void XPK_ThrowSystemError(const char* api, int error, std::source_location where) {
+void XPK_ThrowSystemError(const char* api, int error, XPK_Place where) {
     if (error == 0) return;
     XPK_Raise("RuntimeError", "$api ($errno) $decode", where)
         .number("errno", error)

@@ -11,7 +11,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <source_location>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -19,6 +18,16 @@
 
 #include "runtime/ipe_object.h"
 #include "runtime/xpk_threadstate.h"
+
+// A place in the source: as a default argument, the caller's. (clang 14 has no std::source_location.)
+struct XPK_Place {
+    const char* file;
+    int line;
+    static constexpr XPK_Place current(const char* file = __builtin_FILE(),
+                                       int line = __builtin_LINE()) noexcept {
+        return {file, line};
+    }
+};
 
 // Everything native about one failure. Immutable once built. At most 128 fields of each kind.
 struct XPK_ExceptionRecord {
@@ -75,8 +84,7 @@ class XPK_MemoryException : public XPK_Exception {
 // the order given unless fields() says otherwise.
 class XPK_Raise {
   public:
-    XPK_Raise(std::string_view type, std::string_view show,
-              std::source_location where = std::source_location::current());
+    XPK_Raise(std::string_view type, std::string_view show, XPK_Place where = XPK_Place::current());
     ~XPK_Raise();
     XPK_Raise(const XPK_Raise&) = delete;
     XPK_Raise& operator=(const XPK_Raise&) = delete;
@@ -87,7 +95,7 @@ class XPK_Raise {
 
   private:
     std::string type_, show_, fields_;
-    std::source_location where_;
+    XPK_Place where_;
     bool listed_ = false;
     XPK_TraceScope scope_;
 };
@@ -99,8 +107,7 @@ class XPK_Raise {
 std::string XPK_DecodeError(int error);
 // Nothing when `error` is 0; otherwise RuntimeError "$api ($errno) $decode" with the fields api, errno,
 // decode.
-void XPK_ThrowSystemError(const char* api, int error,
-                          std::source_location where = std::source_location::current());
+void XPK_ThrowSystemError(const char* api, int error, XPK_Place where = XPK_Place::current());
 
 // The script side of an exception. The interpreter registers both when it comes up: one makes the details
 // dictionary of a record on the current thread, the other reads a record's parts back out of a dictionary.

@@ -5,9 +5,10 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
+
 #include <string_view>
 
+#include "runtime/epa_lock.h"
 #include "runtime/xpk_memory.h"
 
 class EPA_ThreadPassportImpl;
@@ -48,7 +49,7 @@ struct XPK_ThreadState {
     const char* apiFile = nullptr;
     const char* apiName = nullptr;
     XPK_PoolCache pools;
-    std::recursive_mutex lock;
+    EPA_RecursiveLock lock;  // becomes the passport's lock when the thread announces itself
     XPK_Trace trace;
     // Script frames: call-level frames only, innermost last.
     int scriptFrames = 0;
