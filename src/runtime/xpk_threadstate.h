@@ -20,6 +20,7 @@ struct XPK_Trace {
     static constexpr int FrameLimit = 512;
     static constexpr int EntryLimit = 128;
     static constexpr int TextLimit = 8192;
+    static constexpr int ValueLimit = 255;  // bytes kept of a value
     struct Frame {
         uint16_t numbers, strings, free;
     };
