@@ -65,7 +65,7 @@ struct ClassTable {
 constexpr ClassTable classes;
 
 void* heapBlock(size_t size) {
-    void* raw = size > SIZE_MAX - Word ? nullptr : malloc(size + Word);
+    void* raw = size > PTRDIFF_MAX - Word ? nullptr : malloc(size + Word);
     if (!raw) throw XPK_MemoryException(__FILE__, __LINE__);
     void* block = static_cast<char*>(raw) + Word;
     chunkOf(block) = nullptr;
