@@ -51,8 +51,7 @@ class Service : public testing::Test {
 
     void TearDown() override {
         ServiceStatus status;
-        manager->control(name, kControlStop, status);
-        awaitState(ServiceState::stopped);
+        if (manager->control(name, kControlStop, status) == 0) awaitState(ServiceState::stopped);
         std::string command = "rm -rf '" + root + "'";
         EXPECT_EQ(system(command.c_str()), 0);
     }
@@ -99,6 +98,7 @@ TEST(ServiceRole, DISABLED_run) {
         out << "marker " << environmentGet(kServiceVariable, left) << " "
             << environmentGet("NOTIFY_SOCKET", left) << "\n";
         ServiceStatus status;
+        status.state = ServiceState::running;
         status.accepted = kAcceptStop | kAcceptPauseContinue;
         session.registerHandler([&, status](uint32_t code) mutable {
             out << "control " << code << std::endl;
@@ -111,7 +111,6 @@ TEST(ServiceRole, DISABLED_run) {
                 session.report(status);
         });
         EXPECT_EQ(session.registerHandler([](uint32_t) {}), EBUSY);
-        status.state = ServiceState::running;
         session.report(status);
         while (!stop) usleep(5'000);
         status.state = ServiceState::stopPending;
