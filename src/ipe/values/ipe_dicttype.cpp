@@ -124,6 +124,15 @@ IPE_Type* IPE_DictType::findName(IPE_StringType* name) {
 
 IPE_Type* IPE_DictType::findSlow(IPE_StringType* name, uint32_t& hint) {
     check();
+    if (capacity_ == 0) return nullptr;
+    // Most misses end in the first slot: a name that is not here but in an outer namespace.
+    const Capacity& capacity = capacities[prime_];
+    uint32_t home = remainder(name->hash(), capacity.sizeInverse, capacity.size);
+    if (!keys_[home]) return nullptr;
+    if (keys_[home] == name) {
+        hint = home;
+        return values_[home];
+    }
     Place place = probeText(name->hash(), name->view(), name->isInterned() ? name : nullptr);
     if (!place.found) return nullptr;
     hint = place.slot;

@@ -6,10 +6,10 @@
 // is in slot order. A dictionary belongs to one thread; one that has been cleared refuses every access with
 // RuntimeError "Dict is being accessed after clear() has been called."
 //
-// A new dictionary has capacity 7 and allocates with its first entry. It grows to the next prime when an insert
-// finds more than (c / 3) * 2 + 2 entries. Deleted entries leave tombstones, which later inserts reuse; when an
-// insert finds fewer than an eighth of the slots of a larger table free, the table is built anew at its size, so
-// that a dictionary used as a queue stays fast.
+// A new dictionary has capacity 7 and allocates with its first entry. It grows to the next prime when an
+// insert finds more than (c / 3) * 2 + 2 entries. Deleted entries leave tombstones, which later inserts
+// reuse; when an insert finds fewer than an eighth of the slots of a larger table free, the table is built
+// anew at its size, so that a dictionary used as a queue stays fast.
 //
 // Hints. A caller that looks the same interned name up again and again keeps a word beside it; the word
 // remembers the slot. A hint is only ever a guess: the slot counts when it holds the very key object, so a
@@ -54,6 +54,22 @@ class IPE_DictType final : public IPE_Type {
         }
         setSlow(name, std::move(value), hint);
     }
+    // As setName, noting the slot.
+    void setSlow(IPE_StringType* name, IPE_Object value, uint32_t& hint);
+    // Empty with this capacity: names entered in a fixed order then land in fixed slots.
+    bool isFresh(uint32_t capacity) const noexcept {
+        return capacity_ == capacity && count_ == 0 && tombstones_ == 0 && !cleared_;
+    }
+    // Enters a name that is not there at the slot where a dictionary of the same capacity and history has it.
+    void place(IPE_StringType* name, IPE_Object value, uint32_t& slot) {
+        if (keys_[slot]) [[unlikely]]
+            return setSlow(name, std::move(value), slot);
+        name->retain();
+        keys_[slot] = name;
+        values_[slot] = static_cast<IPE_Type*>(value.detach());
+        hashes_[slot] = name->hash();
+        ++count_;
+    }
     // Leaves a tombstone; false when the key was absent.
     bool remove(const IPE_Object& key);
     bool removeText(std::string_view key);
@@ -71,8 +87,8 @@ class IPE_DictType final : public IPE_Type {
     // Takes over every entry of `other`, replacing.
     void update(IPE_DictType& other);
     bool isCleared() const noexcept { return cleared_; }
-    // The number of a method for __callmethod__, or -1 when there is none of this name: the attribute is then an
-    // entry.
+    // The number of a method for __callmethod__, or -1 when there is none of this name: the attribute is then
+    // an entry.
     static int methodNumber(std::string_view name) noexcept;
 
     // --- Script operations.
@@ -101,7 +117,6 @@ class IPE_DictType final : public IPE_Type {
     [[noreturn]] static void accessAfterClear(
         const char* text = "Dict is being accessed after clear() has been called.");
     IPE_Type* findSlow(IPE_StringType* name, uint32_t& hint);
-    void setSlow(IPE_StringType* name, IPE_Object value, uint32_t& hint);
 
     // A place along a probe sequence: the slot of the key, or where it would go.
     struct Place {
