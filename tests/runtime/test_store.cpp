@@ -106,7 +106,7 @@ TEST_F(Store, Operations) {
     EXPECT_EQ(run(store, "list_remove", S("l"), IPE_Int(1)), IPE_True());
     EXPECT_EQ(run(store, "list_remove", S("l"), IPE_Int(9)), IPE_False());
     EXPECT_EQ(run(store, "list_remove", S("no list"), IPE_Int(9)), IPE_False());
-    EXPECT_EQ(IPE_Object_ToString(store.get("l")), "[2,1]");
+    EXPECT_EQ(IPE_Object_ToString(store.get("l")), "[2, 1]");
 
     run(store, "dict_list_append", S("d"), S("k"), S("v"));
     EXPECT_EQ(run(store, "dict_list_remove", S("d"), S("other"), S("v")), IPE_False());
