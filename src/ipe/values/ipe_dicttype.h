@@ -6,10 +6,10 @@
 // is in slot order. A dictionary belongs to one thread; one that has been cleared refuses every access with
 // RuntimeError "Dict is being accessed after clear() has been called."
 //
-// A new dictionary has capacity 7 and allocates with its first entry. It grows to the next prime when an insert
-// finds more than (c / 3) * 2 + 2 entries. Deleted entries leave tombstones, which later inserts reuse; when an
-// insert finds fewer than an eighth of the slots of a larger table free, the table is built anew at its size, so
-// that a dictionary used as a queue stays fast.
+// A new dictionary has capacity 7 and allocates with its first entry. It grows to the next prime when an
+// insert finds more than (c / 3) * 2 + 2 entries. Deleted entries leave tombstones, which later inserts
+// reuse; when an insert finds fewer than an eighth of the slots of a larger table free, the table is built
+// anew at its size, so that a dictionary used as a queue stays fast.
 //
 // Hints. A caller that looks the same interned name up again and again keeps a word beside it; the word
 // remembers the slot. A hint is only ever a guess: the slot counts when it holds the very key object, so a
@@ -71,8 +71,8 @@ class IPE_DictType final : public IPE_Type {
     // Takes over every entry of `other`, replacing.
     void update(IPE_DictType& other);
     bool isCleared() const noexcept { return cleared_; }
-    // The number of a method for __callmethod__, or -1 when there is none of this name: the attribute is then an
-    // entry.
+    // The number of a method for __callmethod__, or -1 when there is none of this name: the attribute is then
+    // an entry.
     static int methodNumber(std::string_view name) noexcept;
 
     // --- Script operations.
