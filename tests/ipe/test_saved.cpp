@@ -3,6 +3,7 @@
 
 #include <cmath>
 
+#include "components/netcode.h"
 #include "ipe/values/ipe_packed.h"
 #include "ipe/values/ipe_savedreader.h"
 #include "values_testing.h"
@@ -136,22 +137,23 @@ TEST_F(Saved, PackedTextKeepsTextAndMark) {
     for (const std::string& text : {std::string(), std::string("{'a': 1}"), std::string(500000, 'z')}) {
         std::string packed = IPE_PackText(text), marked = IPE_PackText(text, true);
         EXPECT_EQ(marked, "~" + packed);
-        EXPECT_EQ(IPE_UnpackText(packed), text);
-        EXPECT_EQ(IPE_UnpackText(marked), text);
+        EXPECT_EQ(IPE_Unpack(packed), text);
+        EXPECT_EQ(IPE_Unpack(marked), text);
     }
     std::string block;
-    ASSERT_TRUE(IPE_Base64Decode(IPE_PackText("abc"), block));
+    ASSERT_EQ(NetCode_Decode(NetCodeBase64, IPE_PackText("abc"), block), NetCodeOk);
     EXPECT_EQ(block.substr(0, 5), std::string("\0\x04\0\0\0", 5));
     EXPECT_EQ(IPE_UnpackBlock(block), std::string("abc\0", 4));
 }
 
 TEST_F(Saved, PackedReaderTakesBothLengthsAndNothingMore) {
     const std::string with("abc\0", 4);
-    EXPECT_EQ(IPE_UnpackText(IPE_Base64Encode(blockOf("abc", 3))), "abc");
-    EXPECT_EQ(IPE_UnpackText(IPE_Base64Encode(blockOf(with, 3))), "abc");
-    EXPECT_EQ(IPE_UnpackText(IPE_Base64Encode(blockOf("abc", 4))), "abc");
+    EXPECT_EQ(IPE_Unpack(NetCode_Encode(NetCodeBase64, blockOf("abc", 3))), "abc");
+    EXPECT_EQ(IPE_Unpack(NetCode_Encode(NetCodeBase64, blockOf(with, 3))), "abc");
+    EXPECT_EQ(IPE_Unpack(NetCode_Encode(NetCodeBase64, blockOf("abc", 4))), "abc");
     auto refused = [](const std::string& block) {
-        return raised([&] { IPE_UnpackText(IPE_Base64Encode(block)); }).starts_with("AssertionError");
+        return raised([&] { IPE_Unpack(NetCode_Encode(NetCodeBase64, block)); })
+            .starts_with("AssertionError");
     };
     EXPECT_TRUE(refused(blockOf(std::string(100000, 'x'), 10)));
     EXPECT_TRUE(refused(blockOf("abc", 0x40000001)));
@@ -159,20 +161,7 @@ TEST_F(Saved, PackedReaderTakesBothLengthsAndNothingMore) {
     EXPECT_TRUE(refused(""));
     std::string block = blockOf("some text", 10);
     for (size_t size = 0; size < block.size(); ++size) EXPECT_TRUE(refused(block.substr(0, size))) << size;
-    EXPECT_TRUE(raised([] { IPE_UnpackText("~***"); }).starts_with("AssertionError"));
-}
-
-TEST_F(Saved, Base64) {
-    std::string bytes;
-    for (auto [plain, text] :
-         {std::pair("", ""), {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}}) {
-        EXPECT_EQ(IPE_Base64Encode(plain), text);
-        EXPECT_TRUE(IPE_Base64Decode(text, bytes));
-        EXPECT_EQ(bytes, plain);
-    }
-    EXPECT_TRUE(IPE_Base64Decode("Zm\r\n 9v", bytes) && bytes == "foo");
-    EXPECT_FALSE(IPE_Base64Decode("Zm9vY", bytes));
-    EXPECT_FALSE(IPE_Base64Decode("Zm-_", bytes));
+    EXPECT_TRUE(raised([] { IPE_Unpack("~***"); }).starts_with("AssertionError"));
 }
 
 }  // namespace

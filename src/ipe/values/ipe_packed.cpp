@@ -4,24 +4,14 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <array>
 
+#include "components/netcode.h"
 #include "runtime/xpk_exception.h"
 
 namespace {
 
 constexpr size_t HeaderSize = 5;
 constexpr uint32_t LengthLimit = 1u << 30;
-constexpr char Digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-constexpr std::array<int8_t, 256> digitValues() {
-    std::array<int8_t, 256> values{};
-    values.fill(-1);
-    for (int8_t i = 0; i < 64; ++i) values[static_cast<unsigned char>(Digits[i])] = i;
-    return values;
-}
-constexpr auto DigitValues = digitValues();
-
 // Ends the stream on every way out.
 struct Inflater {
     z_stream stream{};
@@ -30,44 +20,6 @@ struct Inflater {
 };
 
 }  // namespace
-
-std::string IPE_Base64Encode(std::string_view bytes) {
-    std::string text;
-    text.reserve((bytes.size() + 2) / 3 * 4);
-    auto byte = [&](size_t i) { return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0u; };
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        uint32_t group = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
-        text += Digits[group >> 18];
-        text += Digits[group >> 12 & 63];
-        text += i + 1 < bytes.size() ? Digits[group >> 6 & 63] : '=';
-        text += i + 2 < bytes.size() ? Digits[group & 63] : '=';
-    }
-    return text;
-}
-
-bool IPE_Base64Decode(std::string_view text, std::string& bytes) {
-    bytes.clear();
-    bytes.reserve(text.size() / 4 * 3);
-    uint32_t group = 0;
-    int count = 0;
-    for (char c : text) {
-        if (c == ' ' || c == '\t' || c == '\r' || c == '\n') continue;
-        if (c == '=') break;
-        int value = DigitValues[static_cast<unsigned char>(c)];
-        if (value < 0) return false;
-        group = group << 6 | static_cast<uint32_t>(value);
-        if (++count < 4) continue;
-        bytes += static_cast<char>(group >> 16);
-        bytes += static_cast<char>(group >> 8);
-        bytes += static_cast<char>(group);
-        group = 0;
-        count = 0;
-    }
-    if (count == 1) return false;
-    if (count >= 2) bytes += static_cast<char>(count == 2 ? group >> 4 : group >> 10);
-    if (count == 3) bytes += static_cast<char>(group >> 2);
-    return true;
-}
 
 std::string IPE_PackText(std::string_view text, bool marked) {
     XPK_Assert(text.size() < LengthLimit);
@@ -80,7 +32,7 @@ std::string IPE_PackText(std::string_view text, bool marked) {
                            reinterpret_cast<const Bytef*>(source.c_str()), size, 9);
     XPK_Assert(result == Z_OK);
     block.resize(HeaderSize + packed);
-    return (marked ? "~" : "") + IPE_Base64Encode(block);
+    return (marked ? "~" : "") + NetCode_Encode(NetCodeBase64, block);
 }
 
 std::string IPE_UnpackBlock(std::string_view block) {
@@ -113,10 +65,10 @@ std::string IPE_UnpackBlock(std::string_view block) {
     }
 }
 
-std::string IPE_UnpackText(std::string_view packed) {
+std::string IPE_Unpack(std::string_view packed) {
     if (!packed.empty() && packed[0] == '~') packed.remove_prefix(1);
     std::string block;
-    XPK_Assert(IPE_Base64Decode(packed, block));
+    XPK_Assert(NetCode_Decode(NetCodeBase64, packed, block) == NetCodeOk);
     std::string text = IPE_UnpackBlock(block);
     size_t end = text.find('\0');
     if (end != std::string::npos) text.resize(end);

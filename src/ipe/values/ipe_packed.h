@@ -13,12 +13,7 @@
 std::string IPE_PackText(std::string_view text, bool marked = false);
 
 // The text of a packed form, with or without its `~`, up to its first NUL.
-std::string IPE_UnpackText(std::string_view packed);
+std::string IPE_Unpack(std::string_view packed);
 
 // The bytes of a block as it stands before Base64, all of them.
 std::string IPE_UnpackBlock(std::string_view block);
-
-// Base64 without line ends. The decoder passes over white space, ends at `=`, and gives false at any other
-// byte or at a rest of one digit.
-std::string IPE_Base64Encode(std::string_view bytes);
-bool IPE_Base64Decode(std::string_view text, std::string& bytes);
