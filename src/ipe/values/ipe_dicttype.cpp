@@ -1,13 +1,13 @@
 // The dictionary's table: probing, inserting, growing, removing.
 //
-// Keys, values and hashes lie in three runs of one block, so a probe that misses reads keys and hashes only. The
-// remainders of the probe formula are taken by multiplication with precomputed reciprocals (D. Lemire, O. Kaser,
-// N. Kurz, "Faster remainder by direct computation", 2019); the step to the next probe is one addition. A string
-// is compared without a virtual call, and by address alone when both are interned.
+// Keys, values and hashes lie in three runs of one block, so a probe that misses reads keys and hashes only.
+// The remainders of the probe formula are taken by multiplication with precomputed reciprocals (D. Lemire, O.
+// Kaser, N. Kurz, "Faster remainder by direct computation", 2019); the step to the next probe is one
+// addition. A string is compared without a virtual call, and by address alone when both are interned.
 //
 // A key's own comparison can be script code that changes this very dictionary. A probe that has called one
-// starts again when the table was replaced under it. What is dropped is released last, after the table is whole
-// again, because a destructor too may come back here.
+// starts again when the table was replaced under it. What is dropped is released last, after the table is
+// whole again, because a destructor too may come back here.
 #include "ipe/values/ipe_dicttype.h"
 
 #include <cstring>
@@ -23,12 +23,13 @@ namespace {
 struct Capacity {
     uint32_t size;
     uint64_t sizeInverse, stepInverse;  // for remainders by size and by size - 2
-    constexpr Capacity(uint32_t c) : size(c), sizeInverse(UINT64_MAX / c + 1), stepInverse(UINT64_MAX / (c - 2) + 1) {}
+    constexpr Capacity(uint32_t c)
+        : size(c), sizeInverse(UINT64_MAX / c + 1), stepInverse(UINT64_MAX / (c - 2) + 1) {}
 };
 
-constexpr Capacity capacities[] = {7,      31,     61,      127,     257,     509,     1021,    2039,
-                                   4093,   8191,   16381,   32369,   65537,   100003,  200003,  300007,
-                                   400009, 500009, 600011,  700001,  800011,  900001,  1000003, 1100009,
+constexpr Capacity capacities[] = {7,       31,      61,      127,     257,     509,     1021,    2039,
+                                   4093,    8191,    16381,   32369,   65537,   100003,  200003,  300007,
+                                   400009,  500009,  600011,  700001,  800011,  900001,  1000003, 1100009,
                                    1200007, 1300021, 1400017, 1500007, 2000003, 3000017, 4000037, 5000011};
 constexpr uint8_t LastCapacity = sizeof capacities / sizeof capacities[0] - 1;
 
@@ -71,7 +72,8 @@ IPE_DictType::Place IPE_DictType::probe(uint32_t hash, Same&& same) const {
 }
 
 // `name` is the interned string of the text, or null.
-IPE_DictType::Place IPE_DictType::probeText(uint32_t hash, std::string_view text, const IPE_Type* name) const {
+IPE_DictType::Place IPE_DictType::probeText(uint32_t hash, std::string_view text,
+                                            const IPE_Type* name) const {
     return probe(hash, [&](uint32_t slot) {
         const IPE_Type* key = keys_[slot];
         if (key == name) return true;
@@ -157,8 +159,8 @@ void IPE_DictType::prepareInsert() {
 
 void IPE_DictType::rebuild(uint8_t prime) {
     uint32_t capacity = capacities[prime].size;
-    auto** keys = static_cast<IPE_Type**>(
-        XPK_Allocate(capacity * (2 * sizeof(IPE_Type*) + sizeof(uint32_t))));
+    auto** keys =
+        static_cast<IPE_Type**>(XPK_Allocate(capacity * (2 * sizeof(IPE_Type*) + sizeof(uint32_t))));
     memset(keys, 0, capacity * 2 * sizeof(IPE_Type*));
     IPE_Type** oldKeys = keys_;
     IPE_Type** oldValues = values_;

@@ -115,8 +115,7 @@ IPE_Object IPE_ListType::__callmethod__(int method, const IPE_Arguments& argumen
             });
         case Max:
             arguments.check("", "max");
-            return foldInts(*this,
-                            [](int64_t most, int64_t value) { return value > most ? value : most; });
+            return foldInts(*this, [](int64_t most, int64_t value) { return value > most ? value : most; });
         case Join: arguments.check("s", "join"); return join(arguments.text(0));
         default: return {};
     }

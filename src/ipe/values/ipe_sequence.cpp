@@ -1,8 +1,8 @@
 // What lists and tuples share: comparison, hashing, writing, translation, saving and clearing.
 //
-// An element's operation may be script code that changes the very container it is called from. Every loop here
-// therefore runs by index, tests the size at each step and holds a handle to the element it works on. Loops
-// that call themselves for nested containers are bounded by IPE_DepthScope, the writers by their stack.
+// An element's operation may be script code that changes the very container it is called from. Every loop
+// here therefore runs by index, tests the size at each step and holds a handle to the element it works on.
+// Loops that call themselves for nested containers are bounded by IPE_DepthScope, the writers by their stack.
 #include <vector>
 
 #include "ipe/values/ipe_containers.h"
@@ -68,7 +68,8 @@ void IPE_SequenceType::write(IPE_PrintContext& context, IPE_StackList& stack, bo
 
 void IPE_SequenceType::translateInto(IPE_SequenceType& target, IPE_StackList& stack) {
     count();
-    if (stack.contains(this)) XPK_Raise("RuntimeError", "Cannot call translate on circular structures").raise();
+    if (stack.contains(this))
+        XPK_Raise("RuntimeError", "Cannot call translate on circular structures").raise();
     IPE_StackScope scope(stack, this);
     for (size_t i = 0; i < items_.size(); ++i) {
         IPE_Object item = items_[i];

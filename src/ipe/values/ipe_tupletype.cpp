@@ -30,7 +30,9 @@ const IPE_Object& IPE_Tuple::operator[](int32_t index) const {
     return tuple_->at(index);
 }
 
-int IPE_TupleType::methodNumber(std::string_view name) noexcept { return name == "tuple_append" ? Append : -1; }
+int IPE_TupleType::methodNumber(std::string_view name) noexcept {
+    return name == "tuple_append" ? Append : -1;
+}
 
 IPE_Object IPE_TupleType::__getattr__(const IPE_Object& key, int depth) {
     int method = key.is<IPE_StringType>() ? methodNumber(key.as<IPE_StringType>()->view()) : -1;
