@@ -38,7 +38,7 @@ std::string grouped(std::string_view number) {
     number = number.substr(0, 64);
     std::string result;
     if (!number.empty() && number[0] == '-') {
-        result = "-";
+        result.push_back('-');
         number.remove_prefix(1);
     }
     size_t point = number.find('.');

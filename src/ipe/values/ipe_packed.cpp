@@ -12,6 +12,7 @@ namespace {
 
 constexpr size_t HeaderSize = 5;
 constexpr uint32_t LengthLimit = 1u << 30;
+
 // Ends the stream on every way out.
 struct Inflater {
     z_stream stream{};
