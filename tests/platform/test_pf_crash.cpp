@@ -252,7 +252,7 @@ TEST_F(Crash, manyThreadsAtOnce) {
                   for (int i = 0; i < 8; ++i)
                       threads.emplace_back([&] {
                           installThread();
-                          for (int round = 0; round < 10; ++round) {
+                          for (int round = 0; round < 3; ++round) {
                               try {
                                   std::string scope(1000, 'x');
                                   readAt(nullptr);
@@ -263,7 +263,7 @@ TEST_F(Crash, manyThreadsAtOnce) {
                           removeThread();
                       });
                   for (std::thread& thread : threads) thread.join();
-                  return caught == 80 ? 0 : 1;
+                  return caught == 24 ? 0 : 1;
               }),
               0)
         << slurp(root + "/err");
