@@ -89,7 +89,7 @@ uint32_t readDumpKind() {
     return kind;
 }
 
-#if defined(__x86_64__) && !defined(QUILL_SANITIZED)
+#if defined(__x86_64__) && !defined(__clang__) && !defined(QUILL_SANITIZED)
 
 namespace {
 

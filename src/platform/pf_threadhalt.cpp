@@ -145,7 +145,7 @@ void takeRegisters(const void*, ThreadRegisters&) {}
 int prepareThreadHalt() {
     struct sigaction action {};
     action.sa_sigaction = onHalt;
-    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
     sigemptyset(&action.sa_mask);
     return sigaction(haltSignal(), &action, nullptr) == 0 ? 0 : errno;
 }
@@ -155,19 +155,19 @@ const ThreadRegisters* haltThreads(size_t& count) {
     listThreads(self);
     open_ = true;
     halted = 1;
-    size_t waiting = 0;
-    for (size_t i = 0; i < rows.load(); ++i) {
-        if (syscall(SYS_tgkill, getpid(), table[i].tid, haltSignal()) == 0) ++waiting;
-    }
+    size_t all = rows.load();
+    for (size_t i = 0; i < all; ++i) syscall(SYS_tgkill, getpid(), table[i].tid, haltSignal());
     for (int step = 0; step < kWaitSteps; ++step) {
-        size_t done = 0;
-        for (size_t i = 0; i < rows.load(); ++i) done += answered[i].load();
-        if (done >= waiting) break;
+        size_t waiting = 0;
+        for (size_t i = 0; i < all; ++i)
+            waiting +=
+                !answered[i] && syscall(SYS_tgkill, getpid(), table[i].tid, 0) == 0;  // else it has ended
+        if (waiting == 0) break;
         timespec pause{0, 1'000'000};
         nanosleep(&pause, nullptr);
     }
     open_ = false;
-    count = rows.load();
+    count = all;
     for (size_t i = 0; i < count; ++i)
         if (!answered[i]) askKernel(table[i]);
     return table;

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cfenv>
 #include <csignal>
 #include <cstring>
@@ -237,6 +238,32 @@ TEST_F(Crash, overAndOverAndOnOtherThreads) {
                       removeThread();
                   }).join();
                   return caught == 6 ? 0 : 1;
+              }),
+              0)
+        << slurp(root + "/err");
+}
+
+// Threads that fault while another one writes its dump: each gets its own exception.
+TEST_F(Crash, manyThreadsAtOnce) {
+    EXPECT_EQ(inChild([] {
+                  alarm(60);
+                  std::atomic<int> caught{0};
+                  std::vector<std::thread> threads;
+                  for (int i = 0; i < 8; ++i)
+                      threads.emplace_back([&] {
+                          installThread();
+                          for (int round = 0; round < 3; ++round) {
+                              try {
+                                  std::string scope(1000, 'x');
+                                  readAt(nullptr);
+                              } catch (const FaultError& error) {
+                                  caught += !error.dump.empty();
+                              }
+                          }
+                          removeThread();
+                      });
+                  for (std::thread& thread : threads) thread.join();
+                  return caught == 24 ? 0 : 1;
               }),
               0)
         << slurp(root + "/err");
