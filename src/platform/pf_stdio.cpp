@@ -1,4 +1,5 @@
-// Opening by descriptor, so that long paths work, folders are refused at once and no pipe can hold a thread up.
+// Opening by descriptor, so that long paths work, folders are refused at once and no pipe can hold a thread
+// up.
 
 #include "platform/pf_stdio.h"
 

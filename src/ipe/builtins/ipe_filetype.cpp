@@ -1,8 +1,9 @@
 // File objects.
 //
-// A file object is a C library file and little more; what it adds is the error report, the block forms and the rule
-// that sizes come from scripts and files and are therefore not believed: a read grows its buffer with what really
-// arrives, and an inflated block with what the stream really gives, up to the length that the block declares.
+// A file object is a C library file and little more; what it adds is the error report, the block forms and
+// the rule that sizes come from scripts and files and are therefore not believed: a read grows its buffer
+// with what really arrives, and an inflated block with what the stream really gives, up to the length that
+// the block declares.
 
 #include "ipe/builtins/ipe_filetype.h"
 
@@ -36,16 +37,37 @@ constexpr uint32_t kSwapAbove = 0x1000000;
 constexpr char kTooBig[] = "in memory file operation on file > 10MB";
 
 enum Method {
-    ReadLine, Write, ReadLines, Close, Save, Load, Read, ReadU32, Md5, ReadEval, LoadBase64, Sha1, SaveBase64,
+    ReadLine,
+    Write,
+    ReadLines,
+    Close,
+    Save,
+    Load,
+    Read,
+    ReadU32,
+    Md5,
+    ReadEval,
+    LoadBase64,
+    Sha1,
+    SaveBase64,
 };
 
 constexpr struct {
     const char* name;
     Method method;
 } kMethods[] = {
-    {"readline", ReadLine}, {"write", Write},           {"readlines", ReadLines}, {"close", Close},
-    {"save", Save},         {"load", Load},             {"read", Read},           {"read_U32", ReadU32},
-    {"md5", Md5},           {"readeval", ReadEval},     {"load_base64", LoadBase64}, {"sha1", Sha1},
+    {"readline", ReadLine},
+    {"write", Write},
+    {"readlines", ReadLines},
+    {"close", Close},
+    {"save", Save},
+    {"load", Load},
+    {"read", Read},
+    {"read_U32", ReadU32},
+    {"md5", Md5},
+    {"readeval", ReadEval},
+    {"load_base64", LoadBase64},
+    {"sha1", Sha1},
     {"save_base64", SaveBase64},
 };
 
@@ -72,7 +94,8 @@ class FileSource : public EPA_ByteSource {
 class Digest {
   public:
     explicit Digest(bool sha1) : context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
-        XPK_Assert(context_ && EVP_DigestInit_ex(context_.get(), sha1 ? EVP_sha1() : EVP_md5(), nullptr) == 1);
+        XPK_Assert(context_ &&
+                   EVP_DigestInit_ex(context_.get(), sha1 ? EVP_sha1() : EVP_md5(), nullptr) == 1);
     }
     void add(const void* bytes, size_t size) { EVP_DigestUpdate(context_.get(), bytes, size); }
     std::string hex(const char* digits) {

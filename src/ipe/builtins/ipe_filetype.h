@@ -1,9 +1,9 @@
 // IPE_FileType: the file object that `open` gives to scripts.
 //
-// open(path, mode="r", utf16=..., native=...): a true keyword `utf16` makes `write` give UTF-16 in the host's order, a
-// true `native` the code page of the process; `utf16` alone decides when it is present. Every failure of a file is
-// IOError "[Errno $errno] $decode: '$name'"; a method on a closed file raises ValueError "I/O operation on closed
-// file". A file that ends before a read is satisfied has the number ENODATA.
+// open(path, mode="r", utf16=..., native=...): a true keyword `utf16` makes `write` give UTF-16 in the host's
+// order, a true `native` the code page of the process; `utf16` alone decides when it is present. Every
+// failure of a file is IOError "[Errno $errno] $decode: '$name'"; a method on a closed file raises ValueError
+// "I/O operation on closed file". A file that ends before a read is satisfied has the number ENODATA.
 //
 // Methods:
 //   readline()                       the next line with its newline, "" at the end
@@ -33,9 +33,9 @@ class IPE_FileType final : public IPE_Type {
   public:
     static const char TypeName[];
     enum Encoding { Bytes = 0, Utf16 = 1, Native = 2 };
-    static constexpr int64_t DigestLimit = 0xA00000;    // bytes of md5, sha1, load_base64
-    static constexpr int64_t PackedLimit = 0x3200000;   // sizes from here on are assertions
-    static constexpr int64_t ReadLimit = 0x40000000;    // likewise, for a plain read
+    static constexpr int64_t DigestLimit = 0xA00000;   // bytes of md5, sha1, load_base64
+    static constexpr int64_t PackedLimit = 0x3200000;  // sizes from here on are assertions
+    static constexpr int64_t ReadLimit = 0x40000000;   // likewise, for a plain read
 
     // Opens, or raises IOError.
     IPE_FileType(const EPA_FileName& name, std::string_view mode, Encoding encoding);

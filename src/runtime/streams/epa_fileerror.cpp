@@ -1,8 +1,8 @@
 // Names and failures of files.
 //
-// The listings of the file system give values of their own for names that are no text. The streams stand below those
-// types, so a name that is no string goes through a converter that the upper floor registers. The pointer is set once,
-// before threads exist, and only read afterwards.
+// The listings of the file system give values of their own for names that are no text. The streams stand
+// below those types, so a name that is no string goes through a converter that the upper floor registers. The
+// pointer is set once, before threads exist, and only read afterwards.
 
 #include "runtime/streams/epa_fileerror.h"
 

@@ -1,7 +1,7 @@
 // Input from files.
 //
-// Positions are those that a reader sees: a seek relative to the current place and a tell take the bytes into account
-// that wait in the block buffer, and a seek drops them.
+// Positions are those that a reader sees: a seek relative to the current place and a tell take the bytes into
+// account that wait in the block buffer, and a seek drops them.
 
 #include "runtime/streams/epa_ifilestream.h"
 
@@ -91,7 +91,8 @@ IPE_Object create(const IPE_Arguments& arguments) {
     EPA_IFileStream::Options options;
     options.noThrow = arguments.keywordInt("nothrow", 0) != 0;
     options.binary = arguments.keywordInt("binary", 1) != 0;
-    stream.as<EPA_IFileStream>()->open(EPA_FileNameOf(arguments[0]), mode.isNull() ? "rb" : mode->c_str(), options);
+    stream.as<EPA_IFileStream>()->open(EPA_FileNameOf(arguments[0]), mode.isNull() ? "rb" : mode->c_str(),
+                                       options);
     stream->__bind__();
     return stream;
 }

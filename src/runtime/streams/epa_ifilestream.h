@@ -1,7 +1,8 @@
 // EPA_IFileStream: an input stream over a file. Module `ipe.ifilestream` gives it to scripts.
 //
-// create(name, mode="rb", nothrow=0, binary=1). With nothrow a failed open gives a closed stream, which reads as an
-// ended source. With binary=0 the bytes EF BB BF at the start are consumed. Script methods beside those of the base:
+// create(name, mode="rb", nothrow=0, binary=1). With nothrow a failed open gives a closed stream, which reads
+// as an ended source. With binary=0 the bytes EF BB BF at the start are consumed. Script methods beside those
+// of the base:
 //   seekp(offset, origin="set")   origin "set" or "start", "cur", "end"; gives the new position
 //   tellp()                       the position of the next byte that a read gives
 // Failures raise IOError "[Errno $errno] $decode: '$name'".

@@ -1,9 +1,9 @@
 // Reading of lines and blocks.
 //
-// The line reader works on runs: it looks for the line end with memchr and copies what stands before it, byte by byte
-// only where a CR must be dropped or a limit watched. A source may give nothing for a while without having ended
-// (a socket whose peer is slow); each empty read counts as a loop, so the script's limit also ends that, and so does
-// the end of the process.
+// The line reader works on runs: it looks for the line end with memchr and copies what stands before it, byte
+// by byte only where a CR must be dropped or a limit watched. A source may give nothing for a while without
+// having ended (a socket whose peer is slow); each empty read counts as a loop, so the script's limit also
+// ends that, and so does the end of the process.
 
 #include "runtime/streams/epa_istream.h"
 

@@ -1,12 +1,12 @@
 // EPA_IStream: the input side of the byte channels, native and for scripts.
 //
-// A channel is read by line or by count through one block buffer. Calling a stream from a script reads: with the
-// keyword `bytes` exactly so many (below 1,048,576, else an assertion; a source that ends first raises IOError "stream
-// eof"), otherwise one line with the limits of EPA_LineLimits under the names `maxlength`, `maxloops`, `assertoneof`.
-// Methods: readlines(), copytofile(name, count).
+// A channel is read by line or by count through one block buffer. Calling a stream from a script reads: with
+// the keyword `bytes` exactly so many (below 1,048,576, else an assertion; a source that ends first raises
+// IOError "stream eof"), otherwise one line with the limits of EPA_LineLimits under the names `maxlength`,
+// `maxloops`, `assertoneof`. Methods: readlines(), copytofile(name, count).
 //
-// All streams share the type name "IStream"; the concrete class is found by dynamic_cast. A stream belongs to one
-// thread at a time.
+// All streams share the type name "IStream"; the concrete class is found by dynamic_cast. A stream belongs to
+// one thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -18,9 +18,9 @@
 #include "runtime/epa_stringbuffer.h"
 
 struct EPA_LineLimits {
-    int64_t maxLength = 0;        // bytes of a line, 0 for no limit: IOLineLengthError "readline > maxlength"
-    int64_t maxLoops = 0;         // low-level reads for a line: IOLineLoopsError "loops > maxloops"
-    bool assertOnEof = false;     // no line end before the end of the source: IOReachedEOFError
+    int64_t maxLength = 0;     // bytes of a line, 0 for no limit: IOLineLengthError "readline > maxlength"
+    int64_t maxLoops = 0;      // low-level reads for a line: IOLineLoopsError "loops > maxloops"
+    bool assertOnEof = false;  // no line end before the end of the source: IOReachedEOFError
     static EPA_LineLimits of(const IPE_Arguments& arguments);
 };
 
@@ -34,14 +34,15 @@ class EPA_IStream : public IPE_Type, public EPA_ByteSource {
     // --- What a concrete stream is made of.
     virtual bool isEof() = 0;     // no more data can come
     virtual bool isClosed() = 0;  // the underlying source has ended
-    // At least one byte, or 0 for none; then isClosed tells whether to ask again. Errors are the channel's own.
+    // At least one byte, or 0 for none; then isClosed tells whether to ask again. Errors are the channel's
+    // own.
     size_t readRaw(void* buffer, size_t size) override = 0;
     virtual void seek(int64_t offset, int origin) = 0;  // SEEK_SET, SEEK_CUR, SEEK_END
     virtual int64_t tell() = 0;
 
     // --- Buffered reading.
-    // Replaces `line` by the next line without its end. CR is dropped wherever it stands, LF ends the line. At the end
-    // of the source gives what there is, also nothing.
+    // Replaces `line` by the next line without its end. CR is dropped wherever it stands, LF ends the line.
+    // At the end of the source gives what there is, also nothing.
     void readLine(EPA_StringBuffer& line, const EPA_LineLimits& limits = {});
     // Exactly `size` bytes, or IOError "stream eof".
     void readExact(void* buffer, size_t size);

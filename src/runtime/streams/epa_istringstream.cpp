@@ -1,4 +1,5 @@
-// Input from a text. The data are shared, not copied; the block buffer above serves lines as it does for files.
+// Input from a text. The data are shared, not copied; the block buffer above serves lines as it does for
+// files.
 
 #include "runtime/streams/epa_istringstream.h"
 
@@ -18,7 +19,8 @@ size_t EPA_IStringStream::readRaw(void* buffer, size_t size) {
 
 void EPA_IStringStream::seek(int64_t offset, int origin) {
     int64_t base = origin == SEEK_END ? data_.length() : origin == SEEK_CUR ? tell() : 0;
-    bool inside = origin >= SEEK_SET && origin <= SEEK_END && offset >= -base && offset <= data_.length() - base;
+    bool inside =
+        origin >= SEEK_SET && origin <= SEEK_END && offset >= -base && offset <= data_.length() - base;
     if (!inside) EPA_RaiseFileError(EINVAL, "Invalid argument", "");
     position_ = base + offset;
     dropBuffer();

@@ -38,7 +38,8 @@ void EPA_OFileStream::flush() {
 void EPA_OFileStream::close() {
     FILE* file = std::exchange(file_, nullptr);
     if (!file) return;
-    int error = owned_ ? (std::fclose(owned_.release()) == 0 ? 0 : errno) : (std::fflush(file) == 0 ? 0 : errno);
+    int error =
+        owned_ ? (std::fclose(owned_.release()) == 0 ? 0 : errno) : (std::fflush(file) == 0 ? 0 : errno);
     if (error) EPA_RaiseFileError(error, name_);
 }
 

@@ -12,8 +12,8 @@ class EPA_OFileStream : public EPA_OStream {
     EPA_OFileStream() = default;
     ~EPA_OFileStream() override;
 
-    // Closes first. `mode` is the C library's. Failure raises IOError "[Errno $errno] $decode: '$name'", or with
-    // `noThrow` leaves the stream closed.
+    // Closes first. `mode` is the C library's. Failure raises IOError "[Errno $errno] $decode: '$name'", or
+    // with `noThrow` leaves the stream closed.
     void open(const EPA_FileName& name, std::string_view mode, bool noThrow = false);
     void open(std::string_view name, std::string_view mode, bool noThrow = false);
     // Wraps a file that stays its owner's: neither close nor destruction closes it.

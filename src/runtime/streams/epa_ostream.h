@@ -1,8 +1,8 @@
 // EPA_OStream: the output side of the byte channels, native and for scripts.
 //
-// Calling a stream from a script writes the text of each argument; a true keyword `flush` flushes then, a true keyword
-// `shutdown` ends the sending direction. All streams share the type name "OStream"; the concrete class is found by
-// dynamic_cast. A stream belongs to one thread at a time.
+// Calling a stream from a script writes the text of each argument; a true keyword `flush` flushes then, a
+// true keyword `shutdown` ends the sending direction. All streams share the type name "OStream"; the concrete
+// class is found by dynamic_cast. A stream belongs to one thread at a time.
 #pragma once
 
 #include <cstdint>
