@@ -50,7 +50,8 @@ struct XPK_ThreadState {
     const char* apiFile = nullptr;
     const char* apiName = nullptr;
     XPK_PoolCache pools;
-    // Blocks of dead numbers for the next ones: the primary thread's stand-in for the pools. See ipe_numbers.h.
+    // Blocks of dead numbers for the next ones: the primary thread's stand-in for the pools. See
+    // ipe_numbers.h.
     void* spareNumbers = nullptr;
     int spareNumberCount = 0;
     EPA_RecursiveLock lock;  // becomes the passport's lock when the thread announces itself

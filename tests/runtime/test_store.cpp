@@ -196,7 +196,9 @@ TEST_F(Store, AgainstAModel) {
             case 4: {
                 IPE_Object found = store.getKey(dict, IPE_Int(k));
                 ASSERT_EQ(!found.isNull(), dicts[n].count(k) == 1);
-                if (found) EXPECT_EQ(found->__int__(), dicts[n][k]);
+                if (found) {
+                    EXPECT_EQ(found->__int__(), dicts[n][k]);
+                }
                 break;
             }
             case 5:
@@ -233,7 +235,9 @@ TEST_F(Store, ManyThreads) {
                 store.add(S("sum"), 3);
                 if (store.incrementBelow(S("gate"), S("limit"))) ++granted;
                 store.setKey(S("d"), text, text);
-                if (IPE_Object value = store.getKey(S("d"), text)) EXPECT_TRUE(IPE_Object_Equal(value, text));
+                if (IPE_Object value = store.getKey(S("d"), text)) {
+                    EXPECT_TRUE(IPE_Object_Equal(value, text));
+                }
                 store.append(S("l"), text);
                 store.removeItem(S("l"), text);
                 store.set("shared", IPE_ListOf({text, IPE_Int(1000 + i)}));
