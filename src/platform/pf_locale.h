@@ -35,7 +35,7 @@ int localeOfId(LocaleId id, std::string& name);
 LocaleId idOfLocale(const std::string& name);
 
 // Case mapping in full: language rules (dotted i), context (final sigma), results of another length (ß).
-// Bytes that are not UTF-8 become U+FFFD; unpaired surrogates stay.
+// Bytes that are not UTF-8 stay, and so do unpaired surrogates.
 int toUpper(LocaleId id, std::string_view text, std::string& out);
 int toLower(LocaleId id, std::string_view text, std::string& out);
 int toUpper(LocaleId id, std::u16string_view text, std::u16string& out);
