@@ -45,6 +45,9 @@ TEST_F(Containers, ListItems) {
     EXPECT_EQ(repr(list), "['a', 3]");
     EXPECT_EQ(repr(L({I(0), I(1), I(2), I(3)})->__getslice__(-3, -1)), "[1, 2]");
     EXPECT_EQ(repr(list->__getslice__(5, 9)) + repr(list->__getslice__(1, 0)), "[][]");
+    EXPECT_EQ(str(list->__getitem__(S("-1"))) + str(list->__getitem__(IPE_False())), "3a");
+    EXPECT_EQ(raised([&] { list->__getitem__(S("a")); }),
+              "TypeError: Require a 'IntType' but given a 'StringType'");
     EXPECT_EQ(raised([] { IPE_List(L({I(1)}))[1]; }), "IndexError: list index out of range");
     EXPECT_EQ(raised([] { IPE_Tuple(T({I(1)}))[-1]; }), "IndexError: tuple index out of range");
     EXPECT_EQ(raised([] { IPE_List(I(1)); }), "TypeError: Require a 'ListType' but given a 'IntType'");

@@ -45,6 +45,9 @@ class IPE_SequenceType : public IPE_Type {
 
   protected:
     [[noreturn]] void accessAfterClear() const;
+    // The position that a key names: its integer value. A string must hold a whole decimal number, as `${0}`
+    // gives it; any other raises TypeError "Require a '$need' but given a '$have'".
+    static int64_t indexOf(const IPE_Object& key);
     int compare(const IPE_Object& other, bool collating);
     // Writes the elements between brackets, or brackets around an ellipsis when this is being written
     // already.

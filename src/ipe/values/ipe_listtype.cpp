@@ -16,10 +16,6 @@ enum Method : int { Append, Sort, IndexedSort, Index, IndexNocase, Reverse, Sum,
 
 [[noreturn]] void outOfRange() { XPK_Raise("IndexError", "list index out of range").raise(); }
 
-int64_t indexOf(const IPE_Object& key) {
-    return key.is<IPE_IntType>() ? key.as<IPE_IntType>()->value : key.isNull() ? 0 : key->__int__();
-}
-
 IPE_Object indexOfValue(IPE_ListType& list, const IPE_Object& value) {
     for (int32_t i = 0; i < list.count(); ++i) {
         IPE_Object item = list.at(i);

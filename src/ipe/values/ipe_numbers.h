@@ -15,8 +15,8 @@ inline void* IPE_TakeNumber() {
     return block;
 }
 inline void IPE_GiveNumber(void* block) noexcept {
-    constexpr int Kept = 512;
 #ifndef QUILL_SANITIZED
+    constexpr int Kept = 512;
     XPK_ThreadState* state = XPK_CurrentThread();
     if (state && state->primary && state->spareNumberCount < Kept) {
         *static_cast<void**>(block) = state->spareNumbers;

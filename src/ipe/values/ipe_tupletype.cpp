@@ -13,10 +13,6 @@ enum Method : int { Append };
 
 [[noreturn]] void outOfRange() { XPK_Raise("IndexError", "tuple index out of range").raise(); }
 
-int64_t indexOf(const IPE_Object& key) {
-    return key.is<IPE_IntType>() ? key.as<IPE_IntType>()->value : key.isNull() ? 0 : key->__int__();
-}
-
 }  // namespace
 
 IPE_Object IPE_TupleOf(std::initializer_list<IPE_Object> items) {
