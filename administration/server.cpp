@@ -34,8 +34,8 @@ std::atomic<uint32_t> lastState{0};
 // before the last ones may still be under way, so both sides hold the lock while they touch it.
 struct PauseFlag {
     std::mutex lock;
-    uint32_t control = 0;     // the last control accepted; dispatcher's thread, and under the lock
-    bool storeIsUp = false;   // guarded by lock
+    uint32_t control = 0;    // the last control accepted; dispatcher's thread, and under the lock
+    bool storeIsUp = false;  // guarded by lock
 };
 PauseFlag pauseFlag;
 

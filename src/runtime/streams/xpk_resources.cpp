@@ -6,6 +6,7 @@
 #include "runtime/streams/xpk_resources.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
