@@ -27,8 +27,14 @@ class IPE_SequenceType : public IPE_Type {
     void reserve(size_t size) { items_.reserve(size); }
     std::vector<IPE_Object>& items() noexcept { return items_; }
     bool isCleared() const noexcept { return cleared_; }
-    // Element `index` (negative counted from the end for lists only) or a borrowed null past the range.
-    const IPE_Object* element(int64_t index) const;
+    // Element `index` (negative counted from the end for lists only) or null past the range.
+    const IPE_Object* element(int64_t index) const {
+        if (cleared_) [[unlikely]]
+            accessAfterClear();
+        auto size = static_cast<int64_t>(items_.size());
+        if (index < 0 && typeName() == listName) index += size;
+        return index >= 0 && index < size ? &items_[static_cast<size_t>(index)] : nullptr;
+    }
 
     int __cmp__(const IPE_Object& other) override;
     int __collate__(const IPE_Object& other) override;
@@ -40,9 +46,22 @@ class IPE_SequenceType : public IPE_Type {
   protected:
     [[noreturn]] void accessAfterClear() const;
     int compare(const IPE_Object& other, bool collating);
+    // Writes the elements between brackets, or brackets around an ellipsis when this is being written already.
+    void write(IPE_PrintContext& context, IPE_StackList& stack, bool repr, const char* brackets,
+               std::string_view separator);
+    // Appends the translated elements to `target`.
+    void translateInto(IPE_SequenceType& target, IPE_StackList& stack);
+    void saveItems(EPA_DataOutput& out, uint8_t open, uint8_t close);
     std::vector<IPE_Object> items_;
     bool cleared_ = false;
+
+  private:
+    static const char* const listName;
 };
+
+// Drops the contents of a value that is a container or knows how to clear itself. Chains of any depth are cleared
+// in bounded stack: what lies deeper than a fixed level waits on the thread for the outermost call.
+void IPE_ClearValue(const IPE_Object& value);
 
 class IPE_ListType final : public IPE_SequenceType {
   public:
@@ -63,8 +82,14 @@ class IPE_ListType final : public IPE_SequenceType {
     IPE_Object __getname__() override;
     void save(EPA_DataOutput& out) override;
 
+    // The number of a method for __callmethod__, or -1 when there is none of this name.
+    static int methodNumber(std::string_view name) noexcept;
     IPE_Object join(std::string_view separator);
+    // Not stable. A list that is sorted looks empty to code that its elements' comparison calls; what such code
+    // appends comes behind the sorted elements.
     void sort(bool descending);
+    // `keys` is a list of (column, direction) tuples; an empty one sorts by the elements themselves.
+    void sortBy(const IPE_Object& keys);
 };
 
 class IPE_TupleType final : public IPE_SequenceType {
@@ -84,6 +109,7 @@ class IPE_TupleType final : public IPE_SequenceType {
     void __setitem__(const IPE_Object& key, const IPE_Object& value) override;
     IPE_Object __getname__() override;
     void save(EPA_DataOutput& out) override;
+    static int methodNumber(std::string_view name) noexcept;
 };
 
 inline IPE_Object IPE_NewList() { return IPE_New<IPE_ListType>(); }

@@ -6,6 +6,11 @@
 // is in slot order. A dictionary belongs to one thread; one that has been cleared refuses every access with
 // RuntimeError "Dict is being accessed after clear() has been called."
 //
+// A new dictionary has capacity 7 and allocates with its first entry. It grows to the next prime when an insert
+// finds more than (c / 3) * 2 + 2 entries. Deleted entries leave tombstones, which later inserts reuse; when an
+// insert finds fewer than an eighth of the slots of a larger table free, the table is built anew at its size, so
+// that a dictionary used as a queue stays fast.
+//
 // Hints. A caller that looks the same interned name up again and again keeps a word beside it; the word
 // remembers the slot. A hint is only ever a guess: the slot counts when it holds the very key object, so a
 // wrong hint costs one compare and can be shared between dictionaries of like history.
@@ -66,6 +71,9 @@ class IPE_DictType final : public IPE_Type {
     // Takes over every entry of `other`, replacing.
     void update(IPE_DictType& other);
     bool isCleared() const noexcept { return cleared_; }
+    // The number of a method for __callmethod__, or -1 when there is none of this name: the attribute is then an
+    // entry.
+    static int methodNumber(std::string_view name) noexcept;
 
     // --- Script operations.
     IPE_Object __callmethod__(int method, const IPE_Arguments& arguments) override;
@@ -90,22 +98,46 @@ class IPE_DictType final : public IPE_Type {
         if (cleared_) [[unlikely]]
             accessAfterClear();
     }
-    [[noreturn]] static void accessAfterClear(const char* kind = "Dict");
+    [[noreturn]] static void accessAfterClear(
+        const char* text = "Dict is being accessed after clear() has been called.");
     IPE_Type* findSlow(IPE_StringType* name, uint32_t& hint);
     void setSlow(IPE_StringType* name, IPE_Object value, uint32_t& hint);
+
+    // A place along a probe sequence: the slot of the key, or where it would go.
+    struct Place {
+        uint32_t slot;
+        bool found;
+    };
+    // Walks the probes of `hash`; same(slot) tells whether the key at a slot of this hash is the one.
     template <class Same>
-    int64_t probe(uint32_t hash, Same&& same) const;
-    uint32_t insert(uint32_t hash, IPE_Object key, IPE_Object value);
-    void grow();
-    void allocate(int prime);
-    void dropAll() noexcept;
+    Place probe(uint32_t hash, Same&& same) const;
+    Place probeText(uint32_t hash, std::string_view text, const IPE_Type* name) const;
+    Place probeKey(uint32_t hash, const IPE_Object& key) const;
+    static constexpr uint32_t NoSlot = UINT32_MAX;
+
+    // Room for one more entry; may move every slot.
+    void prepareInsert();
+    uint32_t insertAt(Place place, uint32_t hash, IPE_Object key, IPE_Object value);
+    void rebuild(uint8_t prime);
+    bool removeAt(Place place);
+    // Takes the table away, leaving an empty dictionary.
+    struct Table {
+        IPE_Type** keys;
+        uint32_t capacity;
+    };
+    Table takeTable() noexcept;
+    static void releaseEntries(const Table& table) noexcept;
+    IPE_Object keyIgnoringCase(const IPE_Object& key);
+    void write(IPE_PrintContext& context, IPE_StackList& stack, bool repr, std::string_view colon,
+               std::string_view comma);
 
     // One block of the runtime's allocator: capacity keys, capacity values, capacity hashes.
     IPE_Type** keys_ = nullptr;
     IPE_Type** values_ = nullptr;
     uint32_t* hashes_ = nullptr;
-    uint32_t capacity_ = 0;
+    uint32_t capacity_ = 0;  // 0 until the first entry
     int32_t count_ = 0;
+    uint32_t tombstones_ = 0;
     uint8_t prime_ = 0;  // index into the list of capacities
     bool cleared_ = false;
 };

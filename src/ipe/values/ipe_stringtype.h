@@ -1,5 +1,5 @@
-// IPE_StringType, the script language's string, and IPE_SecretType, its masked companion. Both immutable;
-// strings are shared between threads freely (hash and code points are built aside and published once).
+// IPE_StringType, the script language's string. Immutable; shared between threads freely (hash and code points
+// are built aside and published once). Its masked companion is in ipe_secrettype.h.
 #pragma once
 
 #include <atomic>
@@ -65,11 +65,17 @@ class IPE_StringType final : public IPE_Type {
     IPE_Object __getname__() override;
     void save(EPA_DataOutput& out) override;
 
+    // The number of a method for __callmethod__, or -1 when there is none of this name.
+    static int methodNumber(std::string_view name) noexcept;
+
     // The methods by name, for native callers such as the built-in functions.
     IPE_Object split(const IPE_Arguments& arguments);
     IPE_Object find(std::string_view needle);
     IPE_Object upper();
     IPE_Object lower();
+    IPE_Object replace(std::string_view from, std::string_view to);
+    // The text without leading and trailing bytes of `set`.
+    IPE_Object strip(std::string_view set, bool left, bool right);
 
     // hash = hash * 33 + byte from 5381; the empty text gives 5381.
     static uint32_t hashOf(std::string_view text) noexcept;
@@ -78,7 +84,13 @@ class IPE_StringType final : public IPE_Type {
 
   private:
     explicit IPE_StringType(uint32_t bytes) : IPE_Type(TypeName), bytes_(bytes) {}
+    static IPE_StringType* create(size_t length);
     uint32_t computeHash() noexcept;
+    // Half-open range of code points, already within the length.
+    IPE_Object part(int32_t begin, int32_t end);
+    IPE_Object characters();
+    void writeJson(EPA_StringBuffer& out);
+    void writeQuoted(EPA_StringBuffer& out, bool inlined) const;
 
     std::atomic<char32_t*> points_{nullptr};
     uint32_t bytes_;
@@ -87,25 +99,10 @@ class IPE_StringType final : public IPE_Type {
     std::atomic<uint8_t> kind_{0};
 };
 
+// Order of two UTF-8 texts in the user's locale: -1, 0 or 1. RuntimeError "Unable to compare the strings".
+int IPE_CollateText(std::string_view a, std::string_view b, bool ignoreCase = false);
+
 inline IPE_Object IPE_String(std::string_view text) { return IPE_StringType::make(text); }
 inline IPE_StringType* PyString_SafeCast(const IPE_Object& object) {
     return IPE_SafeCast<IPE_StringType>(object, "PyString_SafeCast");
 }
-
-// A string that prints as "---secret---"; c_str and the method `string` give the real text.
-class IPE_SecretType final : public IPE_Type {
-  public:
-    static const char TypeName[];
-    explicit IPE_SecretType(std::string_view text) : IPE_Type(TypeName), text_(text) {}
-    IPE_Object __callmethod__(int method, const IPE_Arguments& arguments) override;
-    uint32_t __hash__() override;
-    IPE_Object __copy__() override { return IPE_Object(this); }
-    int32_t __len__() override;
-    void __str__(IPE_PrintContext& context, IPE_StackList& stack) override;
-    void __repr__(IPE_PrintContext& context, IPE_StackList& stack) override;
-    const char* c_str() override { return text_.c_str(); }
-    IPE_Object __getattr__(const IPE_Object& key, int depth) override;
-
-  private:
-    std::string text_;
-};
