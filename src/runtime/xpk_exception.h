@@ -11,7 +11,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <source_location>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -20,7 +19,18 @@
 #include "runtime/ipe_object.h"
 #include "runtime/xpk_threadstate.h"
 
-// Everything native about one failure. Immutable once built. At most 128 fields of each kind.
+// A place in the source: as a default argument, the caller's. (clang 14 has no std::source_location.)
+struct XPK_Place {
+    const char* file;
+    int line;
+    static constexpr XPK_Place current(const char* file = __builtin_FILE(),
+                                       int line = __builtin_LINE()) noexcept {
+        return {file, line};
+    }
+};
+
+// Everything native about one failure. Immutable once built. At most 129 fields of each
+// kind: the place and 128 trace entries.
 struct XPK_ExceptionRecord {
     std::string type;       // at most 127 bytes
     std::string fieldList;  // at most 511 bytes
@@ -37,10 +47,12 @@ struct XPK_ExceptionRecord {
 
 class XPK_Exception {
   public:
-    // Builds record and details from the calling thread's trace frames.
+    // Builds record and details from the calling thread's trace frames. Raises XPK_MemoryException in its
+    // place when memory runs out.
     XPK_Exception(const char* file, int line, std::string_view type, std::string_view fieldList,
                   std::string_view show);
-    // Rebuilds an exception from a details dictionary, as when a script raises one again.
+    // Rebuilds an exception from a details dictionary, as when a script raises one again. The dictionary may
+    // hold anything: entries that are missing or of a wrong type count as empty.
     explicit XPK_Exception(const IPE_Object& details);
     virtual ~XPK_Exception() = default;
     XPK_Exception(const XPK_Exception&) = default;
@@ -51,10 +63,16 @@ class XPK_Exception {
     const IPE_Object& details() const noexcept { return details_; }
     const std::string& type() const noexcept { return record_->type; }
     // The template with its fields filled in: $name and ${name} of the record, `$$` a dollar; an unknown name
-    // stays.
+    // leaves its name alone.
     std::string message() const;
     // Empties `buffer`, then copies the template only if it fits whole.
     void getShow(char* buffer, size_t size) const;
+
+  protected:
+    XPK_Exception() noexcept = default;  // for the shorthands, which fill the record at once
+    void describe(const char* file, int line, std::string_view type, std::string_view show);
+    void fillDetails();
+    void setLastResort() noexcept;
 
   private:
     std::shared_ptr<const XPK_ExceptionRecord> record_;
@@ -68,15 +86,15 @@ class XPK_AssertException : public XPK_Exception {
 
 class XPK_MemoryException : public XPK_Exception {
   public:
-    XPK_MemoryException(const char* file, int line);
+    // Never fails: with no memory left, fields, place and details are missing.
+    XPK_MemoryException(const char* file, int line) noexcept;
 };
 
 // One failing expression: pushes a trace frame, takes the fields, throws. The field list names the fields in
 // the order given unless fields() says otherwise.
 class XPK_Raise {
   public:
-    XPK_Raise(std::string_view type, std::string_view show,
-              std::source_location where = std::source_location::current());
+    XPK_Raise(std::string_view type, std::string_view show, XPK_Place where = XPK_Place::current());
     ~XPK_Raise();
     XPK_Raise(const XPK_Raise&) = delete;
     XPK_Raise& operator=(const XPK_Raise&) = delete;
@@ -87,8 +105,10 @@ class XPK_Raise {
 
   private:
     std::string type_, show_, fields_;
-    std::source_location where_;
+    XPK_Place where_;
     bool listed_ = false;
+    // A thread without state, such as one of a library, is lent one, so that the fields are not lost.
+    std::unique_ptr<XPK_ThreadScope> lent_;
     XPK_TraceScope scope_;
 };
 
@@ -99,11 +119,11 @@ class XPK_Raise {
 std::string XPK_DecodeError(int error);
 // Nothing when `error` is 0; otherwise RuntimeError "$api ($errno) $decode" with the fields api, errno,
 // decode.
-void XPK_ThrowSystemError(const char* api, int error,
-                          std::source_location where = std::source_location::current());
+void XPK_ThrowSystemError(const char* api, int error, XPK_Place where = XPK_Place::current());
 
 // The script side of an exception. The interpreter registers both when it comes up: one makes the details
-// dictionary of a record on the current thread, the other reads a record's parts back out of a dictionary.
+// dictionary of a record on the current thread, the other reads a record's parts back out of a dictionary,
+// leaving what it does not find there as it is.
 struct XPK_DetailsBridge {
     IPE_Object (*build)(const XPK_ExceptionRecord& record) = nullptr;
     void (*parse)(const IPE_Object& details, XPK_ExceptionRecord& record) = nullptr;

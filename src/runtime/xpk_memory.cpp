@@ -3,7 +3,7 @@
 // Every block has one word in front of the caller's memory: 0 for a heap block, else the block's chunk, so
 // that free needs neither a size nor a search. A free block's link lies in its first word. Chunks of a pool
 // form a list; the first chunk stays for the life of the process, the others go back when a flush finds them
-// unused. Under a sanitizer every block comes from the heap, so that each error names its own allocation.
+// unused.
 #include "runtime/xpk_memory.h"
 
 #include <atomic>
@@ -14,11 +14,19 @@
 #include "runtime/xpk_exception.h"
 #include "runtime/xpk_threadstate.h"
 
+// The thread sanitizer follows a block through the pools; the others must see every block come from the heap.
+#if !defined(QUILL_SANITIZED) || defined(__SANITIZE_THREAD__)
+#define QUILL_POOLS 1
+#else
+#define QUILL_POOLS 0
+#endif
+
 namespace {
 
 constexpr size_t ChunkSize = 262144;
 constexpr size_t Word = sizeof(void*);
 constexpr size_t HeaderSize = 64;
+constexpr size_t BlocksSize = ChunkSize - 256;
 
 struct Chunk {
     Chunk* next;
@@ -27,7 +35,7 @@ struct Chunk {
     int32_t index;
     uint32_t size;
 };
-static_assert(sizeof(Chunk) <= HeaderSize);
+static_assert(sizeof(Chunk) <= HeaderSize && HeaderSize + BlocksSize <= ChunkSize);
 
 struct Pool {
     std::mutex lock;
@@ -57,19 +65,21 @@ struct ClassTable {
 constexpr ClassTable classes;
 
 void* heapBlock(size_t size) {
-    void* raw = size > SIZE_MAX - Word ? nullptr : malloc(size + Word);
+    void* raw = size > PTRDIFF_MAX - Word ? nullptr : malloc(size + Word);
     if (!raw) throw XPK_MemoryException(__FILE__, __LINE__);
     void* block = static_cast<char*>(raw) + Word;
     chunkOf(block) = nullptr;
     return block;
 }
 
+// Null when the heap is exhausted: the caller raises after it has let go of the pool's lock, since building
+// the exception allocates.
 Chunk* newChunk(Pool& pool) {
     char* raw = static_cast<char*>(malloc(ChunkSize));
-    if (!raw) throw XPK_MemoryException(__FILE__, __LINE__);
+    if (!raw) return nullptr;
     auto* chunk = new (raw) Chunk{nullptr, nullptr, 0, pool.index, static_cast<uint32_t>(pool.size)};
     size_t stride = pool.size + Word;
-    size_t blocks = (ChunkSize - HeaderSize) / stride;
+    size_t blocks = BlocksSize / stride;
     for (size_t i = blocks; i-- > 0;) {
         void* block = raw + HeaderSize + i * stride + Word;
         chunkOf(block) = chunk;
@@ -79,8 +89,9 @@ Chunk* newChunk(Pool& pool) {
     return chunk;
 }
 
-// Takes a batch from the pool to the thread's list and hands out its first block.
-void* refill(XPK_PoolCache& cache, int index) {
+// Takes a batch from the pool to the thread's list and hands out its first block. With the heap exhausted the
+// batch is what the chunks still hold; null when that is nothing.
+void* takeBatch(XPK_PoolCache& cache, int index) {
     Pool& pool = pools[index];
     std::lock_guard guard(pool.lock);
     uint32_t want = cache.batch[index] ? cache.batch[index] : 32;
@@ -91,6 +102,7 @@ void* refill(XPK_PoolCache& cache, int index) {
     while (taken < want) {
         if (!*link) *link = newChunk(pool);
         Chunk* chunk = *link;
+        if (!chunk) break;
         while (taken < want && chunk->freeList) {
             void* block = chunk->freeList;
             chunk->freeList = linkOf(block);
@@ -101,15 +113,22 @@ void* refill(XPK_PoolCache& cache, int index) {
         }
         link = &chunk->next;
     }
+    if (!list) return nullptr;
     cache.cachedBytes += static_cast<int64_t>(taken - 1) * static_cast<int64_t>(pool.size);
     cache.list[index] = linkOf(list);
     return list;
 }
 
+void* refill(XPK_PoolCache& cache, int index) {
+    void* block = takeBatch(cache, index);
+    if (!block) throw XPK_MemoryException(__FILE__, __LINE__);
+    return block;
+}
+
 }  // namespace
 
 void* XPK_Allocate(size_t size) {
-#ifndef QUILL_SANITIZED
+#if QUILL_POOLS
     XPK_ThreadState* state = XPK_CurrentThread();
     if (size <= 2048 && state && !state->primary && poolsReady.load(std::memory_order_acquire)) [[likely]] {
         int index = classes.of[(size + 7) / 8];
@@ -178,18 +197,20 @@ void XPK_FlushThreadCaches() noexcept {
 }
 
 void XPK_InitPools() {
-    if (poolsReady) return;
+    if (poolsReady || poolsGone) return;
     pools = new Pool[XPK_PoolClasses];
     for (int index = 0; index < XPK_PoolClasses; ++index) {
         pools[index].size = XPK_PoolSizes[index];
         pools[index].index = index;
         pools[index].chunks = newChunk(pools[index]);
+        XPK_Assert(pools[index].chunks);
     }
     poolsReady.store(true, std::memory_order_release);
 }
 
 void XPK_DestroyPools() {
-    if (!poolsReady || poolsGone.exchange(true)) return;
+    if (!poolsReady.exchange(false)) return;
+    poolsGone = true;
     for (int index = 0; index < XPK_PoolClasses; ++index) {
         std::lock_guard guard(pools[index].lock);
         for (Chunk* chunk = pools[index].chunks; chunk;) {

@@ -70,9 +70,9 @@ void XPK_TraceString(XPK_ThreadState* state, const char* name, std::string_view 
     if (!state || !name) return;
     XPK_Trace& trace = state->trace;
     std::string_view key = name;
-    if (value.size() >= 255) {
-        needRoom(trace, key.size() + 258);
-        value = value.substr(0, 255);
+    if (value.size() >= XPK_Trace::ValueLimit) {
+        needRoom(trace, key.size() + XPK_Trace::ValueLimit + 3);
+        value = value.substr(0, XPK_Trace::ValueLimit);
     } else {
         needRoom(trace, key.size() + value.size() + 2);
     }

@@ -5,9 +5,10 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
+
 #include <string_view>
 
+#include "runtime/epa_lock.h"
 #include "runtime/xpk_memory.h"
 
 class EPA_ThreadPassportImpl;
@@ -19,6 +20,7 @@ struct XPK_Trace {
     static constexpr int FrameLimit = 512;
     static constexpr int EntryLimit = 128;
     static constexpr int TextLimit = 8192;
+    static constexpr int ValueLimit = 255;  // bytes kept of a value
     struct Frame {
         uint16_t numbers, strings, free;
     };
@@ -48,7 +50,7 @@ struct XPK_ThreadState {
     const char* apiFile = nullptr;
     const char* apiName = nullptr;
     XPK_PoolCache pools;
-    std::recursive_mutex lock;
+    EPA_RecursiveLock lock;  // becomes the passport's lock when the thread announces itself
     XPK_Trace trace;
     // Script frames: call-level frames only, innermost last.
     int scriptFrames = 0;
