@@ -11,6 +11,7 @@
 #include <ctime>
 #include <mutex>
 
+#include "ipe/values/ipe_secrettype.h"
 #include "ipe/values/ipe_stringtype.h"
 
 namespace {

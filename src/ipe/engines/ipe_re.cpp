@@ -130,8 +130,9 @@ IPE_RE::IPE_RE(const IPE_Object& source, const IPE_Arguments& arguments)
 
     CompileContext context(pcre2_compile_context_create(nullptr));
     if (!context) throw XPK_MemoryException(__FILE__, __LINE__);
-    if (!arguments.hasKeyword("PCRE_EXTRA"))
-        pcre2_set_compile_extra_options(context.get(), PCRE2_EXTRA_BAD_ESCAPE_IS_LITERAL);
+    uint32_t extra = PCRE2_EXTRA_ALLOW_LOOKAROUND_BSK;
+    if (!arguments.hasKeyword("PCRE_EXTRA")) extra |= PCRE2_EXTRA_BAD_ESCAPE_IS_LITERAL;
+    pcre2_set_compile_extra_options(context.get(), extra);
 
     int error = 0;
     PCRE2_SIZE offset = 0;
