@@ -48,7 +48,7 @@ IPE_Object builtinRepr(Arguments a) {
     }
     IPE_StackList stack;
     a[0]->__repr__(context, stack);
-    if (a.hasKeywords() && a.keywordTrue("zlib")) return IPE_String(IPE_Pack(text.view()));
+    if (a.hasKeywords() && a.keywordTrue("zlib")) return IPE_String(IPE_PackText(text.view()));
     return IPE_String(text.view());
 }
 
