@@ -23,7 +23,10 @@ class EPA_Counted {
   public:
     enum Life : uint8_t { Local = 0, Shared = 1, Immortal = 2 };
     // Bits of `flags` that every class understands.
-    enum : uint8_t { IsContainer = 1 };  // its destruction may cascade: see destroy()
+    enum : uint8_t {
+        IsContainer = 1,  // its destruction may cascade: see destroy()
+        IsNative = 2,     // binding it to a name means something: see __bind__
+    };
 
     EPA_Counted(const char* typeName, uint8_t flags = 0) noexcept : flags_(flags), typeName_(typeName) {}
     EPA_Counted(const EPA_Counted&) = delete;
@@ -42,6 +45,7 @@ class EPA_Counted {
         if (life_ == Local) life_ = Shared;
     }
     void makeImmortal() noexcept { life_ = Immortal; }
+    bool isNative() const noexcept { return flags_ & IsNative; }
     int32_t references() const noexcept { return count_.load(std::memory_order_relaxed); }
 
     void retain() noexcept {

@@ -22,6 +22,7 @@ class IPE_CodeType final : public IPE_Type {
 
     struct Parameter {
         IPE_StringType* name;
+        uint32_t hint = UINT32_MAX;       // slot of the name in fresh locals
         IPE_Object defaultValue;          // null when absent
         IPE_Object type;                  // callable or null
         std::vector<IPE_Object> aspects;  // callables

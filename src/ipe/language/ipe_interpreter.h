@@ -5,6 +5,7 @@
 // expressions (ipe_expressions.cpp), calls and `def` (ipe_calls.cpp), import (ipe_import.cpp).
 #pragma once
 
+#include <atomic>
 #include <string_view>
 #include <vector>
 
@@ -64,8 +65,8 @@ class IPE_Interpreter {
     void execute(IPE_Frame& frame, std::string_view text);
 
     // --- Expressions. Each leaves the cursor on the first token it does not use.
-    IPE_Object evaluate(IPE_Frame& frame, IPE_ProgramLine& source, bool stopFlag = false,
-                        bool* stopped = nullptr);
+    // With the stop flag, a first primary whose __stop__ is true ends the evaluation there.
+    IPE_Object evaluate(IPE_Frame& frame, IPE_ProgramLine& source, bool stopFlag = false);
     IPE_Object primary(IPE_Frame& frame, IPE_ProgramLine& source);
     bool condition(IPE_Frame& frame, IPE_ProgramLine& source, uint8_t terminator, IPE_Object* left = nullptr);
 
@@ -73,13 +74,14 @@ class IPE_Interpreter {
     IPE_Object lookup(IPE_Frame& frame, IPE_StringType* name, bool skipLocals = false);
 
     // --- Calls.
-    IPE_Object call(IPE_CodeType& code, const IPE_Arguments& arguments, const IPE_Object* receiver = nullptr);
+    IPE_Object call(IPE_CodeType& code, const IPE_Arguments& arguments);
 
     // --- Import: runs a registered module's lines in `frame`.
     void importStored(IPE_Frame& frame, const IPE_StoredTokens& stored, const std::string& file);
-    // A module by path as the `import` statement finds it, with its namespace; null if missing and not
-    // required.
-    IPE_Object importModule(IPE_Frame& frame, std::string_view path, bool mustExist);
+    // Imports a module into a new namespace, or into `into`, and notes it as loaded; the namespace, or null
+    // when the module is missing and need not exist. ImportError "$path".
+    IPE_Object importModule(IPE_Frame& frame, std::string_view path, bool mustExist,
+                            const IPE_Object& into = IPE_Object());
 
     [[noreturn]] static void syntaxFault(IPE_ProgramLine& source);
     [[noreturn]] static void indentFault(IPE_ProgramLine& source, int need);
@@ -105,50 +107,61 @@ class IPE_Interpreter {
 
     // Statements.
     void identifierStatement(IPE_Frame& frame, Line& source);
-    void assignNames(IPE_Frame& frame, Line& source);
+    void assignNames(IPE_Frame& frame, Line& source, IPE_TokenEntry& first);
     void chainStatement(IPE_Frame& frame, Line& source, IPE_Object value);
     void printStatement(IPE_Frame& frame, Line& source);
     void delStatement(IPE_Frame& frame, Line& source);
     void execStatement(IPE_Frame& frame, Line& source);
     void assertStatement(IPE_Frame& frame, Line& source);
-    void raiseStatement(IPE_Frame& frame, Line& source);
+    [[noreturn]] void raiseStatement(IPE_Frame& frame, Line& source);
     void returnStatement(IPE_Frame& frame, Line& source);
+    void addDecorator(IPE_Frame& frame, Line& source);
     void decoratorLine(IPE_Frame& frame, Line& source);
     void usingStatement(IPE_Frame& frame, Line& source);
     void ifStatement(IPE_Frame& frame, Line& source);
+    void inlineIf(IPE_Frame& frame, Line& source, uint8_t indent, bool taken);
     void whileStatement(IPE_Frame& frame, Line& source);
     void forStatement(IPE_Frame& frame, Line& source);
     void withStatement(IPE_Frame& frame, Line& source);
     void tryStatement(IPE_Frame& frame, Line& source);
+    void afterException(IPE_Frame& frame, Line& source, uint32_t line, uint8_t indent,
+                        const XPK_Exception& exception, const IPE_Object& logger);
     void classStatement(IPE_Frame& frame, Line& source);
     void defStatement(IPE_Frame& frame, Line& source);
     void importStatement(IPE_Frame& frame, Line& source);
+    void importItem(IPE_Frame& frame, Line& source);
     void fromStatement(IPE_Frame& frame, Line& source);
-    void afterException(IPE_Frame& frame, Line& source, uint32_t tryLine, uint8_t indent,
-                        const XPK_Exception& exception, const IPE_Object& logger);
+    void leaveLoop(IPE_Frame& frame, IPE_Frame::State state, const char* message);
     void doBreak(IPE_Frame& frame);
     void doContinue(IPE_Frame& frame);
     void doReturn(IPE_Frame& frame, IPE_Object value);
+    // Whether the value makes the interpreter abandon the rest of its statement.
+    bool stops(IPE_Frame& frame, const IPE_Object& value);
+    void countLine(Line& source);
     void requireDeeper(Line& source, uint8_t indent);
     void expect(Line& source, uint8_t kind);
     void openBlock(Line& source);
-    void skipElse(Line& source, uint8_t indent);
+    void skipClauses(Line& source, uint8_t indent);
 
     // Expressions.
     IPE_Object operand(IPE_Frame& frame, Line& source);
     IPE_Object chain(IPE_Frame& frame, Line& source, IPE_Object value);
+    IPE_Object negated(Line& source);
+    template <class Sequence>
     IPE_Object sequenceDisplay(IPE_Frame& frame, Line& source, uint8_t close);
     IPE_Object dictDisplay(IPE_Frame& frame, Line& source);
     IPE_Object dirExpression(IPE_Frame& frame, Line& source);
     IPE_Object subscript(IPE_Frame& frame, Line& source, const IPE_Object& value);
     IPE_Object slice(IPE_Frame& frame, Line& source, const IPE_Object& value, const IPE_Object& begin);
-    IPE_Object attribute(Line& source, const IPE_Object& value, IPE_TokenEntry& name);
+    IPE_Object attribute(const IPE_Object& value, IPE_TokenEntry& name);
+    void setAttribute(const IPE_Object& value, IPE_TokenEntry& name, IPE_Object right);
     bool callMethodDirectly(IPE_Frame& frame, Line& source, const IPE_Object& value, IPE_TokenEntry& name,
                             IPE_Object& result);
     IPE_Object callValue(IPE_Frame& frame, Line& source, const IPE_Object& callee,
                          const IPE_Object* receiver);
     void parseArguments(IPE_Frame& frame, Line& source, IPE_ArgumentBuffer& arguments);
     bool term(IPE_Frame& frame, Line& source, uint8_t terminator, IPE_Object* left);
+    void skipToTerminator(Line& source, uint8_t terminator);
     static bool contains(const IPE_Object& value, const IPE_Object& container);
     static IPE_Object binary(uint8_t kind, const IPE_Object& left, const IPE_Object& right);
     IPE_Object nameValue(IPE_Frame& frame, IPE_TokenEntry& token);
@@ -156,13 +169,18 @@ class IPE_Interpreter {
     void assignName(IPE_Frame& frame, IPE_TokenEntry& token, IPE_Object value);
 
     // Calls and def.
-    void bindParameters(IPE_CodeType& code, const IPE_Arguments& arguments, const IPE_Object* receiver,
+    IPE_Object callCode(IPE_CodeType& code, IPE_Object* items, int count, const IPE_Object& keywords,
+                        bool movable);
+    void bindParameters(IPE_CodeType& code, IPE_Object* items, int count, const IPE_Object& keywords,
                         IPE_ModuleShared& locals, Line& source);
+    [[noreturn]] void missingArgument(IPE_CodeType& code, const IPE_Arguments& arguments, Line& source);
     IPE_Object convert(const IPE_Object& converter, const IPE_Object& value, IPE_CodeType& code,
-                       const IPE_CodeType::Parameter& parameter, const IPE_Arguments& arguments, bool isType);
+                       IPE_StringType* name, const IPE_Arguments& arguments, bool isType);
     void defParameters(IPE_Frame& frame, Line& source, IPE_CodeType& code);
-    void defSignature(IPE_CodeType& code, Line& source, const IPE_Object& raises);
-    IPE_Object applyDecorators(IPE_Frame& frame, IPE_Object code);
+    void defParameter(IPE_Frame& frame, Line& source, IPE_CodeType& code);
+    void defSignature(IPE_CodeType& code);
+    IPE_Object defRaises(Line& source, uint8_t indent);
+    IPE_Object applyDecorators(IPE_Frame& frame, const IPE_Object& decorators, IPE_Object code);
     // Locals of calls, recycled while nobody else holds them.
     IPE_Object takeLocals();
     void giveLocals(IPE_Object locals) noexcept;
@@ -171,12 +189,14 @@ class IPE_Interpreter {
             stackExhausted();
     }
     [[noreturn]] static void stackExhausted();
+    void checkDepth(int32_t depth) const {
+        if (depth > MaximumDepth) [[unlikely]]
+            depthExceeded(depth);
+    }
+    [[noreturn]] static void depthExceeded(int32_t depth);
 
     IPE_Program program_;
     IPE_Object builtins_, root_, loaded_;
-    IPE_Object aspectKey_;
     std::vector<IPE_Object> spareLocals_;
     const char* stackLimit_ = nullptr;
 };
-
-// The namespace hooks that the names `tls` and `tls_luacode` resolve to are the passport's.

@@ -50,6 +50,9 @@ struct IPE_BuiltinTable {
     explicit IPE_BuiltinTable(const IPE_Builtin (&rows)[N]) : IPE_BuiltinTable(rows, N) {}
 };
 
+// The registered row of a built-in function, or null; for native callers and tests.
+const IPE_Builtin* IPE_FindBuiltin(std::string_view name);
+
 // An instance, type name "ClassType": a dictionary, an object it extends, and any number it implements.
 class IPE_OldClassType final : public IPE_Type {
   public:

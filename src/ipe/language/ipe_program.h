@@ -16,11 +16,14 @@
 #include "ipe/values/ipe_tokensource.h"
 
 struct IPE_TokenEntry {
-    IPE_Type* value = nullptr;  // name, literal or comment; kept alive by the segment
-    uint32_t local = 0;         // bracket: distance to its partner; name: slot hint in locals or attributes
-    uint16_t global = 0;        // name: slot hint in globals or built-ins
+    IPE_Type* value = nullptr;    // name, literal or comment; kept alive by the segment
+    uint32_t local = UINT32_MAX;  // bracket: distance to its partner; name: slot hint in locals or attributes
+    uint32_t global = UINT32_MAX;  // name: slot hint in globals; method name: number in the type last met
+    union {
+        uint32_t builtin = UINT32_MAX;  // name: slot hint in built-ins
+        uint32_t type;                  // method name: the type last met
+    };
     uint8_t kind = TOKEN_NONE;
-    uint8_t cache = 0;
 
     IPE_StringType* name() const noexcept { return static_cast<IPE_StringType*>(value); }
 };

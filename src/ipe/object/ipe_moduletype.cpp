@@ -34,7 +34,7 @@ IPE_Object IPE_MethodOf(EPA_Counted* target, int method) {
 }
 
 IPE_ModuleType::IPE_ModuleType(const char* typeName)
-    : IPE_Type(typeName, IsContainer), attributes_(new IPE_DictType) {
+    : IPE_Type(typeName, IsContainer | IsNative), attributes_(new IPE_DictType) {
     attributes_->retain();
 }
 
