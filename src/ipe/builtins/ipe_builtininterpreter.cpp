@@ -4,7 +4,7 @@
 // one, as from native code, they raise. `global` gives a snapshot, since the live store belongs to all threads.
 #include <iterator>
 
-#include "ipe/builtins/ipe_builtintable.h"
+#include "ipe/builtins/ipe_builtinsupport.h"
 #include "ipe/builtins/ipe_globals.h"
 #include "ipe/builtins/ipe_smartinspect.h"
 #include "ipe/language/ipe_exceptiontype.h"

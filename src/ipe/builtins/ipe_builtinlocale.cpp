@@ -4,7 +4,7 @@
 // locale data.
 #include <algorithm>
 
-#include "ipe/builtins/ipe_builtintable.h"
+#include "ipe/builtins/ipe_builtinsupport.h"
 #include "ipe/values/ipe_stringtype.h"
 #include "platform/pf_localeitems.h"
 #include "runtime/epa_unicode.h"

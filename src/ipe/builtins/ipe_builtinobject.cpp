@@ -2,7 +2,7 @@
 //
 // `getattr` with a default has to tell "there is no such attribute" from a fault in a script hook that looks
 // for it, so it takes the default for the look-up's own messages alone.
-#include "ipe/builtins/ipe_builtintable.h"
+#include "ipe/builtins/ipe_builtinsupport.h"
 #include "ipe/builtins/ipe_smartinspect.h"
 #include "ipe/language/ipe_exceptiontype.h"
 

@@ -3,10 +3,12 @@
 // Everything here is a call of the platform floor under the name that its errors carry. Drives are the mount
 // points of the machine's own disks, spelled as the system spells them.
 #include <malloc.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 
-#include "ipe/builtins/ipe_builtintable.h"
+#include "ipe/builtins/ipe_builtinsupport.h"
 #include "ipe/builtins/ipe_filetype.h"
 #include "ipe/language/ipe_exceptiontype.h"
 #include "ipe/nt/ipe_fs.h"
@@ -101,7 +103,14 @@ IPE_Object builtinDriveSize(Arguments a) {
     return figures(space.total, space.freeToCaller);
 }
 
-// --- Chance.
+// --- Chance. The C library's generator starts anew in each process.
+
+const bool seeded = [] {
+    auto place = reinterpret_cast<uintptr_t>(&seeded);
+    std::srand(static_cast<unsigned>(time(nullptr)) ^ static_cast<unsigned>(getpid()) << 16 ^
+               static_cast<unsigned>(place >> 4));
+    return true;
+}();
 
 IPE_Object builtinRchoice(Arguments a) {
     int32_t length = a[0]->__len__();

@@ -5,7 +5,7 @@
 // forgets that a literal stood in triple quotes.
 #include <cmath>
 
-#include "ipe/builtins/ipe_builtintable.h"
+#include "ipe/builtins/ipe_builtinsupport.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_literal.h"
 #include "ipe/values/ipe_numbers.h"

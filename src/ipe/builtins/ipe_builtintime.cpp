@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <ctime>
 
-#include "ipe/builtins/ipe_builtintable.h"
+#include "ipe/builtins/ipe_builtinsupport.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_expansion.h"
 #include "ipe/values/ipe_numbers.h"

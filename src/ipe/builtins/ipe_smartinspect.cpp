@@ -2,7 +2,8 @@
 // moment of the call, and never hands out anything that another thread could change.
 #include "ipe/builtins/ipe_smartinspect.h"
 
-#include "ipe/builtins/ipe_builtintable.h"
+#include <unistd.h>
+
 #include "ipe/object/ipe_moduleregistry.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_dicttype.h"
@@ -14,8 +15,8 @@
 
 namespace {
 
-constexpr const char* MethodNames[] = {"memory", "modules", "threads", "builtins"};
-enum { Memory, Modules, Threads, Builtins };
+constexpr const char* MethodNames[] = {"memory", "modules", "threads"};
+enum { Memory, Modules, Threads };
 
 IPE_Object listOf(const std::vector<std::string>& texts) {
     IPE_Object list = IPE_NewList();
@@ -28,7 +29,7 @@ int64_t residentBytes() {
     std::string content;
     if (platform::readSystemFile("/proc/self/statm", content) != 0) return 0;
     size_t blank = content.find(' ');
-    return blank == std::string::npos ? 0 : std::strtoll(content.c_str() + blank, nullptr, 10) * 4096;
+    return blank == std::string::npos ? 0 : std::strtoll(content.c_str() + blank, nullptr, 10) * sysconf(_SC_PAGESIZE);
 }
 
 class SmartInspectType final : public IPE_Type {
@@ -54,7 +55,6 @@ class SmartInspectType final : public IPE_Type {
             case Memory: return memory();
             case Modules: return modules();
             case Threads: return IPE_ThreadSummary();
-            case Builtins: return builtins();
         }
         return {};
     }
@@ -81,12 +81,6 @@ class SmartInspectType final : public IPE_Type {
         for (const std::string& branch : IPE_ModuleRegistry::branches())
             IPE_Dict_Set(result, branch, listOf(IPE_ModuleRegistry::branchNames(branch)));
         return result;
-    }
-
-    static IPE_Object builtins() {
-        IPE_Object list = IPE_NewList();
-        for (const IPE_Builtin* row : IPE_Builtins()) list.as<IPE_ListType>()->append(IPE_String(row->name));
-        return list;
     }
 };
 

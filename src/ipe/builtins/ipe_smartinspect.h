@@ -5,7 +5,6 @@
 //   memory   dict: `resident` bytes of the process, `pools` a list of dicts `size`, `chunks`, `used`
 //   modules  dict from branch to the list of its module names
 //   threads  dict: `maximum`, `running`
-//   builtins list of the built-in functions' names
 // The object keeps no state, so every thread may use the one instance.
 #pragma once
 
