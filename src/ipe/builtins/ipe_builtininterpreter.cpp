@@ -5,13 +5,13 @@
 #include <iterator>
 
 #include "ipe/builtins/ipe_builtinsupport.h"
-#include "ipe/builtins/ipe_globals.h"
 #include "ipe/builtins/ipe_smartinspect.h"
 #include "ipe/language/ipe_exceptiontype.h"
 #include "ipe/language/ipe_interpreter.h"
 #include "ipe/language/ipe_programloader.h"
 #include "ipe/object/ipe_moduleregistry.h"
 #include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_globals.h"
 #include "ipe/values/ipe_numbers.h"
 #include "ipe/values/ipe_stringtype.h"
 #include "platform/pf_process.h"
@@ -75,11 +75,17 @@ IPE_Object load(Arguments a) {
 
 // --- Globals.
 
-IPE_Object globals(Arguments) { return IPE_Globals::instance().snapshot(); }
+IPE_Object globals(Arguments) {
+    IPE_Object result = IPE_NewDict();
+    IPE_List names(IPE_GlobalStore().names());
+    for (int32_t i = 0; i < names.count(); ++i)
+        if (IPE_Object value = IPE_GlobalStore().get(names[i])) result.as<IPE_DictType>()->set(names[i], std::move(value));
+    return result;
+}
 
 IPE_Object globalSet(Arguments a) {
     a.check("so", "global_set");
-    IPE_Globals::instance().set(a[0], a[1]);
+    IPE_GlobalStore().set(a[0], a[1]);
     return {};
 }
 
