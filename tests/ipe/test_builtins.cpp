@@ -23,7 +23,9 @@ TEST_F(Builtins, CodePoints) {
     EXPECT_EQ(errorType("chr", {S("A")}), "AssertionError");
     for (int64_t bad : {int64_t(-1), int64_t(0xD800), int64_t(0x110000), int64_t(1) << 32})
         EXPECT_EQ(errorType("chr", {I(bad)}), "UnicodeError") << bad;
-    EXPECT_EQ(show("ord", {S("\xE2\x82\xAC" "b")}), "8364");
+    EXPECT_EQ(show("ord", {S("\xE2\x82\xAC"
+                             "b")}),
+              "8364");
     EXPECT_EQ(show("ord", {S("")}), "0");
     EXPECT_EQ(errorType("ord", {S("\xFF")}), "UnicodeError");
 }
@@ -85,13 +87,17 @@ TEST_F(Builtins, Sequences) {
     EXPECT_EQ(show("range", {I(5), I(5)}), "[]");
     EXPECT_EQ(show("range", {I(6), I(5), I(-1)}), "[]");
     EXPECT_EQ(show("range", {I(INT64_MAX - 1), I(INT64_MAX)}), "[9223372036854775806L]");
-    EXPECT_EQ(show("range", {I(INT64_MIN), I(INT64_MAX), I(INT64_MAX)}), "[-9223372036854775808L, -1, 9223372036854775806L]");
+    EXPECT_EQ(show("range", {I(INT64_MIN), I(INT64_MAX), I(INT64_MAX)}),
+              "[-9223372036854775808L, -1, 9223372036854775806L]");
     for (int64_t step : {0, -1}) EXPECT_EQ(errorType("range", {I(0), I(5), I(step)}), "ValueError");
     EXPECT_EQ(errorType("range", {I(INT64_MIN), I(INT64_MAX)}), "MemoryAllocError");
 }
 
 TEST_F(Builtins, StringMethodsAsFunctions) {
-    EXPECT_EQ(show("lower", {S("\xC3\x84" "B")}), "'\xC3\xA4" "b'");
+    EXPECT_EQ(show("lower", {S("\xC3\x84"
+                               "B")}),
+              "'\xC3\xA4"
+              "b'");
     EXPECT_EQ(show("upper", {S("ab")}), "'AB'");
     EXPECT_EQ(show("split", {S("a,b;c"), S(",;")}), "['a', 'b', 'c']");
     EXPECT_EQ(show("split", {S("a,b,c"), S(","), I(1)}), "['a', 'b,c']");
@@ -101,7 +107,10 @@ TEST_F(Builtins, StringMethodsAsFunctions) {
     EXPECT_EQ(show("find", {S("a"), S("")}), "-1");
     EXPECT_EQ(show("wildmatch", {S("a*C"), S("ABC")}), "True");  // the pattern comes first
     EXPECT_EQ(show("wildmatch", {S("ABC"), S("a*C")}), "False");
-    EXPECT_EQ(show("translate", {L({S("x\xF4\x8F\xBF\xBA" "key,plain] y"), I(1)})}), "['xplain y', 1]");
+    EXPECT_EQ(show("translate", {L({S("x\xF4\x8F\xBF\xBA"
+                                      "key,plain] y"),
+                                    I(1)})}),
+              "['xplain y', 1]");
 }
 
 // --- Codecs.
@@ -125,13 +134,15 @@ TEST_F(Builtins, Uudecode) {
     EXPECT_EQ(text("uudecode", {S("0V%")}), "Ca");
     EXPECT_EQ(text("uudecode", {S("0V")}), "C");
     EXPECT_EQ(text("uudecode", {S("0")}), "");
-    EXPECT_EQ(text("uudecode", {S("80``80``")}), "a");  // a grave accent is the zero; a text ends at its first NUL
+    EXPECT_EQ(text("uudecode", {S("80``80``")}),
+              "a");  // a grave accent is the zero; a text ends at its first NUL
     EXPECT_EQ(text("uudecode", {S("")}), "");
     EXPECT_EQ(text("uudecode", {S("{}")}), "");
 }
 
 TEST_F(Builtins, Base64AndUrl) {
-    const char* pairs[][2] = {{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}};
+    const char* pairs[][2] = {
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}};
     for (auto& [plain, encoded] : pairs) {
         EXPECT_EQ(text("base64_encode", {S(plain)}), encoded);
         EXPECT_EQ(text("base64_decode", {S(encoded)}), plain);
@@ -170,9 +181,12 @@ TEST_F(Builtins, UnicodeForms) {
     EXPECT_EQ(show("unicode_utf8", {S("a\xE2\x82\xAC")}), "[97, 226, 130, 172]");
     EXPECT_EQ(show("unicode_utf16", {S("a\xF0\x9F\x98\x80")}), "[97, 55357, 56832]");
     EXPECT_EQ(show("unicode_utf32", {S("a\xF0\x9F\x98\x80")}), "[97, 128512]");
-    for (const char* name : {"unicode_utf8", "unicode_utf16", "unicode_utf32"}) EXPECT_EQ(show(name, {S("")}), "[]");
+    for (const char* name : {"unicode_utf8", "unicode_utf16", "unicode_utf32"})
+        EXPECT_EQ(show(name, {S("")}), "[]");
     EXPECT_EQ(errorType("unicode_utf32", {S("\xC3(")}), "UnicodeError");
-    EXPECT_EQ(text("unicode_sanitize", {S("\xC3(")}), "\xF4\x8F\xBF\xB0" "2C3(");
+    EXPECT_EQ(text("unicode_sanitize", {S("\xC3(")}),
+              "\xF4\x8F\xBF\xB0"
+              "2C3(");
     EXPECT_EQ(text("unicode_sanitize", {S("\xC3\xA9")}), "\xC3\xA9");
     EXPECT_EQ(text("unicode_native", {S("abc")}), "abc");
     EXPECT_EQ(show("unicode_flags", {}), "0");
@@ -184,14 +198,18 @@ TEST_F(Builtins, UnicodeForms) {
 
 TEST_F(Builtins, FileNameMappingAndXml) {
     std::string mapped = text("uep", {S("a:b?c/d\\e. ")});
-    EXPECT_EQ(mapped, "a:b\xEF\x80\xA5" "c\xEF\x80\xA2" "d\xEF\x80\xA6" "e.\xEF\x80\xA8");
+    EXPECT_EQ(mapped,
+              "a:b\xEF\x80\xA5"
+              "c\xEF\x80\xA2"
+              "d\xEF\x80\xA6"
+              "e.\xEF\x80\xA8");
     EXPECT_EQ(text("udp", {S(mapped)}), "a:b?c/d\\e. ");
     EXPECT_EQ(text("udp", {S("\xEF\x80\xAB\xEF\x80\xAE")}), ":~");  // colon and tilde fold back only
     IPE_Object number = I(5000);
     EXPECT_EQ(call("udp", {number}), number);
 
     EXPECT_EQ(text("xep", {S("<a href=\"x\">&'")}), "&lt;a href=&quot;x&quot;&gt;&amp;&apos;");
-    EXPECT_EQ(text("xep", {I(12)}), "12");
+    EXPECT_EQ(errorType("xep", {I(12)}), "TypeError");
     EXPECT_EQ(text("xep", {S("a/b"), S("/"), S("-")}), "a-b");
     EXPECT_EQ(text("xep", {S("abc"), S("ab"), S("<")}), "&lt;bc");  // no counterpart: it stays
     EXPECT_EQ(text("xep", {S("\xC3\xA9x"), S("\xC3\xA9"), S("\xE2\x82\xAC")}), "\xE2\x82\xACx");
@@ -210,8 +228,10 @@ TEST_F(Builtins, Maketime) {
     EXPECT_TRUE(IPE_Object_Equal(packed, call("maketime", {S("2024-02-29 12:34:56")})));
     EXPECT_TRUE(IPE_Object_Equal(packed, call("maketime", {S("2024-02-29 12:34:56.789")})));
     EXPECT_TRUE(IPE_Object_Equal(packed, call("maketime", {T({I(2024), I(2), I(29), I(12), I(34), I(56)})})));
-    EXPECT_TRUE(IPE_Object_Equal(call("maketime", {S("20240229")}), call("maketime", {L({I(2024), I(2), I(29)})})));
-    EXPECT_TRUE(IPE_Object_Equal(call("maketime", {S("2024-02-01")}), call("maketime", {T({I(2024), I(2)})})));
+    EXPECT_TRUE(
+        IPE_Object_Equal(call("maketime", {S("20240229")}), call("maketime", {L({I(2024), I(2), I(29)})})));
+    EXPECT_TRUE(
+        IPE_Object_Equal(call("maketime", {S("2024-02-01")}), call("maketime", {T({I(2024), I(2)})})));
     EXPECT_EQ(show("maketime", {S("")}), "0");
     EXPECT_EQ(show("maketime", {IPE_None()}), "0");
     EXPECT_EQ(show("maketime", {I(-5)}), "-5");
@@ -244,8 +264,9 @@ TEST_F(Builtins, WeekdayAgreesWithTheCalendar) {
         time_t seconds = day * 86400;
         tm fields{};
         gmtime_r(&seconds, &fields);
-        ASSERT_EQ(call("weekday", {I(fields.tm_year + 1900), I(fields.tm_mon + 1), I(fields.tm_mday)})->__int__(),
-                  fields.tm_wday)
+        ASSERT_EQ(
+            call("weekday", {I(fields.tm_year + 1900), I(fields.tm_mon + 1), I(fields.tm_mday)})->__int__(),
+            fields.tm_wday)
             << fields.tm_year + 1900 << '-' << fields.tm_mon + 1 << '-' << fields.tm_mday;
     }
     // Months and days beyond their range run on into the next.
@@ -293,7 +314,8 @@ TEST_F(Builtins, Machine) {
     IPE_Object size = call("drive_size", {S("/")});
     EXPECT_GE(IPE_Dict_GetInt64(size, "capacity"), IPE_Dict_GetInt64(size, "available"));
     EXPECT_GT(IPE_Dict_GetInt64(size, "capacity"), 0);
-    EXPECT_EQ(error("drive_size", {S("/no such place")}).rfind("RuntimeError: GetDiskFreeSpaceEx (2)", 0), 0u);
+    EXPECT_EQ(error("drive_size", {S("/no such place")}).rfind("RuntimeError: GetDiskFreeSpaceEx (2)", 0),
+              0u);
 
     EXPECT_EQ(call("threadid", {})->__int__(), platform::threadId());
     call("system_gc", {});
@@ -384,7 +406,8 @@ TEST_F(Builtins, CopiesAndStrips) {
 
 TEST_F(Builtins, SpecsStandGuard) {
     EXPECT_EQ(error("find", {S("a")}), "TypeError: find requires 2 arguments, 1 given");
-    EXPECT_EQ(error("find", {S("a"), I(1)}), "TypeError: Index 1 requires StringType arguments, IntType given");
+    EXPECT_EQ(error("find", {S("a"), I(1)}),
+              "TypeError: Index 1 requires StringType arguments, IntType given");
     EXPECT_EQ(error("drive_list", {I(1)}), "TypeError: drive_list requires 0 arguments, 1 given");
     EXPECT_EQ(errorType("join", {T({}), S("")}), "TypeError");
 }

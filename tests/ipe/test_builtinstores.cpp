@@ -83,7 +83,8 @@ TEST_F(BuiltinStores, AtomicOperations) {
     EXPECT_EQ(run({S("dict_get"), S("d"), S("k"), IPE_None()}), "[3]");
     EXPECT_EQ(run({S("dict_list_remove"), S("d"), S("k"), I(3)}), "True");
     EXPECT_EQ(run({S("dict_get"), S("d"), S("z"), I(4)}), "4");
-    EXPECT_EQ(run({S("dict_item_add"), S("d"), S("sum"), I(5)}), run({S("dict_get"), S("d"), S("sum"), I(0)}));
+    EXPECT_EQ(run({S("dict_item_add"), S("d"), S("sum"), I(5)}),
+              run({S("dict_get"), S("d"), S("sum"), I(0)}));
     run({S("dict_del"), S("d"), S("k")});
     EXPECT_EQ(run({S("dict_keys"), S("d")}), "['sum']");
     EXPECT_EQ(run({S("dict_keys"), S("nowhere")}), "[]");
@@ -127,7 +128,8 @@ TEST_F(BuiltinStores, WalksOverAllThreads) {
         std::unique_lock guard(lock);
         changed.wait(guard, [] { return ready == 2; });
     }
-    EXPECT_EQ(show("get_value_from_shared_storage_on_all_passports", {S("job")}), "[{'number': '0'}, {'number': '1'}]");
+    EXPECT_EQ(show("get_value_from_shared_storage_on_all_passports", {S("job")}),
+              "[{'number': '0'}, {'number': '1'}]");
     EXPECT_EQ(show("get_value_from_shared_storage_on_all_passports", {S("other")}), "[]");
     call("set_value_into_shared_storage_where", {S("job"), S("number"), S("1"), S("mark"), L({I(7)})});
     call("set_value_into_shared_storage_where", {S("job"), S("absent"), S("1"), S("mark"), I(8)});

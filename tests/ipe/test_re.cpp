@@ -49,7 +49,8 @@ class Regex : public testing::Test {
     }
 };
 
-const char* const Unexpected = "RuntimeError: An unexpected error occured whilst evaluating regular expression";
+const char* const Unexpected =
+    "RuntimeError: An unexpected error occured whilst evaluating regular expression";
 
 TEST_F(Regex, EachKeywordCountsByPresence) {
     EXPECT_FALSE(search("abc", "xABCx"));
@@ -89,7 +90,7 @@ TEST_F(Regex, OptionBlocks) {
     EXPECT_EQ(groups(Mark + "N}abc", "xyz"), "None");
     EXPECT_EQ(groups(Mark + "N}abc", "abc"), "abc");
     EXPECT_TRUE(search("a" + Mark + "zzz}b" + Mark + "}c", "abc"));  // other texts are dropped
-    EXPECT_TRUE(search("a" + Mark + "bcd", "a"));                  // no brace: all of it is the option
+    EXPECT_TRUE(search("a" + Mark + "bcd", "a"));                    // no brace: all of it is the option
     EXPECT_FALSE(search("a" + Mark + "N", "a"));
     EXPECT_TRUE(search(Mark + "n}abc", "abc"));
     EXPECT_TRUE(search("a{2}", "aa"));
@@ -162,7 +163,8 @@ TEST_F(Regex, HostilePatternsEndInTheNamedError) {
     EXPECT_NE(error([] { make(std::string(1000, '(') + std::string(1000, ')')); }), "");
     // A recursion without end is refused or stopped, never followed.
     std::string deep = error([] { search("(?R)?a(?1)?(b|(?R))*c", std::string(100000, 'a')); });
-    EXPECT_TRUE(deep.empty() || deep == Unexpected || deep.find("Failed to compile") != std::string::npos) << deep;
+    EXPECT_TRUE(deep.empty() || deep == Unexpected || deep.find("Failed to compile") != std::string::npos)
+        << deep;
     // The machine stack of the compiled code runs out here; the interpreter then has the word.
     std::string nested = error([] { search("^(?:(a)|b)*$", std::string(2'000'000, 'a')); });
     EXPECT_TRUE(nested.empty() || nested == Unexpected) << nested;

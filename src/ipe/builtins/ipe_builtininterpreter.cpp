@@ -1,7 +1,9 @@
-// The built-in function `interpreter`: diagnostics and embedding, one function per sub-command behind a table.
+// The built-in function `interpreter`: diagnostics and embedding, one function per sub-command behind a
+// table.
 //
 // Sub-commands that ask for the running script work on the innermost call-level frame of the thread; without
-// one, as from native code, they raise. `global` gives a snapshot, since the live store belongs to all threads.
+// one, as from native code, they raise. `global` gives a snapshot, since the live store belongs to all
+// threads.
 #include <iterator>
 
 #include "ipe/builtins/ipe_builtinsupport.h"
@@ -79,7 +81,8 @@ IPE_Object globals(Arguments) {
     IPE_Object result = IPE_NewDict();
     IPE_List names(IPE_GlobalStore().names());
     for (int32_t i = 0; i < names.count(); ++i)
-        if (IPE_Object value = IPE_GlobalStore().get(names[i])) result.as<IPE_DictType>()->set(names[i], std::move(value));
+        if (IPE_Object value = IPE_GlobalStore().get(names[i]))
+            result.as<IPE_DictType>()->set(names[i], std::move(value));
     return result;
 }
 
@@ -101,8 +104,9 @@ IPE_Object memoryPack(Arguments) {
 IPE_Object priority(Arguments a) {
     a.check("i", "priority");
     int64_t level = a.integer(0);
-    XPK_ThrowSystemError("SetThreadPriority",
-                         level < -2 || level > 2 ? EINVAL : platform::setThreadPriority(static_cast<int>(level)));
+    XPK_ThrowSystemError("SetThreadPriority", level < -2 || level > 2
+                                                  ? EINVAL
+                                                  : platform::setThreadPriority(static_cast<int>(level)));
     return {};
 }
 
@@ -154,7 +158,7 @@ IPE_Object getCoverage(Arguments a) {
 }
 
 // "local" for this thread's interpreter, "global" for it and all that come, "disable" for neither.
-void switchFlag(Arguments a, bool IPE_Interpreter::* flag, std::atomic<bool>& byDefault) {
+void switchFlag(Arguments a, bool IPE_Interpreter::*flag, std::atomic<bool>& byDefault) {
     if (a.size() == 0) unknownOption();
     if (a[0]->is_text("local")) {
         running().*flag = true;
@@ -210,12 +214,24 @@ struct Command {
 };
 
 constexpr Command Commands[] = {
-    {"module_get", moduleGet},  {"module_set", moduleSet},      {"modules", modules},
-    {"global", globals},        {"memory_pack", memoryPack},    {"priority", priority},
-    {"builtin", builtin},       {"parse", parse},               {"load", load},
-    {"profile", profile},       {"get_coverage", getCoverage},  {"trace", trace},
-    {"get_caller", getCaller},  {"callstack", callstack},       {"global_set", globalSet},
-    {"statement", statement},   {"thread_summary", threadSummary}, {"asm_int_3", breakpoint},
+    {"module_get", moduleGet},
+    {"module_set", moduleSet},
+    {"modules", modules},
+    {"global", globals},
+    {"memory_pack", memoryPack},
+    {"priority", priority},
+    {"builtin", builtin},
+    {"parse", parse},
+    {"load", load},
+    {"profile", profile},
+    {"get_coverage", getCoverage},
+    {"trace", trace},
+    {"get_caller", getCaller},
+    {"callstack", callstack},
+    {"global_set", globalSet},
+    {"statement", statement},
+    {"thread_summary", threadSummary},
+    {"asm_int_3", breakpoint},
 };
 
 IPE_Object builtinInterpreter(const IPE_Arguments& a) {

@@ -65,14 +65,19 @@ IPE_Object builtinSmartInspect(Arguments a) {
         .raise();
 }
 
-// `lang` and `tag` are names that scripts may call for effect of the tools that read them; here they do nothing.
+// `lang` and `tag` are names that scripts may call for effect of the tools that read them; here they do
+// nothing.
 IPE_Object builtinNothing(Arguments) { return {}; }
 
 const IPE_Builtin Rows[] = {
-    {"super", "o", builtinSuper},       {"getattr", "os|o", builtinGetattr},
-    {"setattr", "oso", builtinSetattr}, {"delattr", "os", builtinDelattr},
-    {"clone", "o", builtinClone},       {"objectstrip", "o", builtinObjectstrip},
-    {"lang", nullptr, builtinNothing},  {"tag", nullptr, builtinNothing},
+    {"super", "o", builtinSuper},
+    {"getattr", "os|o", builtinGetattr},
+    {"setattr", "oso", builtinSetattr},
+    {"delattr", "os", builtinDelattr},
+    {"clone", "o", builtinClone},
+    {"objectstrip", "o", builtinObjectstrip},
+    {"lang", nullptr, builtinNothing},
+    {"tag", nullptr, builtinNothing},
     {"smart_inspect", "o", builtinSmartInspect},
 };
 const IPE_BuiltinTable registered(Rows);

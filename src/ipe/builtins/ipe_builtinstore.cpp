@@ -1,5 +1,5 @@
-// Built-in functions on the two kinds of store: the process-wide one (`global_...`) and the one of the calling
-// thread (`thread_...`).
+// Built-in functions on the two kinds of store: the process-wide one (`global_...`) and the one of the
+// calling thread (`thread_...`).
 //
 // Both kinds are the same functions over another store, so they come from one template. A store strips what
 // enters and copies what leaves. The two functions that walk all threads go through the thread manager, which

@@ -20,9 +20,11 @@
 #include "platform/pf_console.h"
 #include "platform/pf_files.h"
 #include "platform/pf_locale.h"
+#include "platform/pf_localeitems.h"
 #include "platform/pf_paths.h"
 #include "platform/pf_process.h"
 #include "runtime/epa_shutdown.h"
+#include "runtime/epa_unicode.h"
 
 namespace {
 
@@ -48,7 +50,8 @@ IPE_Object builtinSystemGc(Arguments) {
 IPE_Object builtinMessagebox(Arguments a) {
     IPE_Object text = a[0];
     if (auto* exception = text.tryAs<IPE_ExceptionType>())
-        text = IPE_ExpandFormat(IPE_String("%(decode)s\n\n%(statement)s\n%(file)s ( %(line)s )\n"), exception->details());
+        text = IPE_ExpandFormat(IPE_String("%(decode)s\n\n%(statement)s\n%(file)s ( %(line)s )\n"),
+                                exception->details());
     platform::messageBox(a.size() > 1 ? a.text(1) : "quillsrv", IPE_Object_Text(text));
     return {};
 }
@@ -65,7 +68,8 @@ IPE_Object figures(uint64_t capacity, uint64_t available) {
 std::string versionText() {
     platform::OsVersion version;
     if (platform::osVersion(version) != 0 || version.kernel.empty()) return "UNKNOWN";
-    std::string text = version.distribution.empty() ? version.kernel : version.distribution + ", " + version.kernel;
+    std::string text =
+        version.distribution.empty() ? version.kernel : version.distribution + ", " + version.kernel;
     return version.machine.empty() ? text : text + " " + version.machine;
 }
 
@@ -140,6 +144,18 @@ IPE_Object builtinSystem(Arguments a) {
     XPK_Raise("RuntimeError", "Unknown option passed to _system: $name").string("name", what).raise();
 }
 
+IPE_Object builtinLocaleinfo(Arguments a) {
+    uint32_t item = platform::localeItemNumber(a.text(0));
+    if (item == 0) XPK_Raise("KeyError", "$key").string("key", a.text(0)).raise();
+    XPK_ThreadState* state = XPK_CurrentThread();
+    std::string text;
+    XPK_ThrowSystemError("GetLocaleInfo", platform::localeItem(state ? state->locale : 0, item, text));
+    EPA_Unicode unicode;
+    unicode.setUtf8(text);
+    unicode.sanitise();
+    return IPE_String(unicode.toUtf8());
+}
+
 const IPE_Builtin Rows[] = {
     {"threadid", nullptr, builtinThreadid},
     {"sys_exit", nullptr, builtinSysExit},
@@ -153,6 +169,7 @@ const IPE_Builtin Rows[] = {
     {"rtoken8", nullptr, builtinRtoken8},
     {"fs", "s|", IPE_Fs},
     {"_system", "s|i", builtinSystem},
+    {"localeinfo", "s", builtinLocaleinfo},
 };
 const IPE_BuiltinTable registered(Rows);
 

@@ -1,7 +1,7 @@
 // Built-in functions on time. A time value is a count of seconds since 1970; 0 means no time.
 //
-// Broken-down fields are local time, by the C library. `weekday` asks nobody: it counts by Zeller's congruence
-// in the Gregorian calendar, for any year, and carries months beyond the year into it.
+// Broken-down fields are local time, by the C library. `weekday` asks nobody: it counts by Zeller's
+// congruence in the Gregorian calendar, for any year, and carries months beyond the year into it.
 #include <cerrno>
 #include <ctime>
 
@@ -64,7 +64,8 @@ int64_t zeller(int64_t year, int64_t month, int64_t day) {
         month += 12;
         --y;
     }
-    int64_t weekday = (day % 7 + (13 * (month + 1)) / 5 + y + y / 4 - y / 100 + y / 400) % 7;  // 0 is Saturday
+    int64_t weekday =
+        (day % 7 + (13 * (month + 1)) / 5 + y + y / 4 - y / 100 + y / 400) % 7;  // 0 is Saturday
     return (weekday + 7 + 6) % 7;
 }
 
@@ -98,15 +99,17 @@ IPE_Object builtinTimer(Arguments a) {
     int64_t now = platform::highResolutionCounter();
     if (a.size() == 0) return IPE_Int(now);
     auto elapsed = static_cast<double>(now) - static_cast<double>(a.integer(0));
-    if (int64_t exact; !__builtin_sub_overflow(now, a.integer(0), &exact)) elapsed = static_cast<double>(exact);
+    if (int64_t exact; !__builtin_sub_overflow(now, a.integer(0), &exact))
+        elapsed = static_cast<double>(exact);
     return IPE_Float(elapsed / static_cast<double>(platform::kHighResolutionFrequency));
 }
 
 IPE_Object builtinTimeout(Arguments) { return IPE_New<IPE_TimeoutType>(); }
 
 const IPE_Builtin Rows[] = {
-    {"maketime", "o", builtinMaketime},   {"localtime", "|i", builtinLocaltime}, {"strftime", "o|s", builtinStrftime},
-    {"weekday", "|oii", builtinWeekday}, {"timer", "|i", builtinTimer},         {"timeout", "", builtinTimeout},
+    {"maketime", "o", builtinMaketime},   {"localtime", "|i", builtinLocaltime},
+    {"strftime", "o|s", builtinStrftime}, {"weekday", "|oii", builtinWeekday},
+    {"timer", "|i", builtinTimer},        {"timeout", "", builtinTimeout},
 };
 const IPE_BuiltinTable registered(Rows);
 

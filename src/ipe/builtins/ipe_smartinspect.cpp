@@ -29,7 +29,9 @@ int64_t residentBytes() {
     std::string content;
     if (platform::readSystemFile("/proc/self/statm", content) != 0) return 0;
     size_t blank = content.find(' ');
-    return blank == std::string::npos ? 0 : std::strtoll(content.c_str() + blank, nullptr, 10) * sysconf(_SC_PAGESIZE);
+    return blank == std::string::npos
+               ? 0
+               : std::strtoll(content.c_str() + blank, nullptr, 10) * sysconf(_SC_PAGESIZE);
 }
 
 class SmartInspectType final : public IPE_Type {

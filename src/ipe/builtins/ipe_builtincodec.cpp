@@ -1,0 +1,288 @@
+// Built-in functions that code and decode: digests, uuencode, Base64, URLs, big-number powers, Unicode forms,
+// file-name mapping and XML escapes.
+//
+// `rsa` is a modular power and nothing more: no padding and no protection against timing, as befits the old
+// exchange that it serves. Its numbers are bounded so that one call costs milliseconds.
+#include <openssl/bn.h>
+
+#include <memory>
+
+#include "components/netcode.h"
+#include "ipe/builtins/ipe_builtinsupport.h"
+#include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_numbers.h"
+#include "ipe/values/ipe_stringtype.h"
+#include "runtime/epa_digest.h"
+#include "runtime/epa_metaphone.h"
+#include "runtime/epa_unicode.h"
+
+namespace {
+
+using Arguments = const IPE_Arguments&;
+
+// --- Digests and keys.
+
+IPE_Object builtinMetaphone(Arguments a) { return IPE_String(EPA_Metaphone(a.text(0))); }
+
+IPE_Object builtinMd5(Arguments a) {
+    std::string hex = EPA_Md5Hex(a.text(0));
+    for (char& c : hex)
+        if (c >= 'A' && c <= 'F') c = static_cast<char>(c + ('a' - 'A'));
+    return IPE_String(hex);
+}
+
+IPE_Object builtinSha1(Arguments a) {
+    uint8_t digest[20];
+    EPA_Sha1(a.text(0), digest);
+    char hex[40];
+    for (size_t i = 0; i < sizeof digest; ++i) {
+        hex[2 * i] = "0123456789abcdef"[digest[i] >> 4];
+        hex[2 * i + 1] = "0123456789abcdef"[digest[i] & 15];
+    }
+    return IPE_String({hex, sizeof hex});
+}
+
+// --- Transfer encodings.
+
+// One run of groups: no length characters. A second argument limits the number of bytes. A last group of two
+// or three characters gives one or two bytes.
+IPE_Object builtinUudecode(Arguments a) {
+    std::string_view text = a.text(0);
+    size_t limit = a.size() > 1 ? static_cast<size_t>(std::max<int64_t>(a.integer(1), 0)) : SIZE_MAX;
+    size_t at = text.find_first_not_of(" \t");
+    std::string bytes;
+    uint32_t bits = 0;
+    int held = 0;
+    for (; at < text.size() && bytes.size() < limit && text[at] >= ' ' && text[at] <= '`'; ++at) {
+        bits = bits << 6 | ((static_cast<uint32_t>(text[at]) - ' ') & 63);
+        held += 6;
+        if (held < 8) continue;
+        held -= 8;
+        bytes += static_cast<char>(bits >> held & 255);
+    }
+    return IPE_String(bytes);
+}
+
+enum { FormatBase64 = 1, FormatUrl = 3 };
+
+struct NetCodeHandle {
+    NetCodeHandle() : handle(NetCode_Create(nullptr, nullptr)) {
+        if (!handle) throw XPK_MemoryException(__FILE__, __LINE__);
+    }
+    ~NetCodeHandle() { NetCode_Destroy(handle); }
+    NetCodeHandle(const NetCodeHandle&) = delete;
+    NetCodeHandle& operator=(const NetCodeHandle&) = delete;
+    void* handle;
+};
+
+enum { PropertyDecoded = 1, PropertyEncoded = 3, PropertyFormat = 7, MethodDecode = 3, MethodEncode = 4 };
+
+IPE_Object netCode(Arguments a, int format, int method) {
+    std::string input = IPE_NativeText(IPE_RequiredArgument(a, 0));
+    NetCodeHandle code;
+    bool encode = method == MethodEncode;
+    int error = NetCode_Set(code.handle, PropertyFormat, 0,
+                            reinterpret_cast<void*>(static_cast<intptr_t>(format)), 0);
+    if (error == 0)
+        error = NetCode_Set(code.handle, encode ? PropertyDecoded : PropertyEncoded, 0, input.data(),
+                            static_cast<int>(input.size()));
+    if (error == 0) error = NetCode_Do(code.handle, method, 0, nullptr, nullptr);
+    if (error != 0)
+        XPK_Raise("RuntimeError", "NetCode failed with error $code")
+            .number("code", NetCode_GetLastErrorCode(code.handle))
+            .raise();
+    int length = 0;
+    auto* output = static_cast<const char*>(
+        NetCode_Get(code.handle, encode ? PropertyEncoded : PropertyDecoded, 0, &length));
+    return IPE_String({output, static_cast<size_t>(length)});
+}
+
+IPE_Object builtinBase64Encode(Arguments a) { return netCode(a, FormatBase64, MethodEncode); }
+IPE_Object builtinBase64Decode(Arguments a) { return netCode(a, FormatBase64, MethodDecode); }
+IPE_Object builtinUrlEncode(Arguments a) { return netCode(a, FormatUrl, MethodEncode); }
+IPE_Object builtinUrlDecode(Arguments a) { return netCode(a, FormatUrl, MethodDecode); }
+
+// --- Big-number powers.
+
+constexpr size_t RsaBytes = 128;
+
+struct BnFree {
+    void operator()(BIGNUM* number) const { BN_clear_free(number); }
+    void operator()(BN_CTX* context) const { BN_CTX_free(context); }
+};
+using BigNumber = std::unique_ptr<BIGNUM, BnFree>;
+
+BigNumber required(BIGNUM* number) {
+    if (!number) throw XPK_MemoryException(__FILE__, __LINE__);
+    return BigNumber(number);
+}
+
+[[noreturn]] void tooLong() { XPK_Raise("ValueError", "rsa() takes numbers of up to 1024 bits").raise(); }
+
+BigNumber fromHex(std::string_view text) {
+    if (text.find_first_not_of("0123456789abcdefABCDEF") != std::string_view::npos)
+        XPK_Raise("ValueError", "'$text' is not a hexadecimal number").string("text", text).raise();
+    text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
+    if (text.size() > 2 * RsaBytes) tooLong();
+    BIGNUM* number = nullptr;
+    BN_hex2bn(&number, text.empty() ? "0" : std::string(text).c_str());
+    return required(number);
+}
+
+BigNumber fromBytes(std::string_view text) {
+    if (text.size() > RsaBytes) tooLong();
+    return required(BN_bin2bn(reinterpret_cast<const unsigned char*>(text.data()),
+                              static_cast<int>(text.size()), nullptr));
+}
+
+IPE_Object toHex(const BIGNUM* number) {
+    std::unique_ptr<char, void (*)(char*)> hex(BN_bn2hex(number), [](char* text) { OPENSSL_free(text); });
+    if (!hex) throw XPK_MemoryException(__FILE__, __LINE__);
+    std::string text(hex.get());
+    text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
+    for (char& c : text)
+        if (c >= 'A' && c <= 'F') c = static_cast<char>(c + ('a' - 'A'));
+    return IPE_String(text);
+}
+
+// The plain side is bytes in the modes "e" and "d" and hexadecimal in "eh" and "dh"; the coded side is
+// hexadecimal always. Bytes are the number's big-endian form.
+IPE_Object builtinRsa(Arguments a) {
+    std::string_view mode = a.text(0);
+    if (mode != "e" && mode != "d" && mode != "eh" && mode != "dh")
+        XPK_Raise("ValueError", "Unknown rsa() mode '$mode'").string("mode", mode).raise();
+    BigNumber base = mode == "e" ? fromBytes(a.text(1)) : fromHex(a.text(1));
+    BigNumber exponent = fromHex(a.text(2)), modulus = fromHex(a.text(3));
+    if (BN_is_zero(modulus.get())) XPK_Raise("NumericError", "Divide by Zero").raise();
+    std::unique_ptr<BN_CTX, BnFree> context(BN_CTX_new());
+    BigNumber power = required(BN_new());
+    if (!context || !BN_mod_exp(power.get(), base.get(), exponent.get(), modulus.get(), context.get()))
+        throw XPK_MemoryException(__FILE__, __LINE__);
+    if (mode != "d") return toHex(power.get());
+    std::string bytes(static_cast<size_t>(BN_num_bytes(power.get())), '\0');
+    BN_bn2bin(power.get(), reinterpret_cast<unsigned char*>(bytes.data()));
+    return IPE_String(bytes);
+}
+
+// --- Unicode forms.
+
+template <class Unit>
+IPE_Object listOfUnits(const Unit* units, size_t count) {
+    IPE_Object list = IPE_NewList();
+    list.as<IPE_ListType>()->reserve(count);
+    for (size_t i = 0; i < count; ++i) list.as<IPE_ListType>()->append(IPE_Int(units[i]));
+    return list;
+}
+
+IPE_Object builtinUtf8(Arguments a) {
+    return listOfUnits(reinterpret_cast<const unsigned char*>(a.text(0).data()), a.text(0).size());
+}
+
+EPA_Unicode unicodeOf(std::string_view text) {
+    EPA_Unicode unicode;
+    unicode.setUtf8(text);
+    return unicode;
+}
+
+IPE_Object builtinUtf16(Arguments a) {
+    EPA_Unicode unicode = unicodeOf(a.text(0));
+    const char16_t* units = unicode.toUtf16();
+    return listOfUnits(units, unicode.length());
+}
+
+IPE_Object builtinUtf32(Arguments a) {
+    EPA_Unicode unicode = unicodeOf(a.text(0));
+    const char32_t* units = unicode.toUtf32();
+    return listOfUnits(units, unicode.length());
+}
+
+IPE_Object builtinSanitize(Arguments a) {
+    EPA_Unicode unicode = unicodeOf(a.text(0));
+    unicode.sanitise();
+    return IPE_String(unicode.toUtf8());
+}
+
+IPE_Object builtinNative(Arguments a) {
+    EPA_Unicode unicode;
+    unicode.setNative(a.text(0));
+    return IPE_String(unicode.toUtf8());
+}
+
+IPE_Object builtinFlags(Arguments a) {
+    if (a.size() == 0) return IPE_Int(EPA_Unicode::defaultFlags());
+    EPA_Unicode::setDefaultFlags(static_cast<uint32_t>(a.integer(0)));
+    return {};
+}
+
+// --- File names and XML.
+
+IPE_Object builtinUep(Arguments a) {
+    EPA_Unicode unicode = unicodeOf(a.text(0));
+    unicode.encodePathName();
+    return IPE_String(unicode.toUtf8());
+}
+
+IPE_Object builtinUdp(Arguments a) {
+    if (!a[0].is<IPE_StringType>()) return a[0];
+    EPA_Unicode unicode = unicodeOf(a.text(0));
+    unicode.decodePathName();
+    return IPE_String(unicode.toUtf8());
+}
+
+// Each character of `from` becomes the one at the same place of `to`; one without a counterpart stays.
+std::string replaceCharacters(std::string_view text, std::string_view from, std::string_view to) {
+    EPA_Unicode subject = unicodeOf(text), old = unicodeOf(from), fresh = unicodeOf(to);
+    const char32_t* olds = old.toUtf32();
+    const char32_t* news = fresh.toUtf32();
+    size_t count = std::min<size_t>(old.length(), fresh.length());
+    const char32_t* points = subject.toUtf32();
+    std::u32string result(points, subject.length());
+    for (char32_t& point : result)
+        for (size_t i = 0; i < count; ++i)
+            if (olds[i] == point) {
+                point = news[i];
+                break;
+            }
+    EPA_Unicode out;
+    out.setUtf32(result);
+    return std::string(out.toUtf8());
+}
+
+IPE_Object builtinXep(Arguments a) {
+    std::string text = IPE_Object_Text(a[0]);
+    if (a.size() > 2) text = replaceCharacters(text, a.text(1), a.text(2));
+    EPA_StringBuffer out;
+    out.xmlEncode(text);
+    return IPE_String(out.view());
+}
+
+IPE_Object builtinXdp(Arguments a) {
+    EPA_StringBuffer out;
+    out.xmlDecode(IPE_Object_Text(a[0]));
+    return IPE_String(out.view());
+}
+
+const IPE_Builtin Rows[] = {
+    {"metaphone", "s", builtinMetaphone},
+    {"md5", "s", builtinMd5},
+    {"sha1", "s", builtinSha1},
+    {"uudecode", "s|i", builtinUudecode},
+    {"base64_encode", nullptr, builtinBase64Encode},
+    {"base64_decode", nullptr, builtinBase64Decode},
+    {"url_encode", nullptr, builtinUrlEncode},
+    {"url_decode", nullptr, builtinUrlDecode},
+    {"rsa", "ssss", builtinRsa},
+    {"unicode_sanitize", "s", builtinSanitize},
+    {"unicode_utf8", "s", builtinUtf8},
+    {"unicode_utf16", "s", builtinUtf16},
+    {"unicode_utf32", "s", builtinUtf32},
+    {"unicode_native", "s", builtinNative},
+    {"unicode_flags", "|i", builtinFlags},
+    {"uep", "s", builtinUep},
+    {"udp", "o", builtinUdp},
+    {"xep", "s|ss", builtinXep},
+    {"xdp", "o", builtinXdp},
+};
+const IPE_BuiltinTable registered(Rows);
+
+}  // namespace
