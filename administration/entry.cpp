@@ -1,0 +1,174 @@
+// What kind of process this is.
+//
+// Options are recognised by a plain substring search of the whole command line, in a fixed order; nothing is
+// tokenised, so an option can stand anywhere. The service commands report each failing step and go on with
+// the next.
+#include "entry.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <unistd.h>
+
+#include "platform/pf_console.h"
+#include "platform/pf_process.h"
+#include "platform/pf_service.h"
+#include "platform/pf_servicedispatcher.h"
+#include "platform/pf_signals.h"
+
+namespace {
+
+constexpr char Help[] =
+    "usage: quillsrv [OPTION...]\n"
+    "\n"
+    "Without options the server runs in the foreground: it runs ../ipe/startup.py, relative to the program,\n"
+    "and serves until SIGTERM, SIGINT or the script ends it. Its exit code is the script global __rc.\n"
+    "\n"
+    "  --custom FILE        run the module startup_custom of FILE once and end; FILE reaches to the end of "
+    "the\n"
+    "                       command line, so other options and the script's own arguments stand before it\n"
+    "  --standalone         serve in this process even when the service is installed\n"
+    "  --install            install the service (a systemd unit) and enable it at boot\n"
+    "    --username NAME    with --install: the account that the service runs under\n"
+    "    --password TEXT    accepted with --install and not needed on this system\n"
+    "  --start, --stop      start or stop the installed service\n"
+    "  --remove             remove the service\n"
+    "  --quiet              no error messages from the five commands above\n"
+    "  --help, --version    show this text, or the version, and end\n"
+    "\n"
+    "Environment: QUILL_UNIT_DIR, QUILL_RUNTIME_DIR and QUILL_SYSTEMD_BUS override where units and control "
+    "sockets\n"
+    "lie and which service manager is spoken to.\n";
+
+void reportError(int error) {
+    if (error != 0 && !hasOption("--quiet")) platform::messageBox("Error", platform::errorText(error));
+}
+
+void installService(platform::ServiceManager& manager) {
+    EntryState& state = entryState();
+    platform::ServiceDefinition definition;
+    definition.name = state.serviceName;
+    definition.displayName = state.serviceDisplayName;
+    definition.command = {state.program};
+    definition.account = optionText("--username", 11).substr(0, 255);
+    definition.account = definition.account.substr(0, definition.account.find(' '));
+    reportError(manager.install(definition));
+}
+
+// Runs the service commands that stand on the command line; true when there was one.
+bool administer() {
+    const std::string& name = entryState().serviceName;
+    bool handled = false;
+    if (!hasOption("--install") && !hasOption("--start") && !hasOption("--stop") && !hasOption("--remove"))
+        return false;
+
+    auto manager = platform::ServiceManager::connect();
+    if (hasOption("--install")) {
+        installService(*manager);
+        handled = true;
+    }
+    if (hasOption("--start")) {
+        reportError(manager->start(name));
+        handled = true;
+    }
+    if (hasOption("--stop")) {
+        platform::ServiceStatus status;
+        reportError(manager->control(name, platform::kControlStop, status));
+        handled = true;
+    }
+    if (hasOption("--remove")) {
+        reportError(manager->remove(name));
+        handled = true;
+    }
+    return handled;
+}
+
+// A single argument among those before --custom, whose file's own arguments are not the program's.
+bool hasPlainArgument(int argc, char** argv, const char* wanted) {
+    for (int i = 1; i < argc && strncmp(argv[i], "--custom", 8) != 0; ++i)
+        if (strcmp(argv[i], wanted) == 0) return true;
+    return false;
+}
+
+int runUnderManager() {
+    int error =
+        platform::runServiceDispatcher(entryState().serviceName, [](platform::ServiceSession& session) {
+            entryState().session = &session;
+            serviceMain();
+            entryState().session = nullptr;
+        });
+    if (error == 0) return 0;
+    platform::messageBox("The Tallyfern Server cannot be run from the command line.",
+                         "This program has been setup as an NT Service on this machine.\n\n"
+                         "Please use the NT Service Manager to start and stop the 'XX' service.\n\n"
+                         "To remove the service ensure it is not running and run 'X --remove'");
+    return 1;
+}
+
+}  // namespace
+
+EntryState& entryState() {
+    static EntryState state;
+    return state;
+}
+
+bool hasOption(const char* option) { return entryState().commandLine.find(option) != std::string::npos; }
+
+std::string optionText(const char* option, size_t offset) {
+    const std::string& line = entryState().commandLine;
+    size_t start = line.find(option);
+    return start == std::string::npos || start + offset >= line.size() ? std::string()
+                                                                       : line.substr(start + offset);
+}
+
+void deriveServiceNames(const std::string& program, std::string& name, std::string& displayName) {
+    constexpr char Product[] = "Quillbrook ";
+    auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
+    std::string candidate;
+    size_t found = std::string::npos;
+    for (size_t at = program.find(Product); at != std::string::npos; at = program.find(Product, at + 1))
+        if (at > 0 && isSeparator(program[at - 1])) {
+            found = at;
+            break;
+        }
+    if (found != std::string::npos) {
+        size_t end = program.find_first_of("/\\", found);
+        if (end == std::string::npos) return;
+        candidate = program.substr(found, end - found) + " Server";
+    } else {
+        std::string last = program.substr(program.find_last_of("/\\") + 1);
+        size_t tilde = last.find('~'), stop = last.rfind('.');
+        if (tilde == std::string::npos || stop == std::string::npos || stop < tilde) return;
+        candidate = last.substr(tilde + 1, stop - tilde - 1);
+    }
+    candidate = candidate.substr(0, 255);
+    displayName = candidate;
+    for (char& c : candidate)
+        if (c == ' ') c = '_';
+    name = candidate;
+}
+
+int quillEntry(int argc, char** argv) {
+    EntryState& state = entryState();
+    for (int i = 1; i < argc; ++i) state.commandLine.append(i > 1 ? " " : "").append(argv[i]);
+    if (hasPlainArgument(argc, argv, "--help") || hasPlainArgument(argc, argv, "-h"))
+        return fputs(Help, stdout), 0;
+    if (hasPlainArgument(argc, argv, "--version")) return puts("quillsrv " QUILL_VERSION), 0;
+    if (platform::programPath(state.program) != 0) return 1;
+    if (char* directory = getcwd(nullptr, 0)) {
+        state.entryDirectory = directory;
+        free(directory);
+    }
+    deriveServiceNames(state.program, state.serviceName, state.serviceDisplayName);
+    if (administer()) return 0;
+    state.runAsService = false;
+    if (!hasOption("--standalone"))
+        state.runAsService = platform::ServiceManager::connect()->exists(state.serviceName) == 0;
+    platform::setServiceConsole(state.runAsService);
+    platform::prepareSignals(!state.runAsService);
+    if (state.runAsService) return runUnderManager();
+    serviceMain();
+    return state.exitCode;
+}
