@@ -63,44 +63,21 @@ IPE_Object builtinUudecode(Arguments a) {
     return IPE_String(bytes);
 }
 
-enum { FormatBase64 = 1, FormatUrl = 3 };
-
-struct NetCodeHandle {
-    NetCodeHandle() : handle(NetCode_Create(nullptr, nullptr)) {
-        if (!handle) throw XPK_MemoryException(__FILE__, __LINE__);
-    }
-    ~NetCodeHandle() { NetCode_Destroy(handle); }
-    NetCodeHandle(const NetCodeHandle&) = delete;
-    NetCodeHandle& operator=(const NetCodeHandle&) = delete;
-    void* handle;
-};
-
-enum { PropertyDecoded = 1, PropertyEncoded = 3, PropertyFormat = 7, MethodDecode = 3, MethodEncode = 4 };
-
-IPE_Object netCode(Arguments a, int format, int method) {
-    std::string input = IPE_NativeText(IPE_RequiredArgument(a, 0));
-    NetCodeHandle code;
-    bool encode = method == MethodEncode;
-    int error = NetCode_Set(code.handle, PropertyFormat, 0,
-                            reinterpret_cast<void*>(static_cast<intptr_t>(format)), 0);
-    if (error == 0)
-        error = NetCode_Set(code.handle, encode ? PropertyDecoded : PropertyEncoded, 0, input.data(),
-                            static_cast<int>(input.size()));
-    if (error == 0) error = NetCode_Do(code.handle, method, 0, nullptr, nullptr);
-    if (error != 0)
-        XPK_Raise("RuntimeError", "NetCode failed with error $code")
-            .number("code", NetCode_GetLastErrorCode(code.handle))
-            .raise();
-    int length = 0;
-    auto* output = static_cast<const char*>(
-        NetCode_Get(code.handle, encode ? PropertyEncoded : PropertyDecoded, 0, &length));
-    return IPE_String({output, static_cast<size_t>(length)});
+IPE_Object encode(Arguments a, NetCodeFormat format) {
+    return IPE_String(NetCode_Encode(format, IPE_NativeText(IPE_RequiredArgument(a, 0))));
 }
 
-IPE_Object builtinBase64Encode(Arguments a) { return netCode(a, FormatBase64, MethodEncode); }
-IPE_Object builtinBase64Decode(Arguments a) { return netCode(a, FormatBase64, MethodDecode); }
-IPE_Object builtinUrlEncode(Arguments a) { return netCode(a, FormatUrl, MethodEncode); }
-IPE_Object builtinUrlDecode(Arguments a) { return netCode(a, FormatUrl, MethodDecode); }
+IPE_Object decode(Arguments a, NetCodeFormat format) {
+    std::string bytes;
+    if (int error = NetCode_Decode(format, IPE_NativeText(IPE_RequiredArgument(a, 0)), bytes))
+        XPK_Raise("ValueError", "Unable to decode the text (error $code)").number("code", error).raise();
+    return IPE_String(bytes);
+}
+
+IPE_Object builtinBase64Encode(Arguments a) { return encode(a, NetCodeBase64); }
+IPE_Object builtinBase64Decode(Arguments a) { return decode(a, NetCodeBase64); }
+IPE_Object builtinUrlEncode(Arguments a) { return encode(a, NetCodeUrl); }
+IPE_Object builtinUrlDecode(Arguments a) { return decode(a, NetCodeUrl); }
 
 // --- Big-number powers.
 
