@@ -143,16 +143,13 @@ IPE_Object builtinRsa(Arguments a) {
 
 // --- Unicode forms.
 
-template <class Unit>
-IPE_Object listOfUnits(const Unit* units, size_t count) {
+template <class Units>
+IPE_Object listOfUnits(Units units) {
     IPE_Object list = IPE_NewList();
-    list.as<IPE_ListType>()->reserve(count);
-    for (size_t i = 0; i < count; ++i) list.as<IPE_ListType>()->append(IPE_Int(units[i]));
+    list.as<IPE_ListType>()->reserve(units.size());
+    for (auto unit : units)
+        list.as<IPE_ListType>()->append(IPE_Int(std::make_unsigned_t<decltype(unit)>(unit)));
     return list;
-}
-
-IPE_Object builtinUtf8(Arguments a) {
-    return listOfUnits(reinterpret_cast<const unsigned char*>(a.text(0).data()), a.text(0).size());
 }
 
 EPA_Unicode unicodeOf(std::string_view text) {
@@ -161,33 +158,25 @@ EPA_Unicode unicodeOf(std::string_view text) {
     return unicode;
 }
 
-IPE_Object builtinUtf16(Arguments a) {
-    EPA_Unicode unicode = unicodeOf(a.text(0));
-    const char16_t* units = unicode.toUtf16();
-    return listOfUnits(units, unicode.length());
-}
-
-IPE_Object builtinUtf32(Arguments a) {
-    EPA_Unicode unicode = unicodeOf(a.text(0));
-    const char32_t* units = unicode.toUtf32();
-    return listOfUnits(units, unicode.length());
-}
+IPE_Object builtinUtf8(Arguments a) { return listOfUnits(a.text(0)); }
+IPE_Object builtinUtf16(Arguments a) { return listOfUnits(unicodeOf(a.text(0)).utf16()); }
+IPE_Object builtinUtf32(Arguments a) { return listOfUnits(unicodeOf(a.text(0)).utf32()); }
 
 IPE_Object builtinSanitize(Arguments a) {
     EPA_Unicode unicode = unicodeOf(a.text(0));
     unicode.sanitise();
-    return IPE_String(unicode.toUtf8());
+    return IPE_String(unicode.utf8());
 }
 
 IPE_Object builtinNative(Arguments a) {
     EPA_Unicode unicode;
     unicode.setNative(a.text(0));
-    return IPE_String(unicode.toUtf8());
+    return IPE_String(unicode.utf8());
 }
 
 IPE_Object builtinFlags(Arguments a) {
-    if (a.size() == 0) return IPE_Int(EPA_Unicode::defaultFlags());
-    EPA_Unicode::setDefaultFlags(static_cast<uint32_t>(a.integer(0)));
+    if (a.size() == 0) return IPE_Int(EPA_UnicodeDefaultFlags.load(std::memory_order_relaxed));
+    EPA_UnicodeDefaultFlags = static_cast<uint32_t>(a.integer(0));
     return {};
 }
 
@@ -196,33 +185,24 @@ IPE_Object builtinFlags(Arguments a) {
 IPE_Object builtinUep(Arguments a) {
     EPA_Unicode unicode = unicodeOf(a.text(0));
     unicode.encodePathName();
-    return IPE_String(unicode.toUtf8());
+    return IPE_String(unicode.utf8());
 }
 
 IPE_Object builtinUdp(Arguments a) {
     if (!a[0].is<IPE_StringType>()) return a[0];
     EPA_Unicode unicode = unicodeOf(a.text(0));
     unicode.decodePathName();
-    return IPE_String(unicode.toUtf8());
+    return IPE_String(unicode.utf8());
 }
 
 // Each character of `from` becomes the one at the same place of `to`; one without a counterpart stays.
 std::string replaceCharacters(std::string_view text, std::string_view from, std::string_view to) {
-    EPA_Unicode subject = unicodeOf(text), old = unicodeOf(from), fresh = unicodeOf(to);
-    const char32_t* olds = old.toUtf32();
-    const char32_t* news = fresh.toUtf32();
-    size_t count = std::min<size_t>(old.length(), fresh.length());
-    const char32_t* points = subject.toUtf32();
-    std::u32string result(points, subject.length());
+    EPA_Unicode old = unicodeOf(from), fresh = unicodeOf(to), subject = unicodeOf(text);
+    std::u32string_view olds = old.utf32().substr(0, fresh.utf32().size());
+    std::u32string result(subject.utf32());
     for (char32_t& point : result)
-        for (size_t i = 0; i < count; ++i)
-            if (olds[i] == point) {
-                point = news[i];
-                break;
-            }
-    EPA_Unicode out;
-    out.setUtf32(result);
-    return std::string(out.toUtf8());
+        if (size_t place = olds.find(point); place != std::u32string_view::npos) point = fresh.utf32()[place];
+    return std::string(EPA_Unicode(result).utf8());
 }
 
 IPE_Object builtinXep(Arguments a) {

@@ -153,7 +153,7 @@ IPE_Object builtinLocaleinfo(Arguments a) {
     EPA_Unicode unicode;
     unicode.setUtf8(text);
     unicode.sanitise();
-    return IPE_String(unicode.toUtf8());
+    return IPE_String(unicode.utf8());
 }
 
 const IPE_Builtin Rows[] = {

@@ -26,7 +26,7 @@ IPE_Object builtinChr(Arguments a) {
     char32_t text[2] = {point < 0 || point > UINT32_MAX ? char32_t(-1) : static_cast<char32_t>(point), 0};
     EPA_Unicode unicode;
     unicode.setUtf32(text, point == 0 ? 0 : 1);
-    return IPE_String(unicode.toUtf8());
+    return IPE_String(unicode.utf8());
 }
 
 IPE_Object builtinOrd(Arguments a) {

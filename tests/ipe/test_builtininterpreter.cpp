@@ -1,0 +1,173 @@
+// The built-in `interpreter`, called from running modules, and the inspection object.
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "builtin_calls.h"
+#include "ipe/language/ipe_interpreter.h"
+#include "ipe/language/ipe_programloader.h"
+#include "ipe/object/ipe_moduleregistry.h"
+#include "ipe/values/ipe_globals.h"
+#include "runtime/epa_threadmanager.h"
+
+namespace {
+
+class BuiltinInterpreter : public BuiltinCalls {
+  protected:
+    void SetUp() override {
+        EPA_ThreadManager::create();
+        IPE_StartGlobals();
+    }
+    void TearDown() override {
+        IPE_StopGlobals();
+        EPA_ThreadManager::destroy();
+    }
+
+    // Runs the lines as a module in an interpreter of their own, and gives the representation of what they
+    // put under the global name "out".
+    static std::string run(const std::string& lines) {
+        static int number = 0;
+        std::string name = "probe" + std::to_string(++number);
+        load_source_text("", "class " + name + ":\n" + lines, name + ".py");
+        IPE_Interpreter interpreter;
+        interpreter.run(name);
+        IPE_Object out = IPE_GlobalStore().get("out");
+        return out ? IPE_Object_ToString(out) : "";
+    }
+    static std::string runError(const std::string& lines) {
+        try {
+            run(lines);
+        } catch (const XPK_Exception& exception) {
+            return exception.type() + ": " + exception.message();
+        }
+        return "";
+    }
+};
+
+TEST_F(BuiltinInterpreter, LoadsAndLists) {
+    EXPECT_EQ(show("interpreter",
+                   {S("parse"), S("class made.One:\nx = 1\nclass made.Two:\ny = 2\n"), S("made.py")}),
+              "['made.One', 'made.Two']");
+    EXPECT_EQ(show("interpreter", {S("parse"), S("x = 1\n")}), "[]");
+    std::string names = show("interpreter", {S("modules"), S("made")});
+    EXPECT_NE(names.find("'One'"), std::string::npos);
+    EXPECT_NE(show("interpreter", {S("modules")}).find("'made'"), std::string::npos);
+    IPE_Object node = call("interpreter", {S("module_get"), S("made.One")});
+    EXPECT_STREQ(node.typeName(), "ModuleSourceType");
+    // The node's representation is the module's stored form, which reads back as a dictionary.
+    IPE_Object form = call("eval", {S(IPE_Object_ToString(node))});
+    EXPECT_EQ(IPE_Dict_GetString(form, "module"), "made.One");
+    EXPECT_EQ(show("interpreter", {S("module_set"), S("made.One"), I(1)}), "None");
+    EXPECT_EQ(error("interpreter", {S("module_get"), S("absent.One")}),
+              "ImportError: No module named 'absent.One'");
+    EXPECT_EQ(error("interpreter", {S("module_get"), S("made.Three")}), "KeyError: Three");
+    EXPECT_EQ(errorType("interpreter", {S("load"), S("/no such file.py")}), "IOError");
+
+    char path[] = "/tmp/quill-load-XXXXXX";
+    int file = mkstemp(path);
+    ASSERT_GE(file, 0);
+    const std::string text = "class from_file.Three:\nx = 3\n";
+    ASSERT_EQ(write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(file);
+    EXPECT_EQ(show("interpreter", {S("load"), S(path)}), "['from_file.Three']");
+    unlink(path);
+}
+
+TEST_F(BuiltinInterpreter, TellsWhereTheScriptStands) {
+    EXPECT_EQ(run("def f():\n    return interpreter('get_caller')\nc = f()\n"
+                  "global_set('out', (c['file'], c['line'], c['statement']))\n"),
+              "('probe1.py', 3, \"    return interpreter ( 'get_caller' )\")");
+    EXPECT_EQ(
+        run("def f(out):\n    for entry in interpreter('callstack'):\n        out.append(entry['line'])\n"
+            "lines = []\nf(lines)\nglobal_set('out', lines)\n")
+            .substr(0, 5),
+        "[3, 6");
+    EXPECT_EQ(run("global_set('out', interpreter('statement'))\n"),
+              "['global_set', '(', \"'out'\", ',', 'interpreter', '(', \"'statement'\", ')', ')']");
+    EXPECT_EQ(run("global_set('out', type(interpreter('builtin')))\n"), "'IPE_ModuleBuitin'");
+    EXPECT_EQ(show("interpreter", {S("callstack")}), "[]");
+    EXPECT_EQ(show("interpreter", {S("statement")}), "[]");
+    EXPECT_EQ(errorType("interpreter", {S("builtin")}), "RuntimeError");
+}
+
+TEST_F(BuiltinInterpreter, CountsAndTraces) {
+    std::string counted =
+        run("interpreter('profile', 'local')\n"
+            "x = 0\n"
+            "while x < 3:\n"
+            "    x = x + 1\n"
+            "interpreter('profile', 'disable')\n"
+            "global_set('out', interpreter('profile', 'get_coverage'))\n");
+    IPE_Object coverage = call("eval", {S(counted)});
+    if (coverage->__len__() > 0) {
+        IPE_Object file(PyDict_SafeCast(coverage)->findText(
+            call("list", {coverage})->__getitem__(I(0))->__getitem__(I(0))->c_str()));
+        IPE_Object line(PyDict_SafeCast(file)->find(I(5)));
+        ASSERT_TRUE(line) << counted;
+        IPE_Object counts(PyDict_SafeCast(line)->findText("    x = x + 1"));
+        ASSERT_TRUE(counts) << counted;
+        EXPECT_EQ(IPE_Dict_GetInt64(counts, "hits"), 3) << counted;
+    } else {
+        ADD_FAILURE() << "nothing was counted";
+    }
+    EXPECT_EQ(run("interpreter('profile', 'local')\nx = 1\ninterpreter('profile', 'disable')\n"
+                  "interpreter('profile', 'reset')\nglobal_set('out', interpreter('get_coverage'))\n"),
+              "{}");
+    run("interpreter('get_coverage', 'reset')\n");
+    EXPECT_FALSE(IPE_Interpreter::profileByDefault);
+    run("interpreter('profile', 'global')\ninterpreter('trace', 'global')\n");
+    EXPECT_TRUE(IPE_Interpreter::profileByDefault);
+    EXPECT_TRUE(IPE_Interpreter::traceByDefault);
+    run("interpreter('profile', 'disable')\ninterpreter('trace', 'disable')\ninterpreter('trace', "
+        "'local')\n");
+    EXPECT_FALSE(IPE_Interpreter::profileByDefault);
+    EXPECT_FALSE(IPE_Interpreter::traceByDefault);
+    EXPECT_EQ(runError("interpreter('profile', 'sideways')\n"),
+              "RuntimeError: Unknown option passed to interpeter");
+}
+
+TEST_F(BuiltinInterpreter, ProcessAndThread) {
+    call("interpreter", {S("global_set"), S("colour"), L({I(1)})});
+    EXPECT_EQ(show("global_get", {S("colour")}), "[1]");
+    IPE_Object globals = call("interpreter", {S("global")});
+    EXPECT_EQ(IPE_Object_ToString(IPE_Dict_Get(globals, "colour")), "[1]");
+    IPE_Dict_Set(globals, "colour", I(2));  // a snapshot
+    EXPECT_EQ(show("global_get", {S("colour")}), "[1]");
+    EXPECT_EQ(show("interpreter", {S("memory_pack")}), "None");
+    EXPECT_EQ(show("interpreter", {S("asm_int_3")}), "None");
+    EXPECT_EQ(show("interpreter", {S("priority"), I(0)}), "None");
+    EXPECT_EQ(error("interpreter", {S("priority"), I(3)}).rfind("RuntimeError: SetThreadPriority (22)", 0),
+              0u);
+    IPE_Object threads = call("interpreter", {S("thread_summary")});
+    EXPECT_EQ(IPE_Dict_GetInt64(threads, "maximum"), 256);
+    EXPECT_EQ(IPE_Dict_GetInt64(threads, "running"), 1);
+    EXPECT_EQ(error("interpreter", {S("dance")}), "RuntimeError: Unknown option passed to interpeter");
+    EXPECT_EQ(errorType("interpreter", {}), "TypeError");
+}
+
+TEST_F(BuiltinInterpreter, InspectionObject) {
+    IPE_Object object = call("smart_inspect", {S("get")});
+    EXPECT_EQ(object, call("smart_inspect", {S("get")}));
+    auto ask = [&](const char* name) { return object->__getattr__(S(name), 0)->__call__(IPE_Arguments()); };
+    IPE_Object memory = ask("memory");
+    EXPECT_GT(IPE_Dict_GetInt64(memory, "resident"), 1 << 20);
+    EXPECT_EQ(IPE_Dict_Get(memory, "pools")->__len__(), 10);
+    IPE_ModuleRegistry::register_("inspected.leaf", IPE_New<IPE_ModuleBranch>());
+    EXPECT_EQ(IPE_Object_ToString(IPE_Dict_Get(ask("modules"), "inspected")), "['leaf']");
+    EXPECT_EQ(IPE_Dict_GetInt64(ask("threads"), "maximum"), 256);
+    EXPECT_EQ(errorType("getattr", {object, S("spell")}), "AttributeNotFoundException");
+    EXPECT_EQ(errorType("smart_inspect", {S("set")}), "RuntimeError");
+}
+
+// Values reach scripts as they leave the functions: null as None, exceptions as objects that `except`
+// catches.
+TEST_F(BuiltinInterpreter, BuiltinsInScripts) {
+    EXPECT_EQ(run("global_set('out', (len('abc'), lang('x') is None, getattr(1, 'a', 2), range(0, 3)))\n"),
+              "(3, True, 2, [0, 1, 2])");
+    EXPECT_EQ(
+        run("caught = ''\ntry:\n    eval('len(1)')\nexcept IPESyntaxException, e:\n    caught = type(e)\n"
+            "global_set('out', caught)\n"),
+        "'ExceptionType'");
+}
+
+}  // namespace
