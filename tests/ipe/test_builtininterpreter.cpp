@@ -162,8 +162,8 @@ TEST_F(BuiltinInterpreter, InspectionObject) {
 // Values reach scripts as they leave the functions: null as None, exceptions as objects that `except`
 // catches.
 TEST_F(BuiltinInterpreter, BuiltinsInScripts) {
-    EXPECT_EQ(run("global_set('out', (len('abc'), lang('x') is None, getattr(1, 'a', 2), range(0, 3)))\n"),
-              "(3, True, 2, [0, 1, 2])");
+    EXPECT_EQ(run("global_set('out', (len('abc'), type(lang('x')), getattr(1, 'a', 2), range(0, 3)))\n"),
+              "(3, 'NoneType', 2, [0, 1, 2])");
     EXPECT_EQ(
         run("caught = ''\ntry:\n    eval('len(1)')\nexcept IPESyntaxException, e:\n    caught = type(e)\n"
             "global_set('out', caught)\n"),

@@ -24,23 +24,14 @@ using Arguments = const IPE_Arguments&;
 
 IPE_Object builtinMetaphone(Arguments a) { return IPE_String(EPA_Metaphone(a.text(0))); }
 
-IPE_Object builtinMd5(Arguments a) {
-    std::string hex = EPA_Md5Hex(a.text(0));
-    for (char& c : hex)
-        if (c >= 'A' && c <= 'F') c = static_cast<char>(c + ('a' - 'A'));
-    return IPE_String(hex);
+IPE_Object digest(Arguments a, EPA_Digest::Kind kind) {
+    EPA_Digest digest(kind);
+    digest.update(a.text(0));
+    return IPE_String(EPA_HexText(digest.finish(), false));
 }
 
-IPE_Object builtinSha1(Arguments a) {
-    uint8_t digest[20];
-    EPA_Sha1(a.text(0), digest);
-    char hex[40];
-    for (size_t i = 0; i < sizeof digest; ++i) {
-        hex[2 * i] = "0123456789abcdef"[digest[i] >> 4];
-        hex[2 * i + 1] = "0123456789abcdef"[digest[i] & 15];
-    }
-    return IPE_String({hex, sizeof hex});
-}
+IPE_Object builtinMd5(Arguments a) { return digest(a, EPA_Digest::Kind::Md5); }
+IPE_Object builtinSha1(Arguments a) { return digest(a, EPA_Digest::Kind::Sha1); }
 
 // --- Transfer encodings.
 

@@ -11,7 +11,6 @@
 #include "ipe/builtins/ipe_builtinsupport.h"
 #include "ipe/builtins/ipe_filetype.h"
 #include "ipe/language/ipe_exceptiontype.h"
-#include "ipe/nt/ipe_fs.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_expansion.h"
 #include "ipe/values/ipe_numbers.h"
@@ -167,7 +166,6 @@ const IPE_Builtin Rows[] = {
     {"messagebox", "o|ss", builtinMessagebox},
     {"rchoice", "o", builtinRchoice},
     {"rtoken8", nullptr, builtinRtoken8},
-    {"fs", "s|", IPE_Fs},
     {"_system", "s|i", builtinSystem},
     {"localeinfo", "s", builtinLocaleinfo},
 };
