@@ -1,7 +1,8 @@
 // Long paths.
 //
-// A tree can be deeper than the kernel accepts in one string, and a storage scan meets such trees. Each step takes
-// the longest front part that ends at a separator and fits, so a path of n bytes costs about n / 4000 calls.
+// A tree can be deeper than the kernel accepts in one string, and a storage scan meets such trees. Each step
+// takes the longest front part that ends at a separator and fits, so a path of n bytes costs about n / 4000
+// calls.
 
 #include "platform/pf_anchor.h"
 
@@ -45,7 +46,8 @@ std::pair<std::string, std::string> splitLast(const std::string& path) {
     size_t end = path.find_last_not_of('/');
     if (end == std::string::npos) return {path.empty() ? "." : "/", ""};
     size_t cut = path.rfind('/', end);
-    std::string name = path.substr(cut == std::string::npos ? 0 : cut + 1, end - (cut == std::string::npos ? 0 : cut + 1) + 1);
+    std::string name = path.substr(cut == std::string::npos ? 0 : cut + 1,
+                                   end - (cut == std::string::npos ? 0 : cut + 1) + 1);
     if (cut == std::string::npos) return {".", name};
     size_t folder = path.find_last_not_of('/', cut);
     return {folder == std::string::npos ? "/" : path.substr(0, folder + 1), name};

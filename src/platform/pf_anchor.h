@@ -1,7 +1,8 @@
 #pragma once
 
-// Descriptors owned by scope, and an anchor that lets every call of this floor take paths longer than the kernel's
-// limit of 4095 bytes: the front part is walked with O_PATH descriptors until the rest is short enough.
+// Descriptors owned by scope, and an anchor that lets every call of this floor take paths longer than the
+// kernel's limit of 4095 bytes: the front part is walked with O_PATH descriptors until the rest is short
+// enough.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -52,7 +53,8 @@ class PathAnchor {
     int error_ = 0;
 };
 
-// Gives the folder part of a system path ("." if it has none) and its last name. Trailing separators are dropped.
+// Gives the folder part of a system path ("." if it has none) and its last name. Trailing separators are
+// dropped.
 std::pair<std::string, std::string> splitLast(const std::string& path);
 
 }  // namespace platform

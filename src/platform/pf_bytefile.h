@@ -1,6 +1,7 @@
 #pragma once
 
-// A regular file read by position, for parsers of untrusted formats: every access is checked against what is there.
+// A regular file read by position, for parsers of untrusted formats: every access is checked against what is
+// there.
 
 #include <cstdint>
 #include <string>
@@ -15,7 +16,8 @@ class ByteFile {
     // 0 or an errno; EISDIR for folders, EOPNOTSUPP for what is no regular file.
     int open(const std::string& path);
 
-    // Reads exactly `size` bytes at `at`; false if they are not all there. `error` keeps the errno of a failed read.
+    // Reads exactly `size` bytes at `at`; false if they are not all there. `error` keeps the errno of a
+    // failed read.
     bool read(uint64_t at, size_t size, std::string& out);
     int error() const { return error_; }
 

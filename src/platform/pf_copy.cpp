@@ -1,10 +1,11 @@
 // Copies that are whole or not there.
 //
-// The data go to a new file with a hidden name in the target's folder, which gets mode, attributes and times and then
-// takes the target's name in one rename. So nobody sees half a copy, an old target survives a full disk, and a killed
-// process leaves at most the hidden file. Data move inside the kernel where the two file systems allow it
-// (copy_file_range, which also shares extents), else by sendfile, else through a buffer. Files of the kernel's own
-// tables claim to be empty and refuse the fast ways, so a source without data ranges ends in the plain loop as well.
+// The data go to a new file with a hidden name in the target's folder, which gets mode, attributes and times
+// and then takes the target's name in one rename. So nobody sees half a copy, an old target survives a full
+// disk, and a killed process leaves at most the hidden file. Data move inside the kernel where the two file
+// systems allow it (copy_file_range, which also shares extents), else by sendfile, else through a buffer.
+// Files of the kernel's own tables claim to be empty and refuse the fast ways, so a source without data
+// ranges ends in the plain loop as well.
 
 #include "platform/pf_copy.h"
 
@@ -55,7 +56,8 @@ class Draft {
 
     int create() {
         return retry([this] {
-            fd_.reset(::openat(dir_.get(), name_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+            fd_.reset(::openat(dir_.get(), name_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                               0600));
             return fd_ ? 0 : errno;
         });
     }
@@ -130,8 +132,9 @@ class Pump {
             at = hole;
         }
         if (::ftruncate(to_, static_cast<off_t>(size)) != 0) return errno;
-        // A file that grew, or one whose size is a fiction.
-        return tail(static_cast<off_t>(size));
+        // The length was fixed at the start, so a log that grows all the time has an end. No length at all
+        // may be the fiction of a kernel table.
+        return size ? 0 : tail(0);
     }
 
   private:
@@ -186,8 +189,8 @@ class Pump {
     }
 
     static bool refuses(int error) {
-        return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM ||
-               error == EBADF;
+        return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
+               error == EPERM || error == EBADF;
     }
 
     ssize_t plainStep(off_t at, size_t want) {
@@ -211,7 +214,9 @@ class Pump {
     std::vector<char> buffer_;
 };
 
-bool hasPrefix(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
+bool hasPrefix(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
 
 // What becomes of one attribute: in a plain copy only what describes the content and who may read it.
 bool wanted(std::string_view name, bool whole) {
@@ -246,15 +251,16 @@ int copyAttributes(int from, int to, bool whole) {
         names.resize(names.size() * 2);
     }
     if (size < 0) return errno == EOPNOTSUPP ? 0 : errno;
-    for (const char* name = names.data(); name < names.data() + size; name += std::string_view(name).size() + 1) {
+    for (const char* name = names.data(); name < names.data() + size;
+         name += std::string_view(name).size() + 1) {
         if (!wanted(name, whole)) continue;
         if (int error = copyAttribute(from, to, name, whole)) return error;
     }
     return 0;
 }
 
-// Owner first, since a change of owner clears the set-id bits; then mode, attributes (the access list refines the
-// mode), and times last, since all before touch them.
+// Owner first, since a change of owner clears the set-id bits; then mode, attributes (the access list refines
+// the mode), and times last, since all before touch them.
 int copyMeta(int from, int to, const struct stat& source, bool whole) {
     struct stat made;
     if (::fstat(to, &made) != 0) return errno;
@@ -289,7 +295,8 @@ int resolveTarget(const std::string& to, const struct stat& source, std::string&
     PathAnchor anchor(to);
     if (anchor.error()) return anchor.error();
     struct stat raw;
-    if (::fstatat(anchor.dir(), anchor.rest(), &raw, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT ? 0 : errno;
+    if (::fstatat(anchor.dir(), anchor.rest(), &raw, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT ? 0 : errno;
     if (S_ISLNK(raw.st_mode)) {
         std::unique_ptr<char, decltype(&::free)> real(::realpath(anchor.plain().c_str(), nullptr), ::free);
         if (!real) return errno;
@@ -313,7 +320,8 @@ int moveLink(const std::string& from, const std::string& to, const struct stat& 
     Draft draft(to);
     if (draft.error()) return draft.error();
     if (int error = draft.createLink(target)) return error;
-    if (::fchownat(draft.dir(), draft.name().c_str(), source.st_uid, source.st_gid, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (::fchownat(draft.dir(), draft.name().c_str(), source.st_uid, source.st_gid, AT_SYMLINK_NOFOLLOW) !=
+        0) {
         return errno;
     }
     timespec times[2] = {source.st_atim, source.st_mtim};

@@ -1,8 +1,8 @@
 // Reading and patching of `user.DOSATTRIB`.
 //
-// The record is located, not unpacked: only the position of the attribute word matters, and a patch must keep what
-// another writer stored beside it. The value comes from any user who may write the file, so each step is bounded by
-// the value's size.
+// The record is located, not unpacked: only the position of the attribute word matters, and a patch must keep
+// what another writer stored beside it. The value comes from any user who may write the file, so each step is
+// bounded by the value's size.
 
 #include "platform/pf_dosattrib.h"
 

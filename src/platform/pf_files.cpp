@@ -1,9 +1,10 @@
 // Files over the Linux calls.
 //
-// All details come from one statx, which alone tells the time of creation and whether a name is the root of a mount.
-// Two facts need further calls: whether a symbolic link leads to a directory, and the attribute bits that only the
-// extended attribute holds. The latter is asked for files and folders alone, since the kernel refuses `user.*`
-// elsewhere, and given up for the rest of a listing once the file system says that it has none.
+// All details come from one statx, which alone tells the time of creation and whether a name is the root of a
+// mount. Two facts need further calls: whether a symbolic link leads to a directory, and the attribute bits
+// that only the extended attribute holds. The latter is asked for files and folders alone, since the kernel
+// refuses `user.*` elsewhere, and given up for the rest of a listing once the file system says that it has
+// none.
 
 #include "platform/pf_files.h"
 
@@ -83,7 +84,8 @@ std::string unescape(std::string_view text) {
     for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '\\' && i + 3 < text.size() && octal(text[i + 1]) && octal(text[i + 2]) &&
             octal(text[i + 3])) {
-            out.push_back(static_cast<char>((text[i + 1] - '0') << 6 | (text[i + 2] - '0') << 3 | (text[i + 3] - '0')));
+            out.push_back(
+                static_cast<char>((text[i + 1] - '0') << 6 | (text[i + 2] - '0') << 3 | (text[i + 3] - '0')));
             i += 3;
         } else {
             out.push_back(text[i]);
@@ -100,8 +102,8 @@ std::string_view word(std::string_view& line) {
     return taken;
 }
 
-// One line of /proc/self/mountinfo (proc(5)): number, parent, major:minor, root, mount point, options, optional
-// fields up to "-", type, source, super options.
+// One line of /proc/self/mountinfo (proc(5)): number, parent, major:minor, root, mount point, options,
+// optional fields up to "-", type, source, super options.
 bool readMount(std::string_view line, uint64_t mount, const std::string& device, VolumeInfo& volume) {
     std::string_view number = word(line);
     word(line);
@@ -152,14 +154,16 @@ int fileDetails(const std::string& path, bool follow, FileDetails& details, Deta
     if (error) return error;
     if (follow && details.isLink()) {
         struct statx raw;
-        if (::statx(AT_FDCWD, plain.c_str(), AT_NO_AUTOMOUNT, STATX_BASIC_STATS | STATX_BTIME, &raw) != 0) return errno;
+        if (::statx(AT_FDCWD, plain.c_str(), AT_NO_AUTOMOUNT, STATX_BASIC_STATS | STATX_BTIME, &raw) != 0)
+            return errno;
         uint32_t hidden = details.attributes & kAttributeHidden;
         fill(raw, details);
         details.attributes |= hidden;
         if (details.isDirectory() && isMountRoot(raw, 0)) details.attributes |= kAttributeReparse;
     }
     extended = true;
-    if (wish.extended && (details.isDirectory() || details.isRegular())) addExtended(plain, extended, details);
+    if (wish.extended && (details.isDirectory() || details.isRegular()))
+        addExtended(plain, extended, details);
     return 0;
 }
 
@@ -219,7 +223,8 @@ int renameNoReplace(const std::string& from, const std::string& to) {
     PathAnchor source(from), target(to);
     if (source.error()) return source.error();
     if (target.error()) return target.error();
-    if (::renameat2(source.dir(), source.rest(), target.dir(), target.rest(), RENAME_NOREPLACE) == 0) return 0;
+    if (::renameat2(source.dir(), source.rest(), target.dir(), target.rest(), RENAME_NOREPLACE) == 0)
+        return 0;
     // EINVAL is also the answer to a folder moved into itself; the slow way then gives it again.
     return errno == EINVAL || errno == ENOSYS ? renameByLink(from, to) : errno;
 }

@@ -2,8 +2,9 @@
 
 // Files by path: details, folders, names, attributes, times, volumes.
 //
-// Paths are system paths (bytes, see pf_paths.h) of any length. Functions give 0 or an errno and never raise; a path
-// with a NUL inside gives EINVAL. A symbolic link named by a path is followed only where told. Any thread may call.
+// Paths are system paths (bytes, see pf_paths.h) of any length. Functions give 0 or an errno and never raise;
+// a path with a NUL inside gives EINVAL. A symbolic link named by a path is followed only where told. Any
+// thread may call.
 
 #include <cstdint>
 #include <string>
@@ -53,9 +54,9 @@ struct DetailWish {
 // Details of one path; with `follow` of what a symbolic link leads to.
 int fileDetails(const std::string& path, bool follow, FileDetails& details, DetailWish wish = {});
 
-// The building block of the listings: details of `name` in the open folder `dir` (or AT_FDCWD). `plain` is the folder's
-// path for calls without a descriptor, "" for none. `parentDevice` is the folder's device, 0 if unknown.
-// `extendedWorks` is cleared when the file system has no extended attributes.
+// The building block of the listings: details of `name` in the open folder `dir` (or AT_FDCWD). `plain` is
+// the folder's path for calls without a descriptor, "" for none. `parentDevice` is the folder's device, 0 if
+// unknown. `extendedWorks` is cleared when the file system has no extended attributes.
 int detailsAt(int dir, const char* name, const std::string& plain, uint64_t parentDevice, bool& extendedWorks,
               FileDetails& details);
 
@@ -66,18 +67,19 @@ int currentDirectory(std::string& path);
 int createDirectory(const std::string& path);  // one level; EEXIST if the name is taken
 int removeDirectory(const std::string& path);
 int removeFile(const std::string& path);  // not a directory (EISDIR); removes a symbolic link itself
-int createLink(const std::string& link, const std::string& target);  // symbolic; `target` is stored as it stands
-int readLink(const std::string& path, std::string& target);          // EINVAL if it is no symbolic link
+int createLink(const std::string& link,
+               const std::string& target);                   // symbolic; `target` is stored as it stands
+int readLink(const std::string& path, std::string& target);  // EINVAL if it is no symbolic link
 
 // Renames within one file system and never replaces: EEXIST if `to` is taken, EXDEV across file systems.
-// Works without a race also where the file system does not know the kernel's flag, except for files on file systems
-// that have no hard links either.
+// Works without a race also where the file system does not know the kernel's flag, except for files on file
+// systems that have no hard links either.
 int renameNoReplace(const std::string& from, const std::string& to);
 // The way that `renameNoReplace` takes where the flag is unknown.
 int renameByLink(const std::string& from, const std::string& to);
 
-// Sets the attributes read-only, system, archive and offline as given; follows symbolic links. Hidden belongs to the
-// name, directory and reparse to the kind: these bits are ignored.
+// Sets the attributes read-only, system, archive and offline as given; follows symbolic links. Hidden belongs
+// to the name, directory and reparse to the kind: these bits are ignored.
 int setAttributes(const std::string& path, uint32_t attributes);
 
 // Sets the times that are not null, follows symbolic links.

@@ -1,8 +1,8 @@
 // Folder listings.
 //
-// Details are read relative to the open folder, so a rename of the folder or of one above it does no harm during the
-// walk. The extended attribute has no call relative to a descriptor; it goes by the folder's entry under
-// /proc/self/fd, which means the same folder.
+// Details are read relative to the open folder, so a rename of the folder or of one above it does no harm
+// during the walk. The extended attribute has no call relative to a descriptor; it goes by the folder's entry
+// under /proc/self/fd, which means the same folder.
 
 #include "platform/pf_listing.h"
 
@@ -65,7 +65,8 @@ bool DirectoryReader::next(DirectoryEntry& entry, int& error) {
     }
 }
 
-int listDirectory(const std::string& path, ListingWish wish, const std::function<bool(const DirectoryEntry&)>& visit) {
+int listDirectory(const std::string& path, ListingWish wish,
+                  const std::function<bool(const DirectoryEntry&)>& visit) {
     DirectoryReader reader;
     if (int error = reader.open(path, wish)) return error;
     DirectoryEntry entry;

@@ -1,6 +1,7 @@
 #pragma once
 
-// Reading of folders, entry by entry. Nothing is collected, so a folder of millions of names costs one buffer.
+// Reading of folders, entry by entry. Nothing is collected, so a folder of millions of names costs one
+// buffer.
 
 #include <dirent.h>
 
@@ -17,8 +18,8 @@ struct DirectoryEntry {
     std::string name;  // bytes as stored
     FileDetails details;
     std::string target;  // of a symbolic link, the stored path; only when wished
-    int error = 0;       // not 0: details could not be read (the folder may be read but not searched). The file
-                         // type in `details.mode` is right all the same where the file system tells it.
+    int error = 0;  // not 0: details could not be read (the folder may be read but not searched). The file
+                    // type in `details.mode` is right all the same where the file system tells it.
 };
 
 struct ListingWish {
@@ -50,6 +51,7 @@ class DirectoryReader {
 };
 
 // The same with a callback. `visit` gives false to stop early. 0 or an errno.
-int listDirectory(const std::string& path, ListingWish wish, const std::function<bool(const DirectoryEntry&)>& visit);
+int listDirectory(const std::string& path, ListingWish wish,
+                  const std::function<bool(const DirectoryEntry&)>& visit);
 
 }  // namespace platform

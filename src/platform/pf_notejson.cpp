@@ -1,4 +1,5 @@
-// A JSON reader for one flat object. Values that nest are checked for form and dropped, with a bound on the depth.
+// A JSON reader for one flat object. Values that nest are checked for form and dropped, with a bound on the
+// depth.
 
 #include "platform/pf_notejson.h"
 
@@ -22,7 +23,8 @@ class Reader {
 
   private:
     void blank() {
-        while (at_ < text_.size() && std::string_view(" \t\r\n").find(text_[at_]) != std::string_view::npos) ++at_;
+        while (at_ < text_.size() && std::string_view(" \t\r\n").find(text_[at_]) != std::string_view::npos)
+            ++at_;
     }
 
     bool take(char c) {
@@ -55,8 +57,9 @@ class Reader {
         scalar = true;
         if (text_[at_] == '"') return string(out);
         size_t start = at_;
-        while (at_ < text_.size() && std::string_view("+-.0123456789abcdefghijklmnopqrstuvwxyzE").find(text_[at_]) !=
-                                         std::string_view::npos) {
+        while (at_ < text_.size() &&
+               std::string_view("+-.0123456789abcdefghijklmnopqrstuvwxyzE").find(text_[at_]) !=
+                   std::string_view::npos) {
             ++at_;
         }
         out = text_.substr(start, at_ - start);

@@ -1,10 +1,10 @@
 // Paths between scripts and the system.
 //
-// Linux names are bytes and may hold anything but '/' and NUL; the upper floors think in UTF-16 with two separators.
-// Escaping through lone low surrogates keeps valid names readable and costs nothing for them. What makes it safe is
-// that only the canonical spelling is accepted on the way down: after escapes were turned back, the bytes are
-// spelled again and must give the units that came in. Without this a program could hand in a text that looks like
-// one name, passes a check as that name, and opens another.
+// Linux names are bytes and may hold anything but '/' and NUL; the upper floors think in UTF-16 with two
+// separators. Escaping through lone low surrogates keeps valid names readable and costs nothing for them.
+// What makes it safe is that only the canonical spelling is accepted on the way down: after escapes were
+// turned back, the bytes are spelled again and must give the units that came in. Without this a program could
+// hand in a text that looks like one name, passes a check as that name, and opens another.
 
 #include "platform/pf_paths.h"
 
@@ -20,7 +20,9 @@ constexpr char16_t kEscape = 0xDC00;
 
 bool isHigh(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isLow(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-bool isEscape(char16_t unit) { return unit == kEscape + '\\' || (unit >= kEscape + 0x80 && unit <= kEscape + 0xFF); }
+bool isEscape(char16_t unit) {
+    return unit == kEscape + '\\' || (unit >= kEscape + 0x80 && unit <= kEscape + 0xFF);
+}
 
 void appendUnits(std::u16string& out, char32_t code) {
     if (code < 0x10000) {
@@ -97,8 +99,9 @@ int pathToBytes(std::u16string_view path, std::string& bytes) {
     }
     if (!escaped) return 0;
     std::u16string canonical = pathToUnits(bytes);
-    bool same = std::equal(canonical.begin(), canonical.end(), path.begin(), path.end(),
-                           [](char16_t left, char16_t right) { return left == (right == u'\\' ? u'/' : right); });
+    bool same =
+        std::equal(canonical.begin(), canonical.end(), path.begin(), path.end(),
+                   [](char16_t left, char16_t right) { return left == (right == u'\\' ? u'/' : right); });
     return same ? 0 : EILSEQ;
 }
 

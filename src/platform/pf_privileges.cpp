@@ -1,8 +1,9 @@
 // Privileges and capabilities.
 //
-// Each name stands for the capabilities that let a Linux process do what the privilege lets a Windows process do.
-// The permitted set is never touched: what a thread lowers it can raise again. Names without a counterpart are kept
-// in the table so that a script can tell a misspelt name from one that this system cannot serve.
+// Each name stands for the capabilities that let a Linux process do what the privilege lets a Windows process
+// do. The permitted set is never touched: what a thread lowers it can raise again. Names without a
+// counterpart are kept in the table so that a script can tell a misspelt name from one that this system
+// cannot serve.
 
 #include "platform/pf_privileges.h"
 
@@ -66,7 +67,8 @@ using Capabilities = std::unique_ptr<std::remove_pointer_t<cap_t>, int (*)(void*
 int find(std::string_view name, const Privilege*& found) {
     for (const Privilege& row : kPrivileges) {
         std::string_view known(row.name);
-        if (known.size() != name.size() || ::strncasecmp(known.data(), name.data(), name.size()) != 0) continue;
+        if (known.size() != name.size() || ::strncasecmp(known.data(), name.data(), name.size()) != 0)
+            continue;
         found = &row;
         return row.count ? 0 : EOPNOTSUPP;
     }
@@ -81,7 +83,8 @@ int setPrivilege(std::string_view name, bool enabled) {
     Capabilities state(::cap_get_proc(), ::cap_free);
     if (!state) return errno;
     cap_flag_value_t value = enabled ? CAP_SET : CAP_CLEAR;
-    if (::cap_set_flag(state.get(), CAP_EFFECTIVE, row->count, row->capabilities.data(), value) != 0) return errno;
+    if (::cap_set_flag(state.get(), CAP_EFFECTIVE, row->count, row->capabilities.data(), value) != 0)
+        return errno;
     return ::cap_set_proc(state.get()) == 0 ? 0 : errno;
 }
 

@@ -1,4 +1,5 @@
-// One pass over the text with a cursor; every step consumes or fails, so hostile text costs no more than its length.
+// One pass over the text with a cursor; every step consumes or fails, so hostile text costs no more than its
+// length.
 
 #include "platform/pf_sddl.h"
 
@@ -75,8 +76,8 @@ class Cursor {
             *fields[i] = inside.substr(0, cut);
             inside.remove_prefix(i + 1 == kFields ? inside.size() : cut + 1);
         }
-        return !entry.type.empty() && entry.type.find('(') == std::string::npos && entry.flags.size() % 2 == 0 &&
-               sidOfTrustee(trustee, entry.trustee);
+        return !entry.type.empty() && entry.type.find('(') == std::string::npos &&
+               entry.flags.size() % 2 == 0 && sidOfTrustee(trustee, entry.trustee);
     }
 
     std::string_view rest_;

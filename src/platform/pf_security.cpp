@@ -1,12 +1,12 @@
 // Descriptors over modes and POSIX lists.
 //
-// Both directions go through one small model of a list: the three base permissions and two maps of named ones. The
-// mask does not appear in it. Reading applies it, writing computes it anew as the union of what it limits, so the
-// permissions in effect survive a round trip though the mask may become narrower.
+// Both directions go through one small model of a list: the three base permissions and two maps of named
+// ones. The mask does not appear in it. Reading applies it, writing computes it anew as the union of what it
+// limits, so the permissions in effect survive a round trip though the mask may become narrower.
 //
-// A named entry may have the same identifier as the owner or the owning group. The first entry with that identifier
-// is the base entry, the second the named one; where the base entry would be left out for want of permissions it is
-// then written all the same.
+// A named entry may have the same identifier as the owner or the owning group. The first entry with that
+// identifier is the base entry, the second the named one; where the base entry would be left out for want of
+// permissions it is then written all the same.
 
 #include "platform/pf_security.h"
 
@@ -49,7 +49,8 @@ Acl hold(acl_t raw) { return Acl(raw, ::acl_free); }
 unsigned permissions(acl_entry_t entry) {
     acl_permset_t set;
     if (::acl_get_permset(entry, &set) != 0) return 0;
-    return (::acl_get_perm(set, ACL_READ) == 1 ? kRead : 0) | (::acl_get_perm(set, ACL_WRITE) == 1 ? kWrite : 0) |
+    return (::acl_get_perm(set, ACL_READ) == 1 ? kRead : 0) |
+           (::acl_get_perm(set, ACL_WRITE) == 1 ? kWrite : 0) |
            (::acl_get_perm(set, ACL_EXECUTE) == 1 ? kExecute : 0);
 }
 
@@ -132,7 +133,8 @@ class DaclWriter {
     }
     void entry(unsigned bits, const std::string& sid) {
         const char* alias = aliasOfSid(sid);
-        text_ += std::string("(A;") + flags_ + ";" + rightsText(bits) + ";;;" + (alias ? alias : sid.c_str()) + ")";
+        text_ += std::string("(A;") + flags_ + ";" + rightsText(bits) + ";;;" +
+                 (alias ? alias : sid.c_str()) + ")";
     }
 
     std::string text_ = "D:";
@@ -186,12 +188,14 @@ class DaclReader {
 
     // 0 or EOPNOTSUPP.
     int read(const SddlList& list) {
-        if (list.flags != "" && list.flags != "P" && list.flags != "PAI" && list.flags != "AI") return EOPNOTSUPP;
+        if (list.flags != "" && list.flags != "P" && list.flags != "PAI" && list.flags != "AI")
+            return EOPNOTSUPP;
         for (const SddlEntry& entry : list.entries) {
             unsigned bits = 0;
             Inheritance way;
             bool plain = entry.type == "A" && entry.object.empty() && entry.inheritObject.empty();
-            if (!plain || !permissionsOf(entry.rights, bits) || !inheritanceOf(entry.flags, way)) return EOPNOTSUPP;
+            if (!plain || !permissionsOf(entry.rights, bits) || !inheritanceOf(entry.flags, way))
+                return EOPNOTSUPP;
             if (way.below && !S_ISDIR(raw_.st_mode)) return EOPNOTSUPP;
             if (way.here && !place(access, entry.trustee, bits, true)) return EOPNOTSUPP;
             if (way.below && !place(inherited, entry.trustee, bits, false)) return EOPNOTSUPP;

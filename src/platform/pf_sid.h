@@ -1,10 +1,11 @@
 #pragma once
 
-// Security identifiers in their text form "S-1-<authority>-<sub>..." ([MS-DTYP] 2.4.2.1), and their SDDL aliases.
+// Security identifiers in their text form "S-1-<authority>-<sub>..." ([MS-DTYP] 2.4.2.1), and their SDDL
+// aliases.
 //
-// Linux users are S-1-22-1-<uid> and groups S-1-22-2-<gid>, the convention of Samba. Aliases of two letters exist for
-// the well-known identifiers that are the same on every machine; those relative to a domain or machine (such as "DA")
-// have no identifier here.
+// Linux users are S-1-22-1-<uid> and groups S-1-22-2-<gid>, the convention of Samba. Aliases of two letters
+// exist for the well-known identifiers that are the same on every machine; those relative to a domain or
+// machine (such as "DA") have no identifier here.
 
 #include <cstdint>
 #include <string>
@@ -21,8 +22,8 @@ std::string sidOfGroup(uint32_t gid);
 bool userOfSid(std::string_view sid, uint32_t& uid);
 bool groupOfSid(std::string_view sid, uint32_t& gid);
 
-// Length of the identifier that `text` begins with, 0 if there is none: revision 1, an authority of 48 bits in
-// decimal or as 0x and hexadecimal digits, 1 to 15 sub-authorities of 32 bits in decimal.
+// Length of the identifier that `text` begins with, 0 if there is none: revision 1, an authority of 48 bits
+// in decimal or as 0x and hexadecimal digits, 1 to 15 sub-authorities of 32 bits in decimal.
 size_t sidLength(std::string_view text);
 
 // Alias to identifier, in either case of letters; false if unknown. And back: null if it has none.

@@ -1,7 +1,7 @@
 // Streams as extended attributes.
 //
-// The kernel bounds the list of one file (64 KiB on Linux), so it is fetched whole; a list that grows between the
-// two calls is asked for again.
+// The kernel bounds the list of one file (64 KiB on Linux), so it is fetched whole; a list that grows between
+// the two calls is asked for again.
 
 #include "platform/pf_streams.h"
 

@@ -1,8 +1,9 @@
 // Version texts of PE and ELF files.
 //
-// Both formats are mazes of offsets under the control of whoever wrote the file, so the reader follows one path
-// (first resource, first language) instead of walking trees, checks each offset against the block it points into, and
-// moves strictly forward through lists. Cost is bounded by the limits below whatever the file claims.
+// Both formats are mazes of offsets under the control of whoever wrote the file, so the reader follows one
+// path (first resource, first language) instead of walking trees, checks each offset against the block it
+// points into, and moves strictly forward through lists. Cost is bounded by the limits below whatever the
+// file claims.
 
 #include "platform/pf_versioninfo.h"
 
@@ -69,8 +70,8 @@ class PeReader {
         return sections_.locate(address, size, at) && file_.read(at, size, block);
     }
 
-    // One step through a resource folder at `offset` from the root: the entry with `id`, or the first for 0. The high
-    // bit of the result marks a folder.
+    // One step through a resource folder at `offset` from the root: the entry with `id`, or the first for 0.
+    // The high bit of the result marks a folder.
     bool step(uint32_t offset, uint32_t id, uint32_t& next) {
         std::string block;
         if (offset > UINT32_MAX - root_ - 16 || !load(root_ + offset, 16, block)) return false;
@@ -100,8 +101,8 @@ class PeReader {
         return true;
     }
 
-    // A record of the version resource: length, length of value, kind, key in UTF-16, value, children, each of the
-    // last three aligned to 4 bytes from the start of the resource.
+    // A record of the version resource: length, length of value, kind, key in UTF-16, value, children, each
+    // of the last three aligned to 4 bytes from the start of the resource.
     struct Record {
         size_t end = 0;
         size_t value = 0;
@@ -124,7 +125,8 @@ class PeReader {
         std::string out;
         for (size_t i = 0; i < units.size(); ++i) {
             char32_t code = units[i];
-            bool pair = (code & 0xFC00) == 0xD800 && i + 1 < units.size() && (units[i + 1] & 0xFC00) == 0xDC00;
+            bool pair =
+                (code & 0xFC00) == 0xD800 && i + 1 < units.size() && (units[i + 1] & 0xFC00) == 0xDC00;
             if (pair) code = 0x10000 + ((code & 0x3FF) << 10) + (units[++i] & 0x3FFu);
             appendUtf8(out, (code & 0xFFFFF800) == 0xD800 ? 0xFFFD : code);
         }
@@ -197,7 +199,8 @@ class ElfReader {
         for (size_t i = 0; i < count && strings_.empty(); ++i) {
             ByteView row(std::string_view(block).substr(i * size, size), big);
             if (row.number(0, 4) != 4) continue;  // PT_NOTE
-            uint64_t at = row.number(wide ? 8 : 4, wide ? 8 : 4), length = row.number(wide ? 32 : 16, wide ? 8 : 4);
+            uint64_t at = row.number(wide ? 8 : 4, wide ? 8 : 4),
+                     length = row.number(wide ? 32 : 16, wide ? 8 : 4);
             uint64_t step = row.number(wide ? 48 : 28, wide ? 8 : 4) == 8 ? 8 : 4;
             if (length <= kNoteLongest && file_.read(at, length, note)) notes(note, big, step);
         }
@@ -208,10 +211,12 @@ class ElfReader {
         ByteView view(block, big);
         auto align = [step](uint64_t at) { return (at + step - 1) & ~(step - 1); };
         for (uint64_t at = 0; view.has(at, 12);) {
-            uint64_t nameSize = view.number(at, 4), size = view.number(at + 4, 4), type = view.number(at + 8, 4);
+            uint64_t nameSize = view.number(at, 4), size = view.number(at + 4, 4),
+                     type = view.number(at + 8, 4);
             uint64_t content = align(at + 12 + nameSize);
             if (!view.has(at + 12, nameSize) || !view.has(content, size)) return;
-            bool package = type == kPackageNote && view.part(at + 12, nameSize) == std::string_view("FDO\0", 4);
+            bool package =
+                type == kPackageNote && view.part(at + 12, nameSize) == std::string_view("FDO\0", 4);
             if (package) {
                 std::string_view json = view.part(content, size);
                 parseNoteJson(json.substr(0, json.find('\0')), strings_);

@@ -129,3 +129,10 @@ void EPA_LifeCycle::shutdown() {
         }
     }
 }
+
+namespace {
+
+// Strings need no start; the name exists to be depended on.
+EPA_Component strings([](bool, const char*, void*) {}, nullptr, "EPA_String");
+
+}  // namespace

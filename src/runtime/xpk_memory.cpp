@@ -16,9 +16,9 @@
 
 // The thread sanitizer follows a block through the pools; the others must see every block come from the heap.
 #if !defined(QUILL_SANITIZED) || defined(__SANITIZE_THREAD__)
-#define QUILL_POOLS 1
+#define QUILL_POOLS true
 #else
-#define QUILL_POOLS 0
+#define QUILL_POOLS false
 #endif
 
 namespace {
@@ -128,9 +128,9 @@ void* refill(XPK_PoolCache& cache, int index) {
 }  // namespace
 
 void* XPK_Allocate(size_t size) {
-#if QUILL_POOLS
     XPK_ThreadState* state = XPK_CurrentThread();
-    if (size <= 2048 && state && !state->primary && poolsReady.load(std::memory_order_acquire)) [[likely]] {
+    if (QUILL_POOLS && size <= 2048 && state && !state->primary && poolsReady.load(std::memory_order_acquire))
+        [[likely]] {
         int index = classes.of[(size + 7) / 8];
         XPK_PoolCache& cache = state->pools;
         void* block = cache.list[index];
@@ -140,7 +140,6 @@ void* XPK_Allocate(size_t size) {
         cache.cachedBytes -= static_cast<int64_t>(XPK_PoolSizes[index]);
         return block;
     }
-#endif
     return heapBlock(size);
 }
 

@@ -47,6 +47,10 @@ XPK_ThreadScope::XPK_ThreadScope(bool primary, EPA_ThreadPassportImpl* passport)
 }
 
 XPK_ThreadScope::~XPK_ThreadScope() {
+    while (void* block = state_.spareNumbers) {
+        state_.spareNumbers = *static_cast<void**>(block);
+        XPK_Free(block);
+    }
     XPK_FlushThreadCaches();
     if (!outer_ && thread_hooks.leave) thread_hooks.leave();
     xpk_thread_state = outer_;

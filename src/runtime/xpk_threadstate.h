@@ -50,6 +50,10 @@ struct XPK_ThreadState {
     const char* apiFile = nullptr;
     const char* apiName = nullptr;
     XPK_PoolCache pools;
+    // Blocks of dead numbers for the next ones: the primary thread's stand-in for the pools. See
+    // ipe_numbers.h.
+    void* spareNumbers = nullptr;
+    int spareNumberCount = 0;
     EPA_RecursiveLock lock;  // becomes the passport's lock when the thread announces itself
     XPK_Trace trace;
     // Script frames: call-level frames only, innermost last.

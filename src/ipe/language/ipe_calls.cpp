@@ -130,14 +130,43 @@ void IPE_Interpreter::depthExceeded(int32_t depth) {
         .raise();
 }
 
+namespace {
+
+IPE_StringType* const codeKey = IPE_StringType::intern("__code__");
+
+}  // namespace
+
+// Positional arguments and defaults of a function without converters. Locals that begin empty get the same
+// names in the same order at every call, so each name has a slot that the first call finds out.
+void IPE_Interpreter::bindPlain(IPE_CodeType& code, IPE_Object* items, int count, IPE_DictType& locals,
+                                bool movable, IPE_ProgramLine& source) {
+    const int parameters = static_cast<int>(code.parameters.size());
+    const bool fresh = code.layoutCapacity != 0 && locals.isFresh(code.layoutCapacity);
+    const uint32_t learn = fresh ? 0 : locals.slots();
+    const bool learns = learn != 0 && locals.isFresh(learn);
+    for (int i = 0; i < parameters; ++i) {
+        IPE_CodeType::Parameter& parameter = code.parameters[static_cast<size_t>(i)];
+        if (i >= count && !parameter.defaultValue) missingArgument(code, IPE_Arguments(items, count), source);
+        IPE_Object value = i < count ? (movable ? std::move(items[i]) : items[i]) : parameter.defaultValue;
+        if (fresh)
+            locals.place(parameter.name, std::move(value), parameter.hint);
+        else
+            locals.setSlow(parameter.name, std::move(value), parameter.hint);
+    }
+    if (fresh)
+        locals.place(codeKey, IPE_Object(&code), code.codeHint);
+    else
+        locals.setSlow(codeKey, IPE_Object(&code), code.codeHint);
+    if (learns) code.layoutCapacity = locals.slots() == learn ? learn : 0;
+}
+
 IPE_Object IPE_Interpreter::callCode(IPE_CodeType& code, IPE_Object* items, int count,
                                      const IPE_Object& keywords, bool movable) {
-    static IPE_StringType* const codeKey = IPE_StringType::intern("__code__");
     IPE_Object keep(&code);
     IPE_ModuleShared* globals = code.globals();
     if (!globals) XPK_Raise("RuntimeError", "The function has been cleared").raise();
     IPE_Object keepGlobals(globals);
-    IPE_Object locals = takeLocals();
+    IPE_Object locals = takeLocals(code.wide);
     IPE_ProgramLine source(code.segment, code.line);
     IPE_Frame frame(*this, IPE_Frame::Function);
     checkDepth(frame.depth);
@@ -151,21 +180,11 @@ IPE_Object IPE_Interpreter::callCode(IPE_CodeType& code, IPE_Object* items, int 
         IPE_FrameScope scope(frame);
         IPE_DictType& dictionary = frame.locals->dictionary();
         if (code.plain && !keywords) [[likely]] {
-            const int parameters = static_cast<int>(code.parameters.size());
-            for (int i = 0; i < parameters; ++i) {
-                IPE_CodeType::Parameter& parameter = code.parameters[static_cast<size_t>(i)];
-                if (i < count)
-                    dictionary.setHinted(parameter.name, movable ? std::move(items[i]) : items[i],
-                                         parameter.hint);
-                else if (parameter.defaultValue)
-                    dictionary.setHinted(parameter.name, parameter.defaultValue, parameter.hint);
-                else
-                    missingArgument(code, IPE_Arguments(items, count), source);
-            }
+            bindPlain(code, items, count, dictionary, movable, source);
         } else {
             bindParameters(code, items, count, keywords, *frame.locals, source);
+            dictionary.setName(codeKey, IPE_Object(&code));
         }
-        dictionary.setName(codeKey, IPE_Object(&code));
         runBlock(frame, source);
         if (code.returnType) {
             static IPE_StringType* const isReturn = IPE_StringType::intern("isreturn");
@@ -180,6 +199,7 @@ IPE_Object IPE_Interpreter::callCode(IPE_CodeType& code, IPE_Object* items, int 
         }
     }
     frame.locals = nullptr;
+    if (locals.as<IPE_ModuleShared>()->dictionary().slots() > SmallLocals) code.wide = true;
     giveLocals(std::move(locals));
     return std::move(frame.result);
 }

@@ -28,7 +28,10 @@ class IPE_CodeType final : public IPE_Type {
         std::vector<IPE_Object> aspects;  // callables
     };
     std::vector<Parameter> parameters;
-    bool plain = true;  // no parameter has a type or aspects, no return type, no * or **
+    uint32_t codeHint = UINT32_MAX;  // slot of __code__
+    uint32_t layoutCapacity = 0;  // capacity of fresh locals for which the hints are the slots; 0 for unknown
+    bool wide = false;            // its locals outgrow the smallest dictionary
+    bool plain = true;            // no parameter has a type or aspects, no return type, no * or **
     IPE_StringType* varargs = nullptr;
     IPE_StringType* kwargs = nullptr;
     IPE_Object returnType;     // null when absent

@@ -123,7 +123,7 @@ IPE_Object IPE_ScriptStack(bool plain) {
     return list;
 }
 
-void IPE_ReportStack(const IPE_Object& details) {
+void IPE_ReportStack(IPE_Object details) {
     IPE_Dict_Set(details, "ipestack", IPE_ScriptStack(false));
     XPK_ThreadState* state = XPK_CurrentThread();
     if (!state) return;

@@ -25,7 +25,7 @@ inline IPE_ExceptionType* PyException_SafeCast(const IPE_Object& object) {
 }
 
 // Fills `ipestack`, and `statement`, `file`, `line` when a script runs on this thread.
-void IPE_ReportStack(const IPE_Object& details);
+void IPE_ReportStack(IPE_Object details);
 // The list of one dictionary for each script frame, innermost first; `plain` leaves out locals and
 // signatures.
 IPE_Object IPE_ScriptStack(bool plain);

@@ -10,6 +10,17 @@
 
 namespace {
 
+bool compared(uint8_t kind, int order) {
+    switch (kind) {
+        case TOKEN_EQ: return order == 0;
+        case TOKEN_NE: return order != 0;
+        case TOKEN_LT: return order < 0;
+        case TOKEN_LE: return order <= 0;
+        case TOKEN_GT: return order > 0;
+        default: return order >= 0;
+    }
+}
+
 [[noreturn]] void tooManySteps() { XPK_Raise("RuntimeError", "Maximum stack depth exceded").raise(); }
 
 bool continuesExpression(uint8_t kind) {
@@ -35,9 +46,22 @@ IPE_Object IPE_Interpreter::binary(uint8_t kind, const IPE_Object& left, const I
 }
 
 IPE_Object IPE_Interpreter::evaluate(IPE_Frame& frame, IPE_ProgramLine& source, bool stopFlag) {
-    IPE_Object value = primary(frame, source);
-    if (stopFlag && stops(frame, value)) return value;
-    for (int operators = 0; continuesExpression(source.k()); ++operators) {
+    IPE_Object value;
+    int operators = 0;
+    IPE_TokenEntry* const at = source.at;
+    IPE_Type* left = simpleOperand(frame, at);
+    if (left && !continuesExpression(at[1].kind)) {
+        source.at = at + 1;
+        return IPE_Object(left);
+    }
+    if (left && left->typeName() == IPE_IntType::TypeName && shortArithmetic(frame, at, left, value)) {
+        source.at = at + 3;
+        operators = 1;
+    } else {
+        value = primary(frame, source);
+        if (stopFlag && stops(frame, value)) return value;
+    }
+    for (; continuesExpression(source.k()); ++operators) {
         const uint8_t kind = source.k();
         if (kind < TOKEN_PLUS || kind > TOKEN_PERCENT) syntaxFault(source);
         if (operators == IPE_StackList::Limit) tooManySteps();
@@ -47,6 +71,24 @@ IPE_Object IPE_Interpreter::evaluate(IPE_Frame& frame, IPE_ProgramLine& source, 
         if (!value) syntaxFault(source);
     }
     return value;
+}
+
+// `left op right` over two integers that are lone names or literals, without counting either.
+bool IPE_Interpreter::shortArithmetic(IPE_Frame& frame, IPE_TokenEntry* at, IPE_Type* left,
+                                      IPE_Object& value) {
+    const uint8_t kind = at[1].kind;
+    if (kind != TOKEN_PLUS && kind != TOKEN_MINUS && kind != TOKEN_STAR) return false;
+    const int64_t a = static_cast<IPE_IntType*>(left)->value;
+    IPE_Type* right = simpleOperand(frame, at + 2);
+    if (!right || right->typeName() != IPE_IntType::TypeName) return false;
+    const int64_t b = static_cast<IPE_IntType*>(right)->value;
+    int64_t result;
+    const bool overflow = kind == TOKEN_PLUS    ? __builtin_add_overflow(a, b, &result)
+                          : kind == TOKEN_MINUS ? __builtin_sub_overflow(a, b, &result)
+                                                : __builtin_mul_overflow(a, b, &result);
+    if (overflow) return false;
+    value = IPE_Int(result);
+    return true;
 }
 
 IPE_Object IPE_Interpreter::primary(IPE_Frame& frame, IPE_ProgramLine& source) {
@@ -285,6 +327,11 @@ bool IPE_Interpreter::term(IPE_Frame& frame, IPE_ProgramLine& source, uint8_t te
         negate = true;
         source.step();
     }
+    if (int order; !left && shortComparison(frame, source.at, order)) {
+        const uint8_t kind = source.at[1].kind;
+        source.at += 3;
+        return compared(kind, order) != negate;
+    }
     IPE_Object value = evaluate(frame, source);
     if (left) *left = value;
     uint8_t kind = source.k();
@@ -309,16 +356,20 @@ bool IPE_Interpreter::term(IPE_Frame& frame, IPE_ProgramLine& source, uint8_t te
     } else {
         order = value->__cmp__(right);
     }
-    bool result = false;
-    switch (kind) {
-        case TOKEN_EQ: result = order == 0; break;
-        case TOKEN_NE: result = order != 0; break;
-        case TOKEN_LT: result = order < 0; break;
-        case TOKEN_LE: result = order <= 0; break;
-        case TOKEN_GT: result = order > 0; break;
-        default: result = order >= 0; break;
-    }
-    return result != negate;
+    return compared(kind, order) != negate;
+}
+
+// Two lone integers on both sides of a comparison that nothing follows.
+bool IPE_Interpreter::shortComparison(IPE_Frame& frame, IPE_TokenEntry* at, int& order) {
+    if (at->kind != TOKEN_IDENTIFIER || at[1].kind < TOKEN_EQ || at[1].kind > TOKEN_GE) return false;
+    IPE_Type* left = simpleOperand(frame, at);
+    if (!left || left->typeName() != IPE_IntType::TypeName) return false;
+    const int64_t a = static_cast<IPE_IntType*>(left)->value;
+    IPE_Type* right = simpleOperand(frame, at + 2);
+    if (!right || right->typeName() != IPE_IntType::TypeName || continuesExpression(at[3].kind)) return false;
+    const int64_t b = static_cast<IPE_IntType*>(right)->value;
+    order = a < b ? -1 : a > b;
+    return true;
 }
 
 bool IPE_Interpreter::contains(const IPE_Object& value, const IPE_Object& container) {

@@ -84,31 +84,23 @@ void IPE_Interpreter::run(std::string_view module) {
 
 void IPE_Interpreter::stackExhausted() { XPK_Raise("RuntimeError", "Maximum stack depth exceded").raise(); }
 
-IPE_Object IPE_Interpreter::takeLocals() {
-    if (spareLocals_.empty()) return IPE_New<IPE_ModuleShared>();
-    IPE_Object locals = std::move(spareLocals_.back());
-    spareLocals_.pop_back();
+IPE_Object IPE_Interpreter::takeLocals(bool wide) {
+    auto& spare = spareLocals_[wide];
+    if (spare.empty()) return IPE_New<IPE_ModuleShared>();
+    IPE_Object locals = std::move(spare.back());
+    spare.pop_back();
     return locals;
 }
 
 void IPE_Interpreter::giveLocals(IPE_Object locals) noexcept {
     constexpr size_t Kept = 32;
-    if (locals.counted()->references() != 1 || spareLocals_.size() >= Kept) return;
     auto& dictionary = locals.as<IPE_ModuleShared>()->dictionary();
+    auto& spare = spareLocals_[dictionary.slots() > SmallLocals];
+    if (locals.counted()->references() != 1 || spare.size() >= Kept) return;
     if (dictionary.isCleared() || dictionary.references() != 1) return;
     dictionary.recycle();
-    if (spareLocals_.capacity() < Kept) spareLocals_.reserve(Kept);
-    spareLocals_.push_back(std::move(locals));
-}
-
-IPE_Object IPE_Interpreter::nameValue(IPE_Frame& frame, IPE_TokenEntry& token) {
-    IPE_StringType* name = token.name();
-    if (IPE_Type* value = frame.locals->dictionary().findHinted(name, token.local)) return IPE_Object(value);
-    if (frame.globals != frame.locals)
-        if (IPE_Type* value = frame.globals->dictionary().findHinted(name, token.global))
-            return IPE_Object(value);
-    if (IPE_Type* value = frame.builtins->findName(name, token.builtin)) return IPE_Object(value);
-    return specialName(frame, name);
+    if (spare.capacity() < Kept) spare.reserve(Kept);
+    spare.push_back(std::move(locals));
 }
 
 IPE_Object IPE_Interpreter::lookup(IPE_Frame& frame, IPE_StringType* name, bool skipLocals) {

@@ -165,6 +165,11 @@ class IPE_Interpreter {
     static bool contains(const IPE_Object& value, const IPE_Object& container);
     static IPE_Object binary(uint8_t kind, const IPE_Object& left, const IPE_Object& right);
     IPE_Object nameValue(IPE_Frame& frame, IPE_TokenEntry& token);
+    // The value of a lone name or literal, borrowed; null when the token is something else, unknown, or goes
+    // on in a chain. No script code runs in here, so a second borrowed operand does not endanger the first.
+    IPE_Type* simpleOperand(IPE_Frame& frame, IPE_TokenEntry* token);
+    bool shortArithmetic(IPE_Frame& frame, IPE_TokenEntry* at, IPE_Type* left, IPE_Object& value);
+    bool shortComparison(IPE_Frame& frame, IPE_TokenEntry* at, int& order);
     IPE_Object specialName(IPE_Frame& frame, IPE_StringType* name);
     void assignName(IPE_Frame& frame, IPE_TokenEntry& token, IPE_Object value);
 
@@ -173,6 +178,8 @@ class IPE_Interpreter {
                         bool movable);
     void bindParameters(IPE_CodeType& code, IPE_Object* items, int count, const IPE_Object& keywords,
                         IPE_ModuleShared& locals, Line& source);
+    void bindPlain(IPE_CodeType& code, IPE_Object* items, int count, IPE_DictType& locals, bool movable,
+                   Line& source);
     [[noreturn]] void missingArgument(IPE_CodeType& code, const IPE_Arguments& arguments, Line& source);
     IPE_Object convert(const IPE_Object& converter, const IPE_Object& value, IPE_CodeType& code,
                        IPE_StringType* name, const IPE_Arguments& arguments, bool isType);
@@ -182,7 +189,9 @@ class IPE_Interpreter {
     IPE_Object defRaises(Line& source, uint8_t indent);
     IPE_Object applyDecorators(IPE_Frame& frame, const IPE_Object& decorators, IPE_Object code);
     // Locals of calls, recycled while nobody else holds them.
-    IPE_Object takeLocals();
+    // Functions whose locals outgrow the smallest dictionary get ones that have grown before.
+    static constexpr uint32_t SmallLocals = 7;
+    IPE_Object takeLocals(bool wide);
     void giveLocals(IPE_Object locals) noexcept;
     void checkStack() const {
         if (static_cast<const char*>(__builtin_frame_address(0)) < stackLimit_) [[unlikely]]
@@ -197,6 +206,36 @@ class IPE_Interpreter {
 
     IPE_Program program_;
     IPE_Object builtins_, root_, loaded_;
-    std::vector<IPE_Object> spareLocals_;
+    std::vector<IPE_Object> spareLocals_[2];
     const char* stackLimit_ = nullptr;
 };
+
+// --- The shortest paths, inline.
+
+inline IPE_Object IPE_Interpreter::nameValue(IPE_Frame& frame, IPE_TokenEntry& token) {
+    IPE_StringType* name = token.name();
+    if (IPE_Type* value = frame.locals->dictionary().findHinted(name, token.local)) return IPE_Object(value);
+    if (frame.globals != frame.locals)
+        if (IPE_Type* value = frame.globals->dictionary().findHinted(name, token.global))
+            return IPE_Object(value);
+    if (IPE_Type* value = frame.builtins->findName(name, token.builtin)) return IPE_Object(value);
+    return specialName(frame, name);
+}
+
+inline IPE_Type* IPE_Interpreter::simpleOperand(IPE_Frame& frame, IPE_TokenEntry* token) {
+    const uint8_t next = token[1].kind;
+    if (next == TOKEN_LPAREN || next == TOKEN_DOT || next == TOKEN_LBRACKET) return nullptr;
+    if (token->kind == TOKEN_NUMBER || token->kind == TOKEN_STRING) return token->value;
+    if (token->kind != TOKEN_IDENTIFIER) return nullptr;
+    if (IPE_Type* value = frame.locals->dictionary().findHinted(token->name(), token->local)) return value;
+    if (frame.globals == frame.locals) return nullptr;
+    return frame.globals->dictionary().findHinted(token->name(), token->global);
+}
+
+inline void IPE_Interpreter::assignName(IPE_Frame& frame, IPE_TokenEntry& token, IPE_Object value) {
+    frame.locals->dictionary().setHinted(token.name(), std::move(value), token.local);
+}
+
+inline bool IPE_Interpreter::stops(IPE_Frame& frame, const IPE_Object& value) {
+    return value.is<IPE_CodeType>() && value->__stop__(frame);
+}

@@ -124,10 +124,6 @@ void IPE_Interpreter::doReturn(IPE_Frame& frame, IPE_Object value) {
 
 // --- The identifier statement.
 
-void IPE_Interpreter::assignName(IPE_Frame& frame, IPE_TokenEntry& token, IPE_Object value) {
-    frame.locals->dictionary().setHinted(token.name(), std::move(value), token.local);
-}
-
 void IPE_Interpreter::identifierStatement(IPE_Frame& frame, IPE_ProgramLine& source) {
     IPE_TokenEntry& name = *source.at;
     source.step();
@@ -146,10 +142,6 @@ void IPE_Interpreter::identifierStatement(IPE_Frame& frame, IPE_ProgramLine& sou
             .raise();
     if (stops(frame, value)) return;
     chainStatement(frame, source, std::move(value));
-}
-
-bool IPE_Interpreter::stops(IPE_Frame& frame, const IPE_Object& value) {
-    return value.is<IPE_CodeType>() && value->__stop__(frame);
 }
 
 void IPE_Interpreter::assignNames(IPE_Frame& frame, IPE_ProgramLine& source, IPE_TokenEntry& first) {

@@ -45,8 +45,12 @@ class IPE_SequenceType : public IPE_Type {
 
   protected:
     [[noreturn]] void accessAfterClear() const;
+    // The position that a key names: its integer value. A string must hold a whole decimal number, as `${0}`
+    // gives it; any other raises TypeError "Require a '$need' but given a '$have'".
+    static int64_t indexOf(const IPE_Object& key);
     int compare(const IPE_Object& other, bool collating);
-    // Writes the elements between brackets, or brackets around an ellipsis when this is being written already.
+    // Writes the elements between brackets, or brackets around an ellipsis when this is being written
+    // already.
     void write(IPE_PrintContext& context, IPE_StackList& stack, bool repr, const char* brackets,
                std::string_view separator);
     // Appends the translated elements to `target`.
@@ -59,8 +63,8 @@ class IPE_SequenceType : public IPE_Type {
     static const char* const listName;
 };
 
-// Drops the contents of a value that is a container or knows how to clear itself. Chains of any depth are cleared
-// in bounded stack: what lies deeper than a fixed level waits on the thread for the outermost call.
+// Drops the contents of a value that is a container or knows how to clear itself. Chains of any depth are
+// cleared in bounded stack: what lies deeper than a fixed level waits on the thread for the outermost call.
 void IPE_ClearValue(const IPE_Object& value);
 
 class IPE_ListType final : public IPE_SequenceType {
@@ -85,8 +89,8 @@ class IPE_ListType final : public IPE_SequenceType {
     // The number of a method for __callmethod__, or -1 when there is none of this name.
     static int methodNumber(std::string_view name) noexcept;
     IPE_Object join(std::string_view separator);
-    // Not stable. A list that is sorted looks empty to code that its elements' comparison calls; what such code
-    // appends comes behind the sorted elements.
+    // Not stable. A list that is sorted looks empty to code that its elements' comparison calls; what such
+    // code appends comes behind the sorted elements.
     void sort(bool descending);
     // `keys` is a list of (column, direction) tuples; an empty one sorts by the elements themselves.
     void sortBy(const IPE_Object& keys);

@@ -1,7 +1,7 @@
 // The script side of dictionaries: methods, operations over all entries, and the native helpers.
 //
-// Operations that call back into entries (compare, copy, hash, write) run by slot, read the table afresh at each
-// step and hold the entry they work on: an entry's own code may change the dictionary.
+// Operations that call back into entries (compare, copy, hash, write) run by slot, read the table afresh at
+// each step and hold the entry they work on: an entry's own code may change the dictionary.
 #include "ipe/object/ipe_moduletype.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_depth.h"
@@ -49,7 +49,8 @@ IPE_Object IPE_DictType::keyIgnoringCase(const IPE_Object& key) {
     std::string_view text = PyString_SafeCast(key)->view();
     for (uint32_t i = 0; i < capacity_; ++i) {
         IPE_Object stored(keyAt(i));
-        if (!stored.isNull() && IPE_CollateText(PyString_SafeCast(stored)->view(), text, true) == 0) return stored;
+        if (!stored.isNull() && IPE_CollateText(PyString_SafeCast(stored)->view(), text, true) == 0)
+            return stored;
     }
     return {};
 }
@@ -172,7 +173,8 @@ void IPE_DictType::__repr__(IPE_PrintContext& context, IPE_StackList& stack) {
 
 IPE_Object IPE_DictType::translate(IPE_StackList& stack) {
     check();
-    if (stack.contains(this)) XPK_Raise("RuntimeError", "Cannot call translate on circular structures").raise();
+    if (stack.contains(this))
+        XPK_Raise("RuntimeError", "Cannot call translate on circular structures").raise();
     IPE_StackScope scope(stack, this);
     IPE_Object result = IPE_NewDict();
     auto* target = result.as<IPE_DictType>();

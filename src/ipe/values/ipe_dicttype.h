@@ -6,10 +6,10 @@
 // is in slot order. A dictionary belongs to one thread; one that has been cleared refuses every access with
 // RuntimeError "Dict is being accessed after clear() has been called."
 //
-// A new dictionary has capacity 7 and allocates with its first entry. It grows to the next prime when an insert
-// finds more than (c / 3) * 2 + 2 entries. Deleted entries leave tombstones, which later inserts reuse; when an
-// insert finds fewer than an eighth of the slots of a larger table free, the table is built anew at its size, so
-// that a dictionary used as a queue stays fast.
+// A new dictionary has capacity 7 and allocates with its first entry. It grows to the next prime when an
+// insert finds more than (c / 3) * 2 + 2 entries. Deleted entries leave tombstones, which later inserts
+// reuse; when an insert finds fewer than an eighth of the slots of a larger table free, the table is built
+// anew at its size, so that a dictionary used as a queue stays fast.
 //
 // Hints. A caller that looks the same interned name up again and again keeps a word beside it; the word
 // remembers the slot. A hint is only ever a guess: the slot counts when it holds the very key object, so a
@@ -36,8 +36,8 @@ class IPE_DictType final : public IPE_Type {
     IPE_Type* findText(std::string_view key);
     IPE_Type* findName(IPE_StringType* name);
     IPE_Type* findHinted(IPE_StringType* name, uint32_t& hint) {
-        if (hint < capacity_ && keys_[hint] == name && !cleared_) [[likely]]
-            return values_[hint];
+        if (hint < capacity_ && entries_[hint].key == name) [[likely]]
+            return entries_[hint].value;
         return findSlow(name, hint);
     }
     // Inserts or replaces. Null key or value: RuntimeError "Null objects passed to
@@ -46,13 +46,29 @@ class IPE_DictType final : public IPE_Type {
     void setText(std::string_view key, IPE_Object value);
     void setName(IPE_StringType* name, IPE_Object value);
     void setHinted(IPE_StringType* name, IPE_Object value, uint32_t& hint) {
-        if (hint < capacity_ && keys_[hint] == name && !cleared_) [[likely]] {
-            IPE_Type* old = values_[hint];
-            values_[hint] = static_cast<IPE_Type*>(value.detach());
+        if (hint < capacity_ && entries_[hint].key == name && value) [[likely]] {
+            IPE_Type* old = entries_[hint].value;
+            entries_[hint].value = static_cast<IPE_Type*>(value.detach());
             old->release();
             return;
         }
         setSlow(name, std::move(value), hint);
+    }
+    // As setName, noting the slot.
+    void setSlow(IPE_StringType* name, IPE_Object value, uint32_t& hint);
+    // Empty with this capacity: names entered in a fixed order then land in fixed slots.
+    bool isFresh(uint32_t capacity) const noexcept {
+        return capacity_ == capacity && count_ == 0 && tombstones_ == 0 && !cleared_;
+    }
+    // Enters a name that is not there at the slot where a dictionary of the same capacity and history has it.
+    void place(IPE_StringType* name, IPE_Object value, uint32_t& slot) {
+        if (entries_[slot].key) [[unlikely]]
+            return setSlow(name, std::move(value), slot);
+        name->retain();
+        entries_[slot].key = name;
+        entries_[slot].value = static_cast<IPE_Type*>(value.detach());
+        entries_[slot].hash = name->hash();
+        ++count_;
     }
     // Leaves a tombstone; false when the key was absent.
     bool remove(const IPE_Object& key);
@@ -62,7 +78,7 @@ class IPE_DictType final : public IPE_Type {
     // valueAt(i).
     uint32_t slots() const noexcept { return capacity_; }
     IPE_Type* keyAt(uint32_t slot) const noexcept;  // null for free and deleted slots
-    IPE_Type* valueAt(uint32_t slot) const noexcept { return values_[slot]; }
+    IPE_Type* valueAt(uint32_t slot) const noexcept { return entries_[slot].value; }
     // New list of the keys in slot order; sort is 0, 'A' or 'D'.
     IPE_Object keys(char sort = 0);
     // Drops every entry, keeping the dictionary usable and its capacity if that is small (recycled
@@ -71,8 +87,8 @@ class IPE_DictType final : public IPE_Type {
     // Takes over every entry of `other`, replacing.
     void update(IPE_DictType& other);
     bool isCleared() const noexcept { return cleared_; }
-    // The number of a method for __callmethod__, or -1 when there is none of this name: the attribute is then an
-    // entry.
+    // The number of a method for __callmethod__, or -1 when there is none of this name: the attribute is then
+    // an entry.
     static int methodNumber(std::string_view name) noexcept;
 
     // --- Script operations.
@@ -101,7 +117,6 @@ class IPE_DictType final : public IPE_Type {
     [[noreturn]] static void accessAfterClear(
         const char* text = "Dict is being accessed after clear() has been called.");
     IPE_Type* findSlow(IPE_StringType* name, uint32_t& hint);
-    void setSlow(IPE_StringType* name, IPE_Object value, uint32_t& hint);
 
     // A place along a probe sequence: the slot of the key, or where it would go.
     struct Place {
@@ -120,9 +135,15 @@ class IPE_DictType final : public IPE_Type {
     uint32_t insertAt(Place place, uint32_t hash, IPE_Object key, IPE_Object value);
     void rebuild(uint8_t prime);
     bool removeAt(Place place);
+    // One slot. A free one has no key, a deleted one the tombstone for its key and no value.
+    struct Entry {
+        IPE_Type* key;
+        IPE_Type* value;
+        uint32_t hash;
+    };
     // Takes the table away, leaving an empty dictionary.
     struct Table {
-        IPE_Type** keys;
+        Entry* entries;
         uint32_t capacity;
     };
     Table takeTable() noexcept;
@@ -131,11 +152,8 @@ class IPE_DictType final : public IPE_Type {
     void write(IPE_PrintContext& context, IPE_StackList& stack, bool repr, std::string_view colon,
                std::string_view comma);
 
-    // One block of the runtime's allocator: capacity keys, capacity values, capacity hashes.
-    IPE_Type** keys_ = nullptr;
-    IPE_Type** values_ = nullptr;
-    uint32_t* hashes_ = nullptr;
-    uint32_t capacity_ = 0;  // 0 until the first entry
+    Entry* entries_ = nullptr;  // one block of the runtime's allocator
+    uint32_t capacity_ = 0;     // 0 until the first entry, and once cleared
     int32_t count_ = 0;
     uint32_t tombstones_ = 0;
     uint8_t prime_ = 0;  // index into the list of capacities

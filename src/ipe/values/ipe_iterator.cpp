@@ -1,5 +1,5 @@
-// The iterator fetches at each step and takes only the count at the start, so a subject that changes meanwhile
-// ends in an error rather than in a stale element.
+// The iterator fetches at each step and takes only the count at the start, so a subject that changes
+// meanwhile ends in an error rather than in a stale element.
 #include "ipe/values/ipe_iterator.h"
 
 #include "ipe/values/ipe_containers.h"

@@ -16,10 +16,6 @@ enum Method : int { Append, Sort, IndexedSort, Index, IndexNocase, Reverse, Sum,
 
 [[noreturn]] void outOfRange() { XPK_Raise("IndexError", "list index out of range").raise(); }
 
-int64_t indexOf(const IPE_Object& key) {
-    return key.is<IPE_IntType>() ? key.as<IPE_IntType>()->value : key.isNull() ? 0 : key->__int__();
-}
-
 IPE_Object indexOfValue(IPE_ListType& list, const IPE_Object& value) {
     for (int32_t i = 0; i < list.count(); ++i) {
         IPE_Object item = list.at(i);
@@ -115,8 +111,7 @@ IPE_Object IPE_ListType::__callmethod__(int method, const IPE_Arguments& argumen
             });
         case Max:
             arguments.check("", "max");
-            return foldInts(*this,
-                            [](int64_t most, int64_t value) { return value > most ? value : most; });
+            return foldInts(*this, [](int64_t most, int64_t value) { return value > most ? value : most; });
         case Join: arguments.check("s", "join"); return join(arguments.text(0));
         default: return {};
     }

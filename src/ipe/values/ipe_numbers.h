@@ -4,6 +4,30 @@
 
 #include "ipe/object/ipe_type.h"
 
+// The blocks of numbers. The primary thread, which the pools do not serve, keeps the last few dead ones.
+inline constexpr size_t IPE_NumberSize = 32;
+inline void* IPE_TakeNumber() {
+    XPK_ThreadState* state = XPK_CurrentThread();
+    if (!state || !state->spareNumbers) return XPK_Allocate(IPE_NumberSize);
+    void* block = state->spareNumbers;
+    state->spareNumbers = *static_cast<void**>(block);
+    --state->spareNumberCount;
+    return block;
+}
+inline void IPE_GiveNumber(void* block) noexcept {
+#ifndef QUILL_SANITIZED
+    constexpr int Kept = 512;
+    XPK_ThreadState* state = XPK_CurrentThread();
+    if (state && state->primary && state->spareNumberCount < Kept) {
+        *static_cast<void**>(block) = state->spareNumbers;
+        state->spareNumbers = block;
+        ++state->spareNumberCount;
+        return;
+    }
+#endif
+    XPK_Free(block);
+}
+
 // A signed 64-bit integer with checked arithmetic. The right operand of each operation is its __int__; null
 // counts as 0, a float is cut towards zero. Overflow raises SafeIntArithmeticOverflow, a zero divisor
 // SafeIntDivideByZero
@@ -13,6 +37,8 @@ class IPE_IntType final : public IPE_Type {
     static const char TypeName[];
     explicit IPE_IntType(int64_t value) : IPE_Type(TypeName), value(value) {}
     const int64_t value;
+    static void* operator new(size_t) { return IPE_TakeNumber(); }
+    static void operator delete(void* block) noexcept { IPE_GiveNumber(block); }
 
     IPE_Object __add__(const IPE_Object& other) override;
     IPE_Object __sub__(const IPE_Object& other) override;
@@ -36,6 +62,8 @@ class IPE_FloatType final : public IPE_Type {
     static const char TypeName[];
     explicit IPE_FloatType(double value) : IPE_Type(TypeName), value(value) {}
     const double value;
+    static void* operator new(size_t) { return IPE_TakeNumber(); }
+    static void operator delete(void* block) noexcept { IPE_GiveNumber(block); }
 
     IPE_Object __add__(const IPE_Object& other) override;
     IPE_Object __sub__(const IPE_Object& other) override;
@@ -95,6 +123,8 @@ class IPE_FalseType final : public IPE_BoolType {
     static const char TypeName[];
     IPE_FalseType() : IPE_BoolType(TypeName, false) {}
 };
+
+static_assert(sizeof(IPE_IntType) <= IPE_NumberSize && sizeof(IPE_FloatType) <= IPE_NumberSize);
 
 namespace ipe_detail {
 extern IPE_Object smallInts[201];  // -100 to 100

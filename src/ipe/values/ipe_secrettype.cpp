@@ -30,7 +30,9 @@ uint32_t IPE_SecretType::__hash__() {
 
 int32_t IPE_SecretType::__len__() { return IPE_String(text_)->__len__(); }
 
-void IPE_SecretType::__str__(IPE_PrintContext& context, IPE_StackList&) { context.out.append("---secret---"); }
+void IPE_SecretType::__str__(IPE_PrintContext& context, IPE_StackList&) {
+    context.out.append("---secret---");
+}
 
 void IPE_SecretType::__repr__(IPE_PrintContext& context, IPE_StackList&) {
     context.out.append(context.json ? "\"\"" : "''");

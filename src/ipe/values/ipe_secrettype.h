@@ -7,8 +7,8 @@
 #include "ipe/object/ipe_arguments.h"
 #include "ipe/object/ipe_type.h"
 
-// Prints as "---secret---", its representation is an empty quoted text; c_str and the method `string` give the
-// real text. Immutable; shared between threads freely.
+// Prints as "---secret---", its representation is an empty quoted text; c_str and the method `string` give
+// the real text. Immutable; shared between threads freely.
 class IPE_SecretType final : public IPE_Type {
   public:
     static const char TypeName[];
@@ -16,7 +16,8 @@ class IPE_SecretType final : public IPE_Type {
     IPE_Object __callmethod__(int method, const IPE_Arguments& arguments) override;
     uint32_t __hash__() override;
     IPE_Object __copy__() override { return IPE_Object(this); }
-    int32_t __len__() override;  // in code points; UnicodeError "Conversion Failue" for text that is not UTF-8
+    int32_t __len__()
+        override;  // in code points; UnicodeError "Conversion Failue" for text that is not UTF-8
     void __str__(IPE_PrintContext& context, IPE_StackList& stack) override;
     void __repr__(IPE_PrintContext& context, IPE_StackList& stack) override;
     const char* c_str() override { return text_.c_str(); }

@@ -1,12 +1,14 @@
 // What lists and tuples share: comparison, hashing, writing, translation, saving and clearing.
 //
-// An element's operation may be script code that changes the very container it is called from. Every loop here
-// therefore runs by index, tests the size at each step and holds a handle to the element it works on. Loops
-// that call themselves for nested containers are bounded by IPE_DepthScope, the writers by their stack.
+// An element's operation may be script code that changes the very container it is called from. Every loop
+// here therefore runs by index, tests the size at each step and holds a handle to the element it works on.
+// Loops that call themselves for nested containers are bounded by IPE_DepthScope, the writers by their stack.
 #include <vector>
 
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_depth.h"
+#include "ipe/values/ipe_numbers.h"
+#include "ipe/values/ipe_stringtype.h"
 #include "runtime/epa_dataoutput.h"
 
 const char* const IPE_SequenceType::listName = IPE_ListType::TypeName;
@@ -16,6 +18,18 @@ void IPE_SequenceType::accessAfterClear() const {
                                   ? "List is being accessed after clear() has been called."
                                   : "Tuple is being accessed after clear() has been called.")
         .raise();
+}
+
+int64_t IPE_SequenceType::indexOf(const IPE_Object& key) {
+    if (auto* number = key.tryAs<IPE_IntType>()) return number->value;
+    if (auto* text = key.tryAs<IPE_StringType>()) {
+        std::string_view digits = text->view();
+        if (!digits.empty() && digits[0] == '-') digits.remove_prefix(1);
+        if (digits.empty() || digits.find_first_not_of("0123456789") != std::string_view::npos)
+            IPE_CastFailed(key, IPE_IntType::TypeName, "PyInt_SafeCast");
+    }
+    XPK_Assert(!key.isNull());
+    return key->__int__();
 }
 
 int IPE_SequenceType::compare(const IPE_Object& other, bool collating) {
@@ -68,7 +82,8 @@ void IPE_SequenceType::write(IPE_PrintContext& context, IPE_StackList& stack, bo
 
 void IPE_SequenceType::translateInto(IPE_SequenceType& target, IPE_StackList& stack) {
     count();
-    if (stack.contains(this)) XPK_Raise("RuntimeError", "Cannot call translate on circular structures").raise();
+    if (stack.contains(this))
+        XPK_Raise("RuntimeError", "Cannot call translate on circular structures").raise();
     IPE_StackScope scope(stack, this);
     for (size_t i = 0; i < items_.size(); ++i) {
         IPE_Object item = items_[i];

@@ -1,11 +1,12 @@
 // Sorting of lists: by the elements themselves, and by columns of rows.
 //
 // Two roads. A list of integers alone is sorted by value, outside the handles; nobody can tell equal integers
-// apart. Everything else goes through a Hoare quicksort with the median of three random places as pivot, so no
-// order of the input is a bad one. Comparison may be script code: it can raise, contradict itself, or touch the
-// list. So elements move by swaps alone (a failure loses and doubles nothing), indexes are bounded whatever the
-// comparison answers, the elements are out of the list while it runs, and a range that was divided badly too
-// often is finished by heap sort, which needs n log n steps for any answers. Recursion takes the smaller side.
+// apart. Everything else goes through a Hoare quicksort with the median of three random places as pivot, so
+// no order of the input is a bad one. Comparison may be script code: it can raise, contradict itself, or
+// touch the list. So elements move by swaps alone (a failure loses and doubles nothing), indexes are bounded
+// whatever the comparison answers, the elements are out of the list while it runs, and a range that was
+// divided badly too often is finished by heap sort, which needs n log n steps for any answers. Recursion
+// takes the smaller side.
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
@@ -116,8 +117,8 @@ void sortItems(Items& items, Order order) {
     Sorter<Order>(items, std::move(order)).sort(0, items.size(), budget);
 }
 
-// Takes the elements out of a list for as long as they are sorted, and puts them back on every way out, in front
-// of whatever came in meanwhile.
+// Takes the elements out of a list for as long as they are sorted, and puts them back on every way out, in
+// front of whatever came in meanwhile.
 class Borrowed {
   public:
     explicit Borrowed(Items& list) : list_(list) { items.swap(list); }

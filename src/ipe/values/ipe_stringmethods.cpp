@@ -1,7 +1,8 @@
 // The methods of strings by name, and the translation of marked texts.
 //
 // Searching and cutting work on the UTF-8 bytes: a code point never begins inside another, so a byte search
-// for whole texts or ASCII separators finds just what a search by code points would, without an array of them.
+// for whole texts or ASCII separators finds just what a search by code points would, without an array of
+// them.
 #include <cstring>
 
 #include "ipe/object/ipe_moduletype.h"
@@ -19,7 +20,19 @@
 namespace {
 
 enum Method : int {
-    Split, Float, Integer, Upper, Find, Lower, LeftStrip, RightStrip, Strip, Match, Replace, Substitute, Secret,
+    Split,
+    Float,
+    Integer,
+    Upper,
+    Find,
+    Lower,
+    LeftStrip,
+    RightStrip,
+    Strip,
+    Match,
+    Replace,
+    Substitute,
+    Secret,
     IsTriquote
 };
 
@@ -115,10 +128,10 @@ IPE_Object IPE_StringType::__callmethod__(int method, const IPE_Arguments& argum
         case LeftStrip: return stripped("lstrip", true, false);
         case RightStrip: return stripped("rstrip", false, true);
         case Strip: return stripped("strip", true, true);
-        case Match: arguments.check("s|o", "match"); return IPE_Bool(EPA_WildMatch(view(), arguments.text(0)));
-        case Replace:
-            arguments.check("ss", "replace");
-            return replace(arguments.text(0), arguments.text(1));
+        case Match:
+            arguments.check("s|o", "match");
+            return IPE_Bool(EPA_WildMatch(view(), arguments.text(0)));
+        case Replace: arguments.check("ss", "replace"); return replace(arguments.text(0), arguments.text(1));
         case Substitute:
             arguments.check("o", "substitute");
             return IPE_ExpandDollar(IPE_Object(this), arguments[0], arguments.keywordTrue("exact"));

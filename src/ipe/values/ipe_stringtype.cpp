@@ -1,10 +1,11 @@
-// Strings: storage, comparison, indexing and the text writers. The methods by name have a source of their own.
+// Strings: storage, comparison, indexing and the text writers. The methods by name have a source of their
+// own.
 //
 // Text lies behind the object in one block, so a string costs one allocation. What is dear to know is learnt
 // once: the hash, whether the text is plain ASCII, the length, and for other text the array of code points.
-// Plain ASCII, the common case, never builds the array: byte and code point are then the same place. Empty and
-// one-letter strings are immortal and shared. All lazily learnt values are built aside and published by one
-// atomic store, so strings may be read on several threads at once.
+// Plain ASCII, the common case, never builds the array: byte and code point are then the same place. Empty
+// and one-letter strings are immortal and shared. All lazily learnt values are built aside and published by
+// one atomic store, so strings may be read on several threads at once.
 #include "ipe/values/ipe_stringtype.h"
 
 #include <clocale>
@@ -110,8 +111,7 @@ uint32_t IPE_StringType::hashOf(std::string_view text) noexcept {
     uint32_t h = 5381;
     const auto* p = reinterpret_cast<const unsigned char*>(text.data());
     size_t left = text.size();
-    for (; left >= 4; p += 4, left -= 4)
-        h = h * 1185921u + p[0] * 35937u + p[1] * 1089u + p[2] * 33u + p[3];
+    for (; left >= 4; p += 4, left -= 4) h = h * 1185921u + p[0] * 35937u + p[1] * 1089u + p[2] * 33u + p[3];
     for (; left > 0; ++p, --left) h = h * 33 + *p;
     return h;
 }

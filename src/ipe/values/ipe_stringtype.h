@@ -1,5 +1,5 @@
-// IPE_StringType, the script language's string. Immutable; shared between threads freely (hash and code points
-// are built aside and published once). Its masked companion is in ipe_secrettype.h.
+// IPE_StringType, the script language's string. Immutable; shared between threads freely (hash and code
+// points are built aside and published once). Its masked companion is in ipe_secrettype.h.
 #pragma once
 
 #include <atomic>

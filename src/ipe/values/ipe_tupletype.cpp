@@ -13,10 +13,6 @@ enum Method : int { Append };
 
 [[noreturn]] void outOfRange() { XPK_Raise("IndexError", "tuple index out of range").raise(); }
 
-int64_t indexOf(const IPE_Object& key) {
-    return key.is<IPE_IntType>() ? key.as<IPE_IntType>()->value : key.isNull() ? 0 : key->__int__();
-}
-
 }  // namespace
 
 IPE_Object IPE_TupleOf(std::initializer_list<IPE_Object> items) {
@@ -30,7 +26,9 @@ const IPE_Object& IPE_Tuple::operator[](int32_t index) const {
     return tuple_->at(index);
 }
 
-int IPE_TupleType::methodNumber(std::string_view name) noexcept { return name == "tuple_append" ? Append : -1; }
+int IPE_TupleType::methodNumber(std::string_view name) noexcept {
+    return name == "tuple_append" ? Append : -1;
+}
 
 IPE_Object IPE_TupleType::__getattr__(const IPE_Object& key, int depth) {
     int method = key.is<IPE_StringType>() ? methodNumber(key.as<IPE_StringType>()->view()) : -1;

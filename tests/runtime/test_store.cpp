@@ -1,0 +1,393 @@
+// Stores: against a model, from several threads, and through passports and the exception bridge.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_exceptiondetails.h"
+#include "ipe/values/ipe_globals.h"
+#include "ipe/values/ipe_numbers.h"
+#include "ipe/values/ipe_store.h"
+#include "ipe/values/ipe_timeouttype.h"
+#include "runtime/epa_shutdown.h"
+#include "runtime/epa_threadmanager.h"
+
+namespace {
+
+IPE_Object S(std::string_view text) { return IPE_String(text); }
+
+template <class... Values>
+IPE_Object run(IPE_Store& store, std::string_view operation, const Values&... values) {
+    const IPE_Object items[] = {S(operation), values...};
+    return store.execute(IPE_Arguments(items, 1 + static_cast<int>(sizeof...(values))));
+}
+
+std::string errorOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const XPK_Exception& e) {
+        return e.type() + ": " + e.message();
+    }
+    return "";
+}
+
+// A value without __copy__.
+class Uncopyable : public IPE_Type {
+  public:
+    Uncopyable() : IPE_Type("Uncopyable") {}
+};
+
+class Store : public testing::Test {
+  protected:
+    XPK_ThreadScope thread{true};
+    IPE_Object handle = IPE_New<IPE_Store>();
+    IPE_Store& store = IPE_StoreOf(handle);
+};
+
+TEST_F(Store, NamesAndPrivateCopies) {
+    IPE_Object list = IPE_ListOf({IPE_Int(1), S("x")});
+    store.set("l", list);
+    list.as<IPE_ListType>()->append(IPE_Int(2));
+    IPE_Object out = store.get("l");
+    ASSERT_EQ(out.as<IPE_ListType>()->count(), 2);
+    out.as<IPE_ListType>()->append(IPE_Int(3));
+    EXPECT_EQ(store.get("l").as<IPE_ListType>()->count(), 2);
+    EXPECT_EQ(store.names().as<IPE_ListType>()->count(), 1);
+    EXPECT_TRUE(store.get("none").isNull());
+    store.remove(S("none"));
+    store.remove(S("l"));
+    EXPECT_FALSE(store.has("l"));
+    EXPECT_EQ(store.names().as<IPE_ListType>()->count(), 0);
+}
+
+TEST_F(Store, ValuesThatCannotBeCopied) {
+    IPE_Object odd = IPE_New<Uncopyable>();
+    store.set("a", IPE_Int(1));
+    store.set("a", odd);
+    EXPECT_FALSE(store.has("a"));
+    run(store, "dict_set", S("d"), S("k"), IPE_Int(1));
+    run(store, "dict_set", S("d"), S("k"), odd);
+    EXPECT_EQ(store.keys(S("d")).as<IPE_ListType>()->count(), 0);
+    run(store, "list_append", S("l"), odd);
+    EXPECT_EQ(store.get("l").as<IPE_ListType>()->count(), 0);
+    store.push(S("q"), odd);
+    EXPECT_EQ(store.queued(S("q")), 0);
+    store.set("mixed", IPE_ListOf({odd, IPE_Int(5)}));
+    EXPECT_EQ(store.get("mixed").as<IPE_ListType>()->count(), 1);
+    EXPECT_EQ(errorOf([&] { store.setKey(S("d"), odd, IPE_Int(1)); }),
+              "TypeError: __hash__ is not supported");
+    EXPECT_EQ(errorOf([&] { store.set("t", IPE_TupleOf({odd})); }),
+              "TypeError: __copy__ is not supported for element in tuple");
+}
+
+TEST_F(Store, Operations) {
+    EXPECT_EQ(run(store, "inc", S("n"))->__int__(), 1);
+    EXPECT_EQ(run(store, "inc", S("n"))->__int__(), 2);
+    EXPECT_EQ(run(store, "dec", S("m"))->__int__(), -1);
+    store.set("limit", IPE_Int(3));
+    EXPECT_EQ(run(store, "inc_less_than", S("n"), S("limit")), IPE_True());
+    EXPECT_EQ(run(store, "inc_less_than", S("n"), S("limit")), IPE_False());
+    EXPECT_EQ(store.get("n")->__int__(), 3);
+    EXPECT_EQ(run(store, "inc_less_than", S("new"), S("absent")), IPE_False());
+    EXPECT_FALSE(store.has("new"));
+    EXPECT_EQ(run(store, "set_if_exists", S("new"), IPE_Int(1)), IPE_False());
+    EXPECT_EQ(run(store, "set_if_exists", S("n"), S("text")), IPE_True());
+    EXPECT_TRUE(store.get("n")->is_text("text"));
+
+    for (int i : {1, 2, 1}) EXPECT_EQ(run(store, "list_append", S("l"), IPE_Int(i)), IPE_None());
+    EXPECT_EQ(run(store, "list_remove", S("l"), IPE_Int(1)), IPE_True());
+    EXPECT_EQ(run(store, "list_remove", S("l"), IPE_Int(9)), IPE_False());
+    EXPECT_EQ(run(store, "list_remove", S("no list"), IPE_Int(9)), IPE_False());
+    EXPECT_EQ(IPE_Object_ToString(store.get("l")), "[2, 1]");
+
+    run(store, "dict_list_append", S("d"), S("k"), S("v"));
+    EXPECT_EQ(run(store, "dict_list_remove", S("d"), S("other"), S("v")), IPE_False());
+    EXPECT_EQ(run(store, "dict_list_remove", S("d"), S("k"), S("v")), IPE_True());
+    EXPECT_EQ(run(store, "dict_get", S("d"), S("none"), IPE_Int(7))->__int__(), 7);
+    EXPECT_EQ(run(store, "dict_get", S("nobody"), S("none")), IPE_None());
+    EXPECT_EQ(run(store, "dict_item_add", S("d"), IPE_Int(4), IPE_Int(150))->__int__(), 150);
+    EXPECT_EQ(run(store, "dict_item_add", S("d"), IPE_Int(4), IPE_Int(-1))->__int__(), 149);
+    EXPECT_EQ(run(store, "dict_keys", S("d")).as<IPE_ListType>()->count(), 2);
+    EXPECT_EQ(run(store, "dict_keys", S("nobody")).as<IPE_ListType>()->count(), 0);
+    run(store, "dict_del", S("d"), S("k"));
+    run(store, "dict_del", S("nobody"), S("k"));
+    EXPECT_EQ(run(store, "dict_keys", S("d")).as<IPE_ListType>()->count(), 1);
+    EXPECT_FALSE(store.has("nobody"));
+
+    IPE_Object entries = IPE_NewDict();
+    IPE_Dict_Set(entries, "b1", IPE_Int(1));
+    IPE_Dict_Set(entries, "b2", IPE_Int(2));
+    run(store, "bulk_set", entries);
+    EXPECT_EQ(store.get("b2")->__int__(), 2);
+}
+
+TEST_F(Store, WrongKindsAndArguments) {
+    store.set("i", IPE_Int(INT64_MAX));
+    store.set("s", S("x"));
+    EXPECT_EQ(errorOf([&] { run(store, "inc", S("i")); }), "SafeIntArithmeticOverflow: ");
+    EXPECT_EQ(errorOf([&] { run(store, "inc", S("s")); }),
+              "TypeError: Require a 'IntType' but given a 'StringType'");
+    EXPECT_EQ(errorOf([&] { run(store, "dict_set", S("i"), S("k"), S("v")); }),
+              "TypeError: Require a 'DictType' but given a 'IntType'");
+    EXPECT_EQ(errorOf([&] { run(store, "list_append", S("i"), S("v")); }),
+              "TypeError: Require a 'ListType' but given a 'IntType'");
+    EXPECT_EQ(errorOf([&] { run(store, "bulk_set", S("v")); }),
+              "TypeError: Require a 'DictType' but given a 'StringType'");
+    EXPECT_EQ(errorOf([&] { run(store, "inc"); }), "TypeError: inc requires 1 arguments, 0 given");
+    EXPECT_EQ(errorOf([&] { run(store, "frob"); }), "RuntimeError: Unknown store operation frob");
+    // Tuples that scripts put where a queue is expected.
+    store.set("q", IPE_TupleOf({IPE_Int(1)}));
+    EXPECT_EQ(errorOf([&] { store.pop(S("q")); }), "IndexError: tuple index out of range");
+    store.set("q", IPE_TupleOf({IPE_Int(1), IPE_Int(2), IPE_Int(3)}));
+    EXPECT_EQ(errorOf([&] { store.push(S("q"), S("v")); }),
+              "TypeError: Require a 'DictType' but given a 'IntType'");
+    store.set("q", IPE_TupleOf({IPE_Int(0), IPE_Int(INT64_MAX), IPE_NewDict()}));
+    EXPECT_EQ(errorOf([&] { store.push(S("q"), S("v")); }), "SafeIntArithmeticOverflow: ");
+    EXPECT_EQ(store.pop(S("q")), IPE_None());
+    EXPECT_EQ(store.get("i")->__int__(), INT64_MAX);
+}
+
+TEST_F(Store, LocksAreStatusBoards) {
+    EXPECT_EQ(store.lockEntry(S("users")), IPE_None());
+    IPE_Object mine = store.tryLock(S("users"));
+    ASSERT_TRUE(mine.is<IPE_DictType>());
+    EXPECT_EQ(store.tryLock(S("users")), IPE_None());
+    IPE_Dict_Set(mine, "message", S("half"));
+    store.setLock(S("users"), mine);
+    EXPECT_EQ(IPE_Dict_GetString(store.lockEntry(S("users")), "message"), "half");
+    store.releaseLock(S("users"));
+    store.releaseLock(S("users"));
+    EXPECT_TRUE(store.tryLock(S("users")).is<IPE_DictType>());
+    EXPECT_TRUE(store.has("__locks"));
+}
+
+// Random operations on few names, each compared with plain containers.
+TEST_F(Store, AgainstAModel) {
+    std::map<std::string, int64_t> numbers;
+    std::map<std::string, std::map<int64_t, int64_t>> dicts;
+    std::map<std::string, std::vector<int64_t>> queues;
+    std::mt19937 random(7);
+    for (int i = 0; i < 20000; ++i) {
+        std::string n = std::to_string(random() % 4);
+        IPE_Object number = S("n" + n), dict = S("d" + n), queue = S("q" + n);
+        int64_t v = random() % 300, k = random() % 8;
+        switch (random() % 8) {
+            case 0: EXPECT_EQ(store.add(number, v)->__int__(), numbers[n] += v); break;
+            case 1:
+                store.set(number, IPE_Int(v));
+                numbers[n] = v;
+                break;
+            case 2:
+                store.setKey(dict, IPE_Int(k), IPE_Int(v));
+                dicts[n][k] = v;
+                break;
+            case 3:
+                store.removeKey(dict, IPE_Int(k));
+                dicts[n].erase(k);
+                break;
+            case 4: {
+                IPE_Object found = store.getKey(dict, IPE_Int(k));
+                ASSERT_EQ(!found.isNull(), dicts[n].count(k) == 1);
+                if (found) {
+                    EXPECT_EQ(found->__int__(), dicts[n][k]);
+                }
+                break;
+            }
+            case 5:
+            case 6:
+                store.push(queue, IPE_Int(v));
+                queues[n].push_back(v);
+                break;
+            case 7: {
+                IPE_Object popped = store.pop(queue);
+                ASSERT_EQ(popped == IPE_None(), queues[n].empty());
+                if (queues[n].empty()) break;
+                EXPECT_EQ(popped->__int__(), queues[n].front());
+                queues[n].erase(queues[n].begin());
+            }
+        }
+        EXPECT_EQ(store.queued(queue), static_cast<int64_t>(queues[n].size()));
+    }
+    for (auto& [n, entries] : dicts)
+        EXPECT_EQ(store.keys(S("d" + n)).as<IPE_ListType>()->count(), static_cast<int32_t>(entries.size()));
+}
+
+TEST_F(Store, ManyThreads) {
+    handle.counted()->markShared();
+    constexpr int Threads = 4, Rounds = 2000;
+    store.set("limit", IPE_Int(5000));
+    std::atomic<int> granted{0}, popped{0}, locked{0};
+    std::vector<std::vector<int64_t>> stamps(Threads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < Threads; ++t)
+        threads.emplace_back([&, t] {
+            XPK_ThreadScope scope(false);
+            for (int i = 0; i < Rounds; ++i) {
+                IPE_Object text = S("text " + std::to_string(i % 50));
+                store.add(S("sum"), 3);
+                if (store.incrementBelow(S("gate"), S("limit"))) ++granted;
+                store.setKey(S("d"), text, text);
+                if (IPE_Object value = store.getKey(S("d"), text)) {
+                    EXPECT_TRUE(IPE_Object_Equal(value, text));
+                }
+                store.append(S("l"), text);
+                store.removeItem(S("l"), text);
+                store.set("shared", IPE_ListOf({text, IPE_Int(1000 + i)}));
+                IPE_Object list = store.get("shared");
+                list.as<IPE_ListType>()->append(text);
+                EXPECT_EQ(list.as<IPE_ListType>()->count(), 3);
+                store.push(S("q"), text);
+                if (!(store.pop(S("q")) == IPE_None())) ++popped;
+                if (!(store.tryLock(S("lock")) == IPE_None())) {
+                    EXPECT_EQ(++locked, 1);
+                    --locked;
+                    store.releaseLock(S("lock"));
+                }
+                stamps[static_cast<size_t>(t)].push_back(IPE_Store::timestamp());
+                if (i % 100 == 0) store.names();
+            }
+        });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(store.get("sum")->__int__(), 3 * Threads * Rounds);
+    EXPECT_EQ(granted, 5000);
+    EXPECT_EQ(popped + store.queued(S("q")), Threads * Rounds);
+    EXPECT_EQ(store.get("l").as<IPE_ListType>()->count(), 0);
+    std::set<int64_t> all;
+    for (auto& own : stamps) {
+        EXPECT_TRUE(std::is_sorted(own.begin(), own.end()));
+        all.insert(own.begin(), own.end());
+    }
+    EXPECT_EQ(all.size(), static_cast<size_t>(Threads * Rounds));
+}
+
+TEST_F(Store, Globals) {
+    EXPECT_THROW(IPE_GlobalStore(), XPK_AssertException);
+    IPE_StartGlobals();
+    IPE_Store& globals = IPE_GlobalStore();
+    EXPECT_TRUE(globals.get("platform")->is_text("windows"));
+    EXPECT_EQ(globals.get("_call_frequency")->__int__(), 1'000'000'000);
+    EXPECT_EQ(globals.get("_debug")->__int__(), 0);
+    EXPECT_NE(std::string(globals.get("__program_name")->c_str()).find("/test_store"), std::string::npos);
+    EXPECT_TRUE(globals.get("__program_args").is<IPE_ListType>());
+    IPE_StopGlobals();
+    EXPECT_EQ(IPE_FindGlobalStore(), nullptr);
+}
+
+class Passports : public Store {
+  protected:
+    void SetUp() override { EPA_ThreadManager::create(); }
+    void TearDown() override {
+        request_shutdown();
+        EPA_ThreadManager::instance().stop();
+        EPA_ThreadManager::destroy();
+        epa_detail::running = true;
+    }
+};
+
+TEST_F(Passports, VariablesAcrossThreads) {
+    static EPA_Semaphore ready(0, 10), go(0, 10);
+    static std::atomic<int> targets;
+    targets = 0;
+    EPA_ThreadManager& manager = EPA_ThreadManager::instance();
+    manager.release();
+    for (int i = 0; i < 2; ++i)
+        manager.start(
+            [](EPA_ThreadPassportImpl& passport) {
+                passport.announce("ipe_%i");
+                IPE_ThreadStore().setKey("job", "id", IPE_Int(passport.slot() + 1000));
+                ready.release();
+                go.wait();
+                if (IPE_ThreadStore().has("stop")) targets += passport.slot();
+                passport.resetVariables();
+                if (IPE_ThreadStore().has("job")) targets += 100;
+            },
+            nullptr);
+    for (int i = 0; i < 2; ++i) ready.wait();
+    IPE_ThreadStore().set("job", S("no dictionary"));
+    IPE_Object list = IPE_NewList();
+    manager.collect(S("job"), list);
+    ASSERT_EQ(list.as<IPE_ListType>()->count(), 3);
+    EXPECT_TRUE(list.as<IPE_ListType>()->at(0)->is_text("no dictionary"));
+    EXPECT_EQ(IPE_Dict_GetInt64(list.as<IPE_ListType>()->at(2), "id"), 1002);
+    manager.assignWhere(S("job"), S("id"), IPE_Int(1002), IPE_Int(1), S("stop"));
+    EXPECT_FALSE(IPE_ThreadStore().has("stop"));
+    go.release(2);
+    manager.stop();
+    EXPECT_EQ(targets, 2);
+}
+
+TEST_F(Passports, SleepsEndWithShutdown) {
+    IPE_TimeoutType timeout;
+    timeout.sleep(-1);
+    timeout.sleep(1);
+    EXPECT_EQ(errorOf([&] { timeout.__getattr__(S("wake"), 0); }),
+              "AttributeNotFoundException: The Timeout does not have an attribute named wake");
+    IPE_Object object = IPE_New<IPE_TimeoutType>();
+    std::thread other([] { request_shutdown(); });
+    IPE_Object hour = IPE_Int(3'600'000);
+    EXPECT_EQ(object->__callmethod__(0, IPE_Arguments(&hour, 1)), IPE_None());
+    other.join();
+}
+
+TEST_F(Store, ExceptionsThereAndBack) {
+    IPE_SetStackReporter([](IPE_Object details) {
+        IPE_Dict_Set(details, "statement", S("x = 1"));
+        XPK_Raise("Inner", "a stack that cannot be shown").raise();
+    });
+    IPE_Object details;
+    try {
+        XPK_Raise("TypeError", "Require $need of $count").string("need", "an int").number("count", 4).raise();
+    } catch (const XPK_Exception& e) {
+        details = e.details();
+    }
+    IPE_SetStackReporter(nullptr);
+    ASSERT_TRUE(details.is<IPE_DictType>());
+    EXPECT_EQ(IPE_Dict_GetString(details, "__type"), "TypeError");
+    EXPECT_EQ(IPE_Dict_GetString(details, "__list"), "need,count");
+    EXPECT_EQ(IPE_Dict_GetString(IPE_Dict_Get(details, "__strings"), "need"), "an int");
+    EXPECT_EQ(IPE_Dict_GetInt64(IPE_Dict_Get(details, "__numbers"), "count"), 4);
+    EXPECT_GT(IPE_Dict_GetInt64(details, "__line"), 0);
+    EXPECT_TRUE(IPE_Dict_Get(details, "ipestack").is<IPE_ListType>());
+    EXPECT_EQ(IPE_Dict_GetString(details, "statement"), "x = 1");
+
+    XPK_TraceScope scope;
+    XPK_TraceString(scope.state(), "outer", "here");
+    IPE_Dict_Set(IPE_Dict_Get(details, "__strings"), "long", S(std::string(300, 'y')));
+    XPK_Exception back(details);
+    EXPECT_EQ(back.message(), "Require an int of 4");
+    EXPECT_EQ(*back.record().findString("outer"), "here");
+    EXPECT_EQ(back.record().findString("long")->size(), 255u);
+    EXPECT_EQ(back.details(), details);
+    EXPECT_EQ(thread.state().trace.depth, 1);
+}
+
+TEST_F(Store, HostileDetails) {
+    IPE_Object cleared = IPE_NewDict();
+    cleared->clear();
+    IPE_Object wrong = IPE_NewDict();
+    for (const char* key : {"__file", "__line", "__type", "__list", "__show", "__strings", "__numbers"})
+        IPE_Dict_Set(wrong, key, IPE_ListOf({IPE_Int(1)}));
+    IPE_Object crowded = IPE_NewDict(), strings = IPE_NewDict();
+    for (int i = 0; i < 1000; ++i) strings.as<IPE_DictType>()->set(IPE_Int(i), S("not a name"));
+    for (int i = 0; i < 1000; ++i) IPE_Dict_Set(strings, "s" + std::to_string(i), S("v"));
+    IPE_Dict_Set(strings, "cleared", cleared);
+    IPE_Dict_Set(crowded, "__strings", strings);
+    IPE_Dict_Set(crowded, "__numbers", cleared);
+    for (const IPE_Object& details : {IPE_Object(), IPE_None(), cleared, wrong, crowded}) {
+        XPK_Exception e(details);
+        EXPECT_EQ(e.type(), "DevlopmentErroreListIs0");
+        EXPECT_EQ(e.message(), "Development Errror (eShow == 0)");
+        EXPECT_LE(e.record().strings.size(), 129u);
+        EXPECT_EQ(e.record().strings.empty(), !(details == crowded));
+    }
+}
+
+}  // namespace
