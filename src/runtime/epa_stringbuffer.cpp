@@ -22,7 +22,7 @@ EPA_StringBuffer::EPA_StringBuffer(std::string_view text) : EPA_StringBuffer(tex
 EPA_StringBuffer::~EPA_StringBuffer() { XPK_Free(data_); }
 
 void EPA_StringBuffer::grow(size_t needed) {
-    size_t capacity = needed * 3 / 2 + 32;
+    size_t capacity = (needed - 1) * 3 / 2 + 32;  // `needed` counts the terminator, the rule does not
     XPK_Assert(needed < CapacityLimit);
     if (capacity >= CapacityLimit) capacity = CapacityLimit - 1;
     char* data = static_cast<char*>(XPK_Allocate(capacity));

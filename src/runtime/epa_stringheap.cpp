@@ -12,7 +12,6 @@ void EPA_StringHeap::Release::operator()(char* block) const noexcept { XPK_Free(
 EPA_StringHeap::EPA_StringHeap(size_t blockSize) : blockSize_(blockSize) {}
 
 void EPA_StringHeap::takeBlock() {
-    used_.reserve(used_.size() + free_.size() + 1);
     if (free_.empty()) {
         used_.emplace_back(static_cast<char*>(XPK_Allocate(blockSize_)));
     } else {
@@ -39,16 +38,9 @@ void EPA_StringHeap::copy(const char* text, char*& out) {
     memcpy(out, text, size);
 }
 
-void EPA_StringHeap::reset() noexcept {
-    // takeBlock keeps room for every block in `used_`; the swap makes that room serve the free list as well.
-    if (free_.empty()) {
-        free_.swap(used_);
-    } else {
-        while (!used_.empty()) {
-            free_.push_back(std::move(used_.back()));
-            used_.pop_back();
-        }
-    }
+void EPA_StringHeap::reset() {
+    for (Block& block : used_) free_.push_back(std::move(block));
+    used_.clear();
     cursor_ = nullptr;
     remaining_ = 0;
     total_ = 0;

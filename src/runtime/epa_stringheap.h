@@ -19,7 +19,7 @@ class EPA_StringHeap {
     // Copies a text with its terminator; null is an assertion.
     void copy(const char* text, char*& out);
     // Makes all blocks free for new strings and the total 0.
-    void reset() noexcept;
+    void reset();
 
     // Bytes handed out since the start or the last reset.
     uint64_t total() const noexcept { return total_; }

@@ -228,7 +228,8 @@ IPE_Object IPE_Interpreter::chain(IPE_Frame& frame, IPE_ProgramLine& source, IPE
 IPE_Object IPE_Interpreter::attribute(const IPE_Object& value, IPE_TokenEntry& name) {
     IPE_StringType* key = name.name();
     if (value.is<IPE_OldClassType>()) {
-        if (!(key->kind() & IPE_StringType::Special)) [[likely]]
+        // Names from `exec` are not interned and may be special all the same: they take the long way.
+        if (key->isInterned() && !(key->kind() & IPE_StringType::Special)) [[likely]]
             if (IPE_Type* found = value.as<IPE_OldClassType>()->dictionary().findHinted(key, name.local))
                 return IPE_Object(found);
     } else if (value.is<IPE_ModuleShared>()) {

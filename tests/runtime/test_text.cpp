@@ -1,0 +1,186 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <random>
+
+#include "runtime/epa_digest.h"
+#include "runtime/epa_metaphone.h"
+#include "runtime/epa_string.h"
+#include "runtime/epa_stringbuffer.h"
+#include "runtime/epa_stringheap.h"
+#include "runtime/epa_wildmatch.h"
+#include "runtime/epa_xmltext.h"
+#include "runtime/xpk_exception.h"
+
+namespace {
+
+std::string raised(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const XPK_Exception& error) {
+        return error.type() + ": " + error.message();
+    }
+    return "nothing";
+}
+
+// The definition, without any care for time.
+bool slowMatch(std::string_view text, std::string_view pattern) {
+    if (pattern.empty()) return text.empty();
+    if (pattern[0] == '*') {
+        for (size_t n = 0; n <= text.size(); ++n)
+            if (slowMatch(text.substr(n), pattern.substr(1))) return true;
+        return false;
+    }
+    return !text.empty() && (pattern[0] == '?' || toupper(pattern[0]) == toupper(text[0])) &&
+           slowMatch(text.substr(1), pattern.substr(1));
+}
+
+TEST(WildMatch, Cases) {
+    EXPECT_TRUE(EPA_WildMatch("ABC", "a*C"));
+    EXPECT_TRUE(EPA_WildMatch("abc", "a*C"));
+    EXPECT_TRUE(EPA_WildMatch("", "*"));
+    EXPECT_TRUE(EPA_WildMatch("", ""));
+    EXPECT_FALSE(EPA_WildMatch("", "*?"));
+    EXPECT_FALSE(EPA_WildMatch("a", ""));
+    EXPECT_TRUE(EPA_WildMatch("é", "?"));
+    EXPECT_TRUE(EPA_WildMatch("STRAßE\U0001F600", "straß?*"));
+    EXPECT_TRUE(EPA_WildMatch("ÄÖ", "*ö"));
+    EXPECT_TRUE(EPA_WildMatch("x\xFFy", "x?Y"));
+    EXPECT_TRUE(EPA_WildMatch("x\xFFy", "*\xFFy"));
+    EXPECT_FALSE(EPA_WildMatch("x\xFEy", "x\xFFy"));
+    EXPECT_FALSE(EPA_WildMatch("xÿy", "x\xFFy"));
+    EXPECT_TRUE(EPA_WildPattern(U"A*", U"a*").matches(U"alpha"));
+}
+
+TEST(WildMatch, AgreesWithTheDefinition) {
+    std::mt19937 random(3);
+    for (int round = 0; round < 30000; ++round) {
+        std::string text, pattern;
+        for (size_t n = random() % 8; n--;) text += "abAB"[random() % 4];
+        for (size_t n = random() % 7; n--;) pattern += "ab*?B*"[random() % 6];
+        ASSERT_EQ(EPA_WildMatch(text, pattern), slowMatch(text, pattern)) << text << " " << pattern;
+    }
+}
+
+TEST(WildMatch, HostilePatternsEnd) {
+    std::string pattern;
+    for (int i = 0; i < 2000; ++i) pattern += "*a";
+    EXPECT_FALSE(EPA_WildMatch(std::string(20000, 'a'), pattern + "b"));
+    EXPECT_TRUE(EPA_WildMatch(std::string(20000, 'a'), pattern));
+}
+
+TEST(Xml, EncodeAndDecode) {
+    std::string out = "<";
+    EPA_XmlEncode(out, "a\"&'<>\x01\x1F*,/:;?\\|~\x7Fä");
+    EXPECT_EQ(out,
+              "<a&quot;&amp;&apos;&lt;&gt;&#1;&#31;&#42;&#44;&#47;&#58;&#59;&#63;&#92;&#124;&#126;\x7Fä");
+    out.clear();
+    EPA_XmlEncode(out, "/a/\n&", '/', '\n');
+    EXPECT_EQ(out, "/a/\n&amp;");
+    std::string all, back;
+    for (int c = 1; c < 256; ++c) all += static_cast<char>(c);
+    out.clear();
+    EPA_XmlEncode(out, all);
+    EPA_XmlDecode(back, out);
+    EXPECT_EQ(back, all);
+
+    EPA_StringBuffer buffer;
+    buffer.xmlEncode("<ü>", '>');
+    buffer.xmlDecode("&#8364;&amp;amp;&unknown;&&#128512;&");
+    EXPECT_EQ(buffer.view(), "&lt;ü>€&amp;&unknown;&\U0001F600&");
+}
+
+TEST(Xml, BadReferences) {
+    const auto decoded = [](std::string_view text) {
+        return raised([&] {
+            std::string out;
+            EPA_XmlDecode(out, text);
+        });
+    };
+    const std::string zeros(30, '0');
+    EXPECT_EQ(decoded("&#" + zeros + "65;"), "nothing");
+    EXPECT_EQ(decoded("&#" + zeros + "065;"), "RuntimeError: Malformed character reference");
+    EXPECT_EQ(decoded("&#65"), "RuntimeError: Malformed character reference");
+    for (const char* bad : {"&#0;", "&#-1;", "&#;", "&#x41;"})
+        EXPECT_EQ(decoded(bad), "RuntimeError: Illegal value");
+    for (const char* bad : {"&#55296;", "&#1114112;", "&#4294967361;", "&#99999999999999999999999999;"})
+        EXPECT_EQ(decoded(bad), "UnicodeError: Illegal Unicode 1") << bad;
+}
+
+TEST(Metaphone, Words) {
+    const std::pair<const char*, const char*> words[] = {
+        {"Knight", "NT"},  {"", ""},           {"123", ""},       {"Thompson", "0MPSN"}, {"Xavier", "SFR"},
+        {"White", "WT"},   {"Wright", "RT"},   {"Gnome", "NM"},   {"Aeon", "EN"},        {"Science", "SSNS"},
+        {"school", "SXL"}, {"escher", "ESKR"}, {"church", "XRX"}, {"chrome", "KRM"},     {"nation", "NXN"},
+        {"phone", "FN"},   {"edge", "EJ"},     {"sign", "SN"},    {"match", "MTX"},      {"matching", "MXNK"},
+        {"the", "0"},      {"fox", "FKS"},     {"lamb", "LM"},    {"quick", "KK"},       {"vision", "FXN"},
+        {"signed", "SNT"}, {"S", ""},          {"hello", "HL"},   {"x-ray!", "SR"},      {"special", "SPXL"}};
+    for (auto [word, key] : words) EXPECT_EQ(EPA_Metaphone(word), key) << word;
+    EXPECT_EQ(EPA_Metaphone(std::string(5000, 'n')), "N");
+    std::string longWord;
+    for (int i = 0; i < 1000; ++i) longWord += "xb";
+    EXPECT_EQ(EPA_Metaphone(longWord).size(), 127u);
+}
+
+TEST(Digest, PublishedVectorsAndPieces) {
+    EXPECT_EQ(EPA_Md5Hex(""), "D41D8CD98F00B204E9800998ECF8427E");
+    EXPECT_EQ(EPA_Md5Hex("message digest"), "F96B697D7CB7938D525A2F31AAF161D0");
+    unsigned char sha1[20];
+    EPA_Sha1("abc", sha1);
+    EXPECT_EQ(EPA_HexText({reinterpret_cast<char*>(sha1), 20}, false),
+              "a9993e364706816aba3e25717850c26c9cd0d89d");
+    EPA_Digest pieces(EPA_Digest::Kind::Sha1);
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 0; i < 1000; ++i) pieces.update(std::string(1000, 'a'));
+        EXPECT_EQ(EPA_HexText(pieces.finish(), true), "34AA973CD4C4DAA4F61EEB2BDBAD27316534016F");
+    }
+}
+
+TEST(StringHeap, BlocksAndReuse) {
+    EPA_StringHeap heap(16);
+    char *a = nullptr, *b = nullptr, *c = nullptr;
+    heap.copy("seven..", a);
+    heap.copy("six....", b);  // would fill the block to the last byte, so it begins the next
+    EXPECT_NE(b, a + 8);
+    EXPECT_STREQ(a, "seven..");
+    heap.allocate(16, c);
+    memset(c, 'x', 16);
+    EXPECT_STREQ(b, "six....");
+    EXPECT_EQ(heap.total(), 32u);
+    EXPECT_THROW(heap.allocate(17, c), XPK_AssertException);
+    EXPECT_THROW(heap.copy("sixteen and more", c), XPK_AssertException);
+    EXPECT_THROW(heap.copy(nullptr, c), XPK_AssertException);
+    heap.reset();
+    EXPECT_EQ(heap.total(), 0u);
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 5; ++i) heap.allocate(10, c);
+        heap.reset();
+    }
+}
+
+TEST(String, NullAndEmpty) {
+    EXPECT_EQ(EPA_String(), EPA_String(""));
+    EXPECT_EQ(EPA_String().length(), 0u);
+    EXPECT_STREQ(EPA_String(static_cast<const char*>(nullptr)).c_str(), "");
+    EXPECT_TRUE(EPA_String("ABC").wildMatch("a*C"));
+}
+
+TEST(StringBuffer, GrowthAndLimits) {
+    EPA_StringBuffer buffer(100);
+    buffer.append(std::string(99, 'a'));
+    EXPECT_EQ(buffer.capacity(), 100u);
+    buffer.append('b');
+    EXPECT_GE(buffer.capacity(), 182u - 1);
+    EXPECT_LE(buffer.capacity(), 184u);
+    EXPECT_EQ(buffer.view(), std::string(99, 'a') + "b");
+    EXPECT_THROW(buffer.reserve(0x40000000), XPK_AssertException);
+    EXPECT_THROW(buffer.reserve(-1), XPK_AssertException);
+    EXPECT_EQ(raised([&] { buffer.truncate(buffer.capacity()); }),
+              "RuntimeError: Attempt to set buffer out of bounds");
+    buffer.assign("Straße");
+    buffer.toUpper();
+    EXPECT_EQ(buffer.view(), "STRASSE");
+}
+
+}  // namespace
