@@ -1,7 +1,8 @@
 // The built-in `interpreter`, called from running modules, and the inspection object.
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <fstream>
+#include <iterator>
 
 #include "builtin_calls.h"
 #include "ipe/language/ipe_interpreter.h"
@@ -157,6 +158,23 @@ TEST_F(BuiltinInterpreter, InspectionObject) {
     EXPECT_EQ(IPE_Dict_GetInt64(ask("threads"), "maximum"), 256);
     EXPECT_EQ(errorType("getattr", {object, S("spell")}), "AttributeNotFoundException");
     EXPECT_EQ(errorType("smart_inspect", {S("set")}), "RuntimeError");
+}
+
+// The script that calls every built-in for a real result leaves none out.
+TEST_F(BuiltinInterpreter, TheScriptTestCallsEveryBuiltin) {
+    std::ifstream file(QUILL_SOURCE_DIR "/tests/scripts/builtins_all.py");
+    std::string script(std::istreambuf_iterator<char>(file), {});
+    ASSERT_FALSE(script.empty());
+    IPE_Interpreter interpreter;
+    IPE_List names(interpreter.builtins().__dir__());
+    EXPECT_GE(names.count(), 85);
+    for (int32_t i = 0; i < names.count(); ++i) {
+        std::string call = std::string(names[i]->c_str()) + "(";
+        size_t at = script.find(call);
+        while (at != std::string::npos && at > 0 && (isalnum(script[at - 1]) || script[at - 1] == '_'))
+            at = script.find(call, at + 1);
+        EXPECT_NE(at, std::string::npos) << call;
+    }
 }
 
 // Values reach scripts as they leave the functions: null as None, exceptions as objects that `except`
