@@ -9,7 +9,7 @@ server=$build/bin/quillsrv
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failed=0 count=0
-[ $# -gt 0 ] || set -- $(cd "$here" && printf '%s\n' *.py | sed 's/\.py$//')
+[ $# -gt 0 ] || set -- $(cd "$here" && printf '%s\n' *.out | sed 's/\.out$//')
 
 for name in "$@"; do
   scratch=$work/$name
