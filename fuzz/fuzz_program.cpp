@@ -1,5 +1,5 @@
-// Whole small programs, run by the interpreter. A watch clears the running flag after a while, which is how a server
-// ends a script that does not end by itself. Built-ins that reach outside the process are taken away.
+// Whole small programs, run by the interpreter. A watch clears the running flag after a while, which is how a
+// server ends a script that does not end by itself. Built-ins that reach outside the process are taken away.
 #include <atomic>
 #include <chrono>
 #include <thread>

@@ -1,5 +1,6 @@
-// What every fuzz target shares: a process with values and components but no server, and the rule of the house: any
-// input ends in a value or in an exception of the one family. Whatever else leaves a target is a finding.
+// What every fuzz target shares: a process with values and components but no server, and the rule of the
+// house: any input ends in a value or in an exception of the one family. Whatever else leaves a target is a
+// finding.
 #pragma once
 
 #include <cstddef>

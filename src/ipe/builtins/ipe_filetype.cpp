@@ -354,7 +354,7 @@ void IPE_FileType::write(const IPE_Arguments& arguments) {
     }
 }
 
-void IPE_FileType::save(const IPE_Object& value) {
+void IPE_FileType::saveValue(const IPE_Object& value) {
     require();
     FileSink sink(*this);
     EPA_DataOutput out(sink);
@@ -391,7 +391,7 @@ IPE_Object IPE_FileType::__callmethod__(int method, const IPE_Arguments& argumen
         case SaveBase64: saveBase64(arguments); break;
         case Save:
             arguments.check("o", "save");
-            save(arguments[0]);
+            saveValue(arguments[0]);
             break;
         case Close: close(); break;
         default: break;

@@ -144,9 +144,12 @@ void IPE_Interpreter::bindPlain(IPE_CodeType& code, IPE_Object* items, int count
     const bool fresh = code.layoutCapacity != 0 && locals.isFresh(code.layoutCapacity);
     const uint32_t learn = fresh ? 0 : locals.slots();
     const bool learns = learn != 0 && locals.isFresh(learn);
+    // Before any argument moves, since the message shows them all.
+    for (int i = count; i < parameters; ++i)
+        if (!code.parameters[static_cast<size_t>(i)].defaultValue)
+            missingArgument(code, IPE_Arguments(items, count), source);
     for (int i = 0; i < parameters; ++i) {
         IPE_CodeType::Parameter& parameter = code.parameters[static_cast<size_t>(i)];
-        if (i >= count && !parameter.defaultValue) missingArgument(code, IPE_Arguments(items, count), source);
         IPE_Object value = i < count ? (movable ? std::move(items[i]) : items[i]) : parameter.defaultValue;
         if (fresh)
             locals.place(parameter.name, std::move(value), parameter.hint);

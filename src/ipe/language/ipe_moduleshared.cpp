@@ -103,14 +103,14 @@ void IPE_ModuleBuiltin::__bind__() {
 
 IPE_Object IPE_ModuleBuiltin::__getattr__(const IPE_Object& key, int) {
     if (IPE_Type* value = attributes_->find(key)) return IPE_Object(value);
-    return IPE_Object(findLazily(IPE_StringType::intern(PyString_SafeCast(key)->view())));
+    return IPE_Object(findLazily(PyString_SafeCast(key)));
 }
 
 IPE_Type* IPE_ModuleBuiltin::findLazily(IPE_StringType* name) {
     static IPE_StringType* const hookKey = IPE_StringType::intern("__lazy_load__");
     if (attributes_->isCleared()) return nullptr;
     IPE_Object hook(attributes_->findName(hookKey));
-    if (name == hookKey || tried_.as<IPE_DictType>()->findName(name)) return nullptr;
+    if (name->view() == hookKey->view() || tried_.as<IPE_DictType>()->findName(name)) return nullptr;
     if (hook) IPE_CallScript(hook, IPE_Object(name));
     tried_.as<IPE_DictType>()->setName(name, IPE_None());
     return hook ? attributes_->findName(name) : nullptr;

@@ -103,6 +103,7 @@ class IPE_TupleType final : public IPE_SequenceType {
 
     IPE_Object __callmethod__(int method, const IPE_Arguments& arguments) override;
     IPE_Object __copy__() override;
+    uint32_t __hash__() override { return IPE_Type::__hash__(); }  // a tuple is no key
     double __float__() override;
     int64_t __int__() override;
     void __str__(IPE_PrintContext& context, IPE_StackList& stack) override;
