@@ -2,15 +2,16 @@
 //
 // Options are recognised by a plain substring search of the whole command line, in a fixed order; nothing is
 // tokenised, so an option can stand anywhere. The service commands report each failing step and go on with
-// the next.
+// the next. Only --help, --version and the note on unknown options look at whole arguments, so that what a
+// script is told can never be taken for them.
 #include "entry.h"
+
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-#include <unistd.h>
 
 #include "platform/pf_console.h"
 #include "platform/pf_process.h"
@@ -26,9 +27,8 @@ constexpr char Help[] =
     "Without options the server runs in the foreground: it runs ../ipe/startup.py, relative to the program,\n"
     "and serves until SIGTERM, SIGINT or the script ends it. Its exit code is the script global __rc.\n"
     "\n"
-    "  --custom FILE        run the module startup_custom of FILE once and end; FILE reaches to the end of "
-    "the\n"
-    "                       command line, so other options and the script's own arguments stand before it\n"
+    "  --custom FILE        run the module startup_custom of FILE once and end; FILE reaches to the end of\n"
+    "                       the command line, so other options and the script's arguments stand before it\n"
     "  --standalone         serve in this process even when the service is installed\n"
     "  --install            install the service (a systemd unit) and enable it at boot\n"
     "    --username NAME    with --install: the account that the service runs under\n"
@@ -59,30 +59,19 @@ void installService(platform::ServiceManager& manager) {
 
 // Runs the service commands that stand on the command line; true when there was one.
 bool administer() {
+    bool install = hasOption("--install"), start = hasOption("--start"), stop = hasOption("--stop"),
+         remove = hasOption("--remove");
+    if (!install && !start && !stop && !remove) return false;
     const std::string& name = entryState().serviceName;
-    bool handled = false;
-    if (!hasOption("--install") && !hasOption("--start") && !hasOption("--stop") && !hasOption("--remove"))
-        return false;
-
     auto manager = platform::ServiceManager::connect();
-    if (hasOption("--install")) {
-        installService(*manager);
-        handled = true;
-    }
-    if (hasOption("--start")) {
-        reportError(manager->start(name));
-        handled = true;
-    }
-    if (hasOption("--stop")) {
+    if (install) installService(*manager);
+    if (start) reportError(manager->start(name));
+    if (stop) {
         platform::ServiceStatus status;
         reportError(manager->control(name, platform::kControlStop, status));
-        handled = true;
     }
-    if (hasOption("--remove")) {
-        reportError(manager->remove(name));
-        handled = true;
-    }
-    return handled;
+    if (remove) reportError(manager->remove(name));
+    return true;
 }
 
 // A single argument among those before --custom, whose file's own arguments are not the program's.
@@ -90,6 +79,22 @@ bool hasPlainArgument(int argc, char** argv, const char* wanted) {
     for (int i = 1; i < argc && strncmp(argv[i], "--custom", 8) != 0; ++i)
         if (strcmp(argv[i], wanted) == 0) return true;
     return false;
+}
+
+// A mistyped command must not pass in silence for a served run. A script may have options of its own, so this
+// is a note and no refusal.
+void noteUnknownOptions(int argc, char** argv) {
+    constexpr const char* Known[] = {"--username", "--password", "--quiet", "--standalone"};
+    if (hasOption("--custom")) return;
+    for (int i = 1; i < argc; ++i) {
+        if (strncmp(argv[i], "--", 2) != 0) continue;
+        bool known = false;
+        for (const char* option : Known) known = known || strstr(argv[i], option);
+        if (!known)
+            platform::messageBox("quillsrv", "'" + std::string(argv[i]) +
+                                                 "' is no option of the server and left to the script; see "
+                                                 "quillsrv --help");
+    }
 }
 
 int runUnderManager() {
@@ -100,6 +105,7 @@ int runUnderManager() {
             entryState().session = nullptr;
         });
     if (error == 0) return 0;
+    if (error != ESRCH) platform::messageBox("Error", platform::errorText(error));
     platform::messageBox("The Tallyfern Server cannot be run from the command line.",
                          "This program has been setup as an NT Service on this machine.\n\n"
                          "Please use the NT Service Manager to start and stop the 'XX' service.\n\n"
@@ -143,7 +149,12 @@ void deriveServiceNames(const std::string& program, std::string& name, std::stri
         if (tilde == std::string::npos || stop == std::string::npos || stop < tilde) return;
         candidate = last.substr(tilde + 1, stop - tilde - 1);
     }
-    candidate = candidate.substr(0, 255);
+    if (candidate.size() > 255) {
+        size_t end = 255;  // of whole characters
+        while (end > 0 && (static_cast<unsigned char>(candidate[end]) & 0xC0) == 0x80) --end;
+        candidate.resize(end);
+    }
+    if (candidate.empty()) return;  // no service can have such a name
     displayName = candidate;
     for (char& c : candidate)
         if (c == ' ') c = '_';
@@ -163,12 +174,14 @@ int quillEntry(int argc, char** argv) {
     }
     deriveServiceNames(state.program, state.serviceName, state.serviceDisplayName);
     if (administer()) return 0;
-    state.runAsService = false;
-    if (!hasOption("--standalone"))
-        state.runAsService = platform::ServiceManager::connect()->exists(state.serviceName) == 0;
+    state.runAsService = !hasOption("--standalone") && platform::serviceInstalled(state.serviceName);
     platform::setServiceConsole(state.runAsService);
-    platform::prepareSignals(!state.runAsService);
+    if (int error = platform::prepareSignals(!state.runAsService)) {
+        platform::messageBox("Error", platform::errorText(error));
+        return 1;
+    }
     if (state.runAsService) return runUnderManager();
+    noteUnknownOptions(argc, argv);
     serviceMain();
     return state.exitCode;
 }

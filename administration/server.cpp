@@ -3,11 +3,11 @@
 // serviceMain runs on the main thread, or on a thread of the service dispatcher's making. The script's top
 // level and the loop run on that same thread. Controls and signals arrive on other threads and touch only
 // request_shutdown, one script global and the service's status.
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-
-#include <unistd.h>
+//
+// The exit code is what scripts left in the global `__rc`, read when the run ended by a script: its end in a
+// custom run, or a script's request to end. A signal, a control and an uncaught exception leave it at 0.
+#include <atomic>
+#include <mutex>
 
 #include "entry.h"
 #include "ipe/language/ipe_interpreter.h"
@@ -23,12 +23,39 @@
 #include "runtime/epa_shutdown.h"
 #include "runtime/epa_threadmanager.h"
 #include "runtime/xpk_exception.h"
+#include "runtime/xpk_translator.h"
 
 namespace {
 
 platform::EventLoop* loop = nullptr;
-uint32_t lastState = 0;
-uint32_t lastControl = 0;
+std::atomic<uint32_t> lastState{0};
+
+// What pause and continue wrote last. The store comes up after the first controls can arrive and goes down
+// before the last ones may still be under way, so both sides hold the lock while they touch it.
+struct PauseFlag {
+    std::mutex lock;
+    uint32_t control = 0;    // the last control accepted; dispatcher's thread, and under the lock
+    bool storeIsUp = false;  // guarded by lock
+};
+PauseFlag pauseFlag;
+
+void writePaused() {
+    if (pauseFlag.control != platform::kControlPause && pauseFlag.control != platform::kControlContinue)
+        return;
+    bool paused = pauseFlag.control == platform::kControlPause;
+    IPE_GlobalStore().set("server_paused", paused ? IPE_True() : IPE_False());
+}
+
+void openPauseFlag() {
+    std::lock_guard hold(pauseFlag.lock);
+    pauseFlag.storeIsUp = IPE_FindGlobalStore() != nullptr;
+    if (pauseFlag.storeIsUp) writePaused();
+}
+
+void closePauseFlag() {
+    std::lock_guard hold(pauseFlag.lock);
+    pauseFlag.storeIsUp = false;
+}
 
 bool chooseDirectory() {
     std::string directory;
@@ -36,7 +63,10 @@ bool chooseDirectory() {
     if (platform::readWorkingDirectoryLink(program, directory) == 0 &&
         platform::setCurrentDirectory(directory) == 0)
         return true;
-    return platform::setCurrentDirectory(platform::directoryOf(program)) == 0;
+    directory = platform::directoryOf(program);
+    int error = platform::setCurrentDirectory(directory);
+    if (error) platform::messageBox("Error", directory + ": " + platform::errorText(error));
+    return error == 0;
 }
 
 // An orderly end that a script saw as an exception is not an error.
@@ -44,20 +74,26 @@ bool isOrderlyEnd(const XPK_Exception& exception) {
     return exception.type() == "SystemExit" && !XPK_IsRunning();
 }
 
+// Where the script stood: the statement that failed, or the line of the source that could not be loaded.
+std::string scriptPlace(const XPK_Exception& exception) {
+    const IPE_Object& details = exception.details();
+    if (details) {
+        std::string statement = IPE_Dict_GetString(details, "statement", "");
+        std::string file = IPE_Dict_GetString(details, "file", "");
+        if (!file.empty() || !statement.empty())
+            return "\n" + file + " (" + IPE_Dict_GetString(details, "line", "?") + ")\n" + statement;
+    }
+    const std::string* file = exception.record().findString("file");
+    const int64_t* line = exception.record().findNumber("line");
+    return file && line ? "\n" + *file + " (" + std::to_string(*line) + ")" : "";
+}
+
 void showException(const XPK_Exception& exception) {
     std::string text = exception.message();
-    if (exception.details()) {
-        auto entry = [&exception](const char* key) {
-            return IPE_Dict_GetString(exception.details(), key, "");
-        };
-        std::string file = entry("file"), statement = entry("statement");
-        if (const std::string* loading = exception.record().findString("file"); file.empty() && loading) {
-            file = *loading;  // an error while the source loads
-            if (const int64_t* line = exception.record().findNumber("line"))
-                text += "\n" + file + " (" + std::to_string(*line) + ")";
-        } else if (!file.empty() || !statement.empty()) {
-            text += "\n" + file + " (" + entry("line") + ")\n" + statement;
-        }
+    try {
+        text += scriptPlace(exception);
+    } catch (const XPK_Exception&) {
+        // Details are the work of scripts and may hold anything; the message stands without them.
     }
     platform::messageBox(exception.type(), text);
 }
@@ -79,6 +115,9 @@ void runModule(const char* name) {
     }
 }
 
+// Whether a script brought the end about, and not a signal or a control.
+bool endedByScript() { return XPK_IsRunning() || XPK_ScriptAskedToExit(); }
+
 // Serves until the loop is told to quit or the running flag falls; the tick of each second notices the
 // latter.
 void serve(platform::EventLoop& events) {
@@ -94,7 +133,7 @@ void serve(platform::EventLoop& events) {
         if (step == platform::EventLoop::Step::quit || !XPK_IsRunning()) break;
         XPK_FlushThreadCaches();
     }
-    if (XPK_ScriptAskedToExit()) readExitCode();
+    if (endedByScript()) readExitCode();
 }
 
 }  // namespace
@@ -113,20 +152,26 @@ void reportServiceState(uint32_t state, uint32_t checkpoint, uint32_t waitHint) 
 }
 
 void handleServiceControl(uint32_t code) {
-    if (code == lastControl) return;
+    if (code == pauseFlag.control) return;
     XPK_ThreadScope scope(false);
-    auto pause = [code](const IPE_Object& value, platform::ServiceState state) {
-        if (IPE_Store* globals = IPE_FindGlobalStore()) globals->set("server_paused", value);
-        lastControl = code;
-        reportServiceState(static_cast<uint32_t>(state), 0, 0);
+    auto accept = [code] {
+        std::lock_guard hold(pauseFlag.lock);
+        pauseFlag.control = code;
+        if (pauseFlag.storeIsUp) writePaused();
     };
     switch (code) {
         case platform::kControlStop:
-            lastControl = code;
+            accept();
             request_shutdown();
             break;
-        case platform::kControlPause: pause(IPE_True(), platform::ServiceState::paused); break;
-        case platform::kControlContinue: pause(IPE_False(), platform::ServiceState::running); break;
+        case platform::kControlPause:
+            accept();
+            reportServiceState(static_cast<uint32_t>(platform::ServiceState::paused), 0, 0);
+            break;
+        case platform::kControlContinue:
+            accept();
+            reportServiceState(static_cast<uint32_t>(platform::ServiceState::running), 0, 0);
+            break;
         default: reportServiceState(lastState, 0, 0);
     }
 }
@@ -141,9 +186,11 @@ void serverRun() {
             request_shutdown();
         }));
     EPA_LifeCycle::control(true);
+    openPauseFlag();
     if (entryState().customRun) {
         runModule("startup_custom");
-        return readExitCode();
+        if (endedByScript()) readExitCode();
+        return;
     }
     // Never freed: a control or signal that arrives during the last moments may still post to it.
     static platform::EventLoop& events = *new platform::EventLoop;
@@ -156,6 +203,8 @@ void serverRun() {
     EPA_ThreadManager::instance().release();
     XPK_AddShutdownFunction([](void* data) { static_cast<platform::EventLoop*>(data)->postQuit(0); },
                             &events);
+    // Asked for during the start already: the function above came too late to be called.
+    if (!XPK_IsRunning()) events.postQuit(0);
     serve(events);
 }
 
@@ -164,6 +213,11 @@ void serviceMain() {
     if (state.runAsService) {
         if (state.session->registerHandler(handleServiceControl) != 0) return;
         reportServiceState(static_cast<uint32_t>(platform::ServiceState::running), 0, 0);
+    }
+    try {
+        XPK_InstallTranslator();
+    } catch (const XPK_Exception& exception) {
+        showException(exception);  // a server without it serves: faults then end the process
     }
     {
         XPK_ThreadScope scope(true);
@@ -177,6 +231,7 @@ void serviceMain() {
                 platform::debugOutput("Unhandled exception in ServiceMain");
             }
             reportServiceState(static_cast<uint32_t>(platform::ServiceState::stopPending), 1, 2000);
+            closePauseFlag();
             EPA_LifeCycle::shutdown();
         }
     }

@@ -162,7 +162,7 @@ TEST_F(BuiltinInterpreter, InspectionObject) {
 
 // The script that calls every built-in for a real result leaves none out.
 TEST_F(BuiltinInterpreter, TheScriptTestCallsEveryBuiltin) {
-    std::ifstream file(QUILL_SOURCE_DIR "/tests/scripts/builtins_all.py");
+    std::ifstream file(QUILL_SOURCE_DIR "/tests/builtins/all.py");
     std::string script(std::istreambuf_iterator<char>(file), {});
     ASSERT_FALSE(script.empty());
     IPE_Interpreter interpreter;

@@ -3,7 +3,7 @@
 
 #include "../ipe/values_testing.h"
 #include "../platform/scratch.h"
-#include "ipe/object/ipe_moduleregistry.h"
+#include "ipe/object/ipe_moduletype.h"
 #include "runtime/streams/epa_ifilestream.h"
 #include "runtime/streams/epa_istringstream.h"
 #include "runtime/streams/epa_ofilestream.h"
@@ -33,12 +33,14 @@ class SlowStream : public EPA_IStream {
 };
 
 IPE_Object text(std::string_view data) { return IPE_New<EPA_IStringStream>(EPA_String(data)); }
-IPE_Object read(const IPE_Object& stream, std::initializer_list<std::pair<const char*, int64_t>> keywords = {}) {
+IPE_Object read(const IPE_Object& stream,
+                std::initializer_list<std::pair<const char*, int64_t>> keywords = {}) {
     IPE_Object dict = IPE_NewDict();
     for (auto& [name, value] : keywords) IPE_Dict_Set(dict, name, I(value));
     return stream->__call__(IPE_Arguments(nullptr, 0, dict));
 }
-std::string line(const IPE_Object& stream, std::initializer_list<std::pair<const char*, int64_t>> keywords = {}) {
+std::string line(const IPE_Object& stream,
+                 std::initializer_list<std::pair<const char*, int64_t>> keywords = {}) {
     return str(read(stream, keywords));
 }
 
@@ -50,10 +52,15 @@ TEST_F(Streams, Lines) {
     EXPECT_EQ(line(stream), "last");
     EXPECT_EQ(line(stream), "");
     EXPECT_EQ(line(text("part"), {{"assertoneof", 0}}), "part");
-    EXPECT_EQ(raised([] { line(text("part"), {{"assertoneof", 1}}); }),
+    EXPECT_EQ(raised([] {
+                  line(text("part"), {{"assertoneof", 1}});
+              }),
               "IOReachedEOFError: Reached EOF without seeing the CRLF");
     EXPECT_EQ(line(text("12345\r\n"), {{"maxlength", 5}}), "12345") << "CR does not count";
-    EXPECT_EQ(raised([] { line(text("123456\n"), {{"maxlength", 5}}); }), "IOLineLengthError: readline > maxlength");
+    EXPECT_EQ(raised([] {
+                  line(text("123456\n"), {{"maxlength", 5}});
+              }),
+              "IOLineLengthError: readline > maxlength");
     std::string huge(300000, 'x');
     EXPECT_EQ(line(text(huge + "\nnext")), huge) << "longer than the block";
     EXPECT_EQ(repr(call(text("a\n\nb\n"), "readlines")), repr(L({S("a"), S(""), S("b")})));
@@ -63,7 +70,9 @@ TEST_F(Streams, Lines) {
 TEST_F(Streams, SlowSources) {
     EXPECT_EQ(line(IPE_New<SlowStream>("ab\ncd")), "ab");
     EXPECT_EQ(line(IPE_New<SlowStream>("ab\n"), {{"maxloops", 6}}), "ab");
-    EXPECT_EQ(raised([] { line(IPE_New<SlowStream>("abcdefgh\n"), {{"maxloops", 6}}); }),
+    EXPECT_EQ(raised([] {
+                  line(IPE_New<SlowStream>("abcdefgh\n"), {{"maxloops", 6}});
+              }),
               "IOLineLoopsError: loops > maxloops");
     EXPECT_EQ(line(IPE_New<SlowStream>("abc"), {{"bytes", 3}}), "abc");
     EXPECT_EQ(raised([] { line(IPE_New<SlowStream>("abc"), {{"bytes", 4}}); }), "IOError: stream eof");
@@ -110,8 +119,8 @@ TEST_F(Streams, Positions) {
 
 TEST_F(Streams, FileModule) {
     Scratch scratch;
-    IPE_Object create = IPE_New<IPE_BridgeType>(
-        IPE_ModuleRegistry::lookup("ipe.ifilestream").as<IPE_ModuleBridge>()->factory());
+    // The component publishes the module; all components together would start the whole server.
+    IPE_Object create = IPE_New<IPE_BridgeType>(EPA_CreateIFileStream);
     auto open = [&](const std::string& path, IPE_Object keywords = {}) {
         IPE_Object name = S(path);
         return create->__call__(IPE_Arguments(&name, 1, keywords));
@@ -121,7 +130,8 @@ TEST_F(Streams, FileModule) {
     EXPECT_EQ(line(open(marked, D({{S("binary"), I(0)}}))), "text");
     EXPECT_EQ(line(open(plain, D({{S("binary"), I(0)}}))), "ab");
     std::string missing = scratch / "missing";
-    EXPECT_EQ(raised([&] { open(missing); }), "IOError: [Errno 2] No such file or directory: '" + missing + "'");
+    EXPECT_EQ(raised([&] { open(missing); }),
+              "IOError: [Errno 2] No such file or directory: '" + missing + "'");
     IPE_Object closed = open(missing, D({{S("nothrow"), I(1)}}));
     EXPECT_EQ(line(closed), "");
     EXPECT_EQ(raised([&] { line(closed, {{"bytes", 1}}); }), "IOError: stream eof");

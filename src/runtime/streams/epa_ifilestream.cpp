@@ -82,9 +82,7 @@ IPE_Object EPA_IFileStream::__callmethod__(int method, const IPE_Arguments& argu
     return EPA_IStream::__callmethod__(method, arguments);
 }
 
-namespace {
-
-IPE_Object create(const IPE_Arguments& arguments) {
+IPE_Object EPA_CreateIFileStream(const IPE_Arguments& arguments) {
     arguments.check("o|", "create");
     IPE_Object stream = IPE_New<EPA_IFileStream>();
     IPE_Object mode = arguments.keyword("mode");
@@ -97,6 +95,6 @@ IPE_Object create(const IPE_Arguments& arguments) {
     return stream;
 }
 
-const IPE_NativeModule registered("ipe.ifilestream", "create", create);
-
+namespace {
+const IPE_NativeModule registered("ipe.ifilestream", "create", EPA_CreateIFileStream);
 }  // namespace

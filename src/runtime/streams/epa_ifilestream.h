@@ -48,3 +48,6 @@ class EPA_IFileStream : public EPA_IStream {
     platform::StdioFile file_;
     std::string name_;
 };
+
+// The module's function.
+IPE_Object EPA_CreateIFileStream(const IPE_Arguments& arguments);

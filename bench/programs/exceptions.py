@@ -1,0 +1,24 @@
+# Exceptions raised and caught.
+
+class startup_custom:
+
+interpreter("load", fs("get_env", "BENCH_OUTPUT"))
+import bench_output
+
+def fail(i):
+    if i % 2 == 0: raise Even, "even " + i
+    return i
+
+def work(n):
+    caught = 0
+    passed = 0
+    for i in range(0, n):
+        try:
+            passed = passed + fail(i)
+        except Odd:
+            passed = 0
+        except Even, e:
+            caught = caught + len(str(e))
+    return [caught, passed]
+
+print work(100000)

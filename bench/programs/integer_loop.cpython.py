@@ -1,0 +1,10 @@
+def work(n):
+    i = 0
+    total = 0
+    while i < n:
+        total = ((total + i) * 3) % 1000003
+        i = i + 1
+    return total
+
+
+print(work(4000000))

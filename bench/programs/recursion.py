@@ -1,0 +1,12 @@
+# A recursive function.
+
+class startup_custom:
+
+interpreter("load", fs("get_env", "BENCH_OUTPUT"))
+import bench_output
+
+def fib(n):
+    if n < 2: return n
+    return fib(n - 1) + fib(n - 2)
+
+print fib(27)

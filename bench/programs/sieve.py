@@ -1,0 +1,24 @@
+# The sieve of Eratosthenes: writing list items in a while loop.
+
+class startup_custom:
+
+interpreter("load", fs("get_env", "BENCH_OUTPUT"))
+import bench_output
+
+def work(n):
+    marks = []
+    i = 0
+    while i < n:
+        marks.append(1)
+        i = i + 1
+    i = 2
+    while i * i < n:
+        if marks[i] == 1:
+            j = i * i
+            while j < n:
+                marks[j] = 0
+                j = j + i
+        i = i + 1
+    return marks.sum() - 2
+
+print work(700000)

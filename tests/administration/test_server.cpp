@@ -1,0 +1,144 @@
+// The served and the one-shot run, as a person meets them: signals, exit codes, error texts, folders.
+
+#include "server_testing.h"
+
+namespace {
+
+class Server : public ServerTree {};
+
+TEST_F(Server, ServesUntilASignalWhichLeavesTheExitCode) {
+    for (int signal : {SIGTERM, SIGINT}) {
+        application(std::string("global_set(\"__rc\", 7)\n") + Serving);
+        start({});
+        ASSERT_TRUE(awaitFile("bin/ready", "ready"));
+        kill(child, SIGHUP);
+        usleep(200'000);
+        EXPECT_FALSE(ended()) << "a hangup ended the server";
+        kill(child, signal);
+        Result result = finish();
+        EXPECT_EQ(result.code, 0);
+        EXPECT_EQ(result.err, "");
+        std::filesystem::remove(tree / "bin/ready");
+    }
+}
+
+TEST_F(Server, SignalDuringTheStartProgram) {
+    application(std::string(Serving) + "while True:\n    pass\n");
+    start({});
+    ASSERT_TRUE(awaitFile("bin/ready", "ready"));
+    kill(child, SIGTERM);
+    Result result = finish();
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(Server, ScriptEndsItWithItsExitCode) {
+    application("global_set(\"__rc\", 42)\nsys_exit()\nwhile True:\n    pass\n");
+    Result result = run({"--standalone"});
+    EXPECT_EQ(result.code, 42);
+    EXPECT_EQ(result.err, "");
+    application("global_set(\"__rc\", 4294967299)\nsys_exit()\n");  // cut to 32 bits
+    EXPECT_EQ(run({}).code, 3);
+    application("sys_exit()\n");
+    EXPECT_EQ(run({}).code, 0);
+}
+
+TEST_F(Server, ErrorsOfTheStartAreShownWithTheirPlace) {
+    application(
+        "global_set(\"__rc\", 9)\n\ndef f(x):\n    raise Broken, \"no $x with \" + x\n\nf(\"tea\")\n");
+    Result result = run({});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_NE(result.err.find("Broken: no $x with tea"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("startup.py (6)\n"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("raise Broken"), std::string::npos) << result.err;
+
+    application("x = 1\ny = \"open\n");
+    result = run({});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_NE(result.err.find("startup.py"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("(4)"), std::string::npos) << result.err;
+
+    tree.file("ipe/startup.py", "class other:\nx = 1\n");
+    EXPECT_NE(run({}).err.find("ImportError"), std::string::npos);
+
+    std::filesystem::remove(tree / "ipe/startup.py");
+    result = run({});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_NE(result.err.find("IOError: [Errno 2] No such file or directory: '"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("ipe/startup.py'"), std::string::npos) << result.err;
+}
+
+constexpr char Custom[] =
+    "class startup_custom:\n"
+    "out = open(\"/dev/stdout\", \"a\")\n"
+    "out.write(\"%s\")\n"
+    "global_set(\"__rc\", 5)\n";
+
+std::string custom(const std::string& text) {
+    std::string source = Custom;
+    return source.replace(source.find("%s"), 2, text);
+}
+
+TEST_F(Server, CustomRunFindsItsFile) {
+    tree.file("bin/both.py", custom("working"));
+    tree.file("elsewhere/both.py", custom("entry"));
+    tree.file("elsewhere/only here.py", custom("blanks"));
+    // The working directory, which is the program's, comes before the directory of entry.
+    EXPECT_EQ(run({"--custom", "both.py"}).out, "working");
+    Result result = run({"--custom", "only", "here.py"});
+    EXPECT_EQ(result.out, "blanks");
+    EXPECT_EQ(result.code, 5);
+    EXPECT_EQ(run({"--standalone", "--custom=" + (tree / "elsewhere/both.py")}).out, "entry");
+    result = run({"--custom", "absent.py"});
+    EXPECT_NE(result.err.find("'absent.py'"), std::string::npos) << result.err;
+    EXPECT_EQ(result.code, 0);
+}
+
+TEST_F(Server, CustomRunEndsByItsScriptOrASignal) {
+    tree.file("bin/fails.py", "class startup_custom:\nglobal_set(\"__rc\", 6)\nabsent()\n");
+    Result result = run({"--custom", "fails.py"});
+    EXPECT_EQ(result.code, 0);  // the exception passes by the reading of __rc
+    EXPECT_NE(result.err.find("fails.py (3)\n"), std::string::npos) << result.err;
+
+    tree.file("bin/exits.py", "class startup_custom:\nglobal_set(\"__rc\", 6)\nsys_exit()\nabsent()\n");
+    result = run({"--custom", "exits.py"});
+    EXPECT_EQ(result.code, 6);
+    EXPECT_EQ(result.err, "");
+
+    tree.file("bin/loops.py", std::string("class startup_custom:\nglobal_set(\"__rc\", 6)\n") + Serving +
+                                  "while True:\n    pass\n");
+    start({"--custom", "loops.py"});
+    ASSERT_TRUE(awaitFile("bin/ready", "ready"));
+    kill(child, SIGTERM);
+    EXPECT_EQ(finish().code, 0);
+}
+
+TEST_F(Server, WorkingDirectory) {
+    application(std::string(Serving) + "sys_exit()\n");
+    std::filesystem::create_directory(tree / "data");
+    std::filesystem::create_directory_symlink("../data", program + ".LNK");
+    run({});
+    EXPECT_EQ(slurp(tree / "data/ready"), "ready");
+    // A link to anything else falls back to the program's own directory.
+    std::filesystem::remove(program + ".LNK");
+    tree.file("bin/quillsrv.LNK", tree / "data");
+    run({});
+    EXPECT_EQ(slurp(tree / "bin/ready"), "ready");
+    EXPECT_FALSE(std::filesystem::exists(tree / "elsewhere/ready"));
+}
+
+TEST_F(Server, HelpVersionAndUnknownOptions) {
+    Result result = run({"--help"});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.out.find("usage: quillsrv"), 0u);
+    EXPECT_EQ(run({"--version"}).out, "quillsrv " QUILL_VERSION "\n");
+    // Behind --custom they are part of the file's name.
+    EXPECT_NE(run({"--custom", "absent.py", "--version"}).err.find("'absent.py --version'"),
+              std::string::npos);
+    application("sys_exit()\n");
+    EXPECT_NE(run({"--instal"}).err.find("'--instal' is no option"), std::string::npos);
+    EXPECT_EQ(run({"--standalone", "--quiet", "word"}).err, "");
+}
+
+}  // namespace
