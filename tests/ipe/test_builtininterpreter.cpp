@@ -162,12 +162,12 @@ TEST_F(BuiltinInterpreter, InspectionObject) {
 
 // The script that calls every built-in for a real result leaves none out.
 TEST_F(BuiltinInterpreter, TheScriptTestCallsEveryBuiltin) {
-    std::ifstream file(QUILL_SOURCE_DIR "/tests/scripts/builtins_all.py");
+    std::ifstream file(QUILL_SOURCE_DIR "/tests/builtins/all.py");
     std::string script(std::istreambuf_iterator<char>(file), {});
     ASSERT_FALSE(script.empty());
     IPE_Interpreter interpreter;
     IPE_List names(interpreter.builtins().__dir__());
-    EXPECT_EQ(names.count(), 84);
+    EXPECT_GE(names.count(), 84);
     for (int32_t i = 0; i < names.count(); ++i) {
         std::string call = std::string(names[i]->c_str()) + "(";
         size_t at = script.find(call);
