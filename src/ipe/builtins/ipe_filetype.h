@@ -71,8 +71,8 @@ class IPE_FileType final : public IPE_Type {
     IPE_Object loadBase64(const IPE_Arguments& arguments);
     void saveBase64(const IPE_Arguments& arguments);
     void write(const IPE_Arguments& arguments);
-    void save(const IPE_Object& value);
-    IPE_Object load();
+    void saveValue(const IPE_Object& value);
+    IPE_Object loadValue();
 
     platform::StdioFile file_;
     EPA_String name_;
