@@ -361,7 +361,7 @@ void IPE_FileType::saveValue(const IPE_Object& value) {
     IPE_WriteObjectFile(out, value);
 }
 
-IPE_Object IPE_FileType::load() {
+IPE_Object IPE_FileType::loadValue() {
     require();
     FileSource source(*this);
     EPA_DataInput in(source);
@@ -386,7 +386,7 @@ IPE_Object IPE_FileType::__callmethod__(int method, const IPE_Arguments& argumen
         case Md5: return digest(false);
         case Sha1: return digest(true);
         case LoadBase64: return loadBase64(arguments);
-        case Load: return load();
+        case Load: return loadValue();
         case Write: write(arguments); break;
         case SaveBase64: saveBase64(arguments); break;
         case Save:

@@ -72,7 +72,7 @@ class IPE_FileType final : public IPE_Type {
     void saveBase64(const IPE_Arguments& arguments);
     void write(const IPE_Arguments& arguments);
     void saveValue(const IPE_Object& value);
-    IPE_Object load();
+    IPE_Object loadValue();
 
     platform::StdioFile file_;
     EPA_String name_;

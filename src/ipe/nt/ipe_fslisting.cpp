@@ -78,6 +78,7 @@ void eachMatch(const IPE_Object& path, platform::ListingWish wish, Visit visit) 
     std::string folder = cut == std::string::npos ? "." : cut == 0 ? "/" : bytes.substr(0, cut);
     std::string pattern = cut == std::string::npos ? bytes : bytes.substr(cut + 1);
     bool all = pattern == "*";
+    const EPA_WildPattern matcher(pattern);
     platform::DirectoryReader reader;
     IPE_ThrowPathError("FindFirstFile", reader.open(folder, wish), path);
     DirectoryEntry entry;
@@ -87,7 +88,7 @@ void eachMatch(const IPE_Object& path, platform::ListingWish wish, Visit visit) 
             error = ECANCELED;
             break;
         }
-        if (all || EPA_WildMatch(entry.name, pattern)) visit(entry);
+        if (all || matcher.matches(std::string_view(entry.name))) visit(entry);
     }
     IPE_ThrowPathError("FindNextFile", error, path);
 }
