@@ -45,10 +45,10 @@ TEST_F(Server, ScriptEndsItWithItsExitCode) {
 
 TEST_F(Server, ErrorsOfTheStartAreShownWithTheirPlace) {
     application(
-        "global_set(\"__rc\", 9)\n\ndef f(x):\n    raise Broken, \"no $x with \" + x\n\nf(\"tea\")\n");
+        "global_set(\"__rc\", 9)\n\ndef f(x):\n    raise Broken, \"no milk with \" + x\n\nf(\"tea\")\n");
     Result result = run({});
     EXPECT_EQ(result.code, 0);
-    EXPECT_NE(result.err.find("Broken: no $x with tea"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("Broken: no milk with tea"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("startup.py (6)\n"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("raise Broken"), std::string::npos) << result.err;
 
@@ -101,7 +101,8 @@ TEST_F(Server, CustomRunEndsByItsScriptOrASignal) {
     EXPECT_EQ(result.code, 0);  // the exception passes by the reading of __rc
     EXPECT_NE(result.err.find("fails.py (3)\n"), std::string::npos) << result.err;
 
-    tree.file("bin/exits.py", "class startup_custom:\nglobal_set(\"__rc\", 6)\nsys_exit()\nabsent()\n");
+    tree.file("bin/exits.py",
+              "class startup_custom:\nglobal_set(\"__rc\", 6)\nsys_exit()\nif True:\n    absent()\n");
     result = run({"--custom", "exits.py"});
     EXPECT_EQ(result.code, 6);
     EXPECT_EQ(result.err, "");

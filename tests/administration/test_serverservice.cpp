@@ -35,13 +35,13 @@ class ServerService : public ServerTree {
 
 // Notes each change of server_paused.
 constexpr char Watching[] =
-    "out = open(\"states\", \"a\")\n"
     "last = \"\"\n"
     "while True:\n"
     "    now = str(global_get(\"server_paused\", \"unset\"))\n"
     "    if now != last:\n"
+    "        out = open(\"states\", \"a\")\n"
     "        out.write(now + \";\")\n"
-    "        out.flush()\n"
+    "        out.close()\n"
     "    last = now\n";
 
 TEST_F(ServerService, ControlsReachTheScript) {
