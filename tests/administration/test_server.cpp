@@ -129,7 +129,7 @@ TEST_F(Server, WorkingDirectory) {
     EXPECT_FALSE(std::filesystem::exists(tree / "elsewhere/ready"));
 }
 
-TEST_F(Server, HelpVersionAndUnknownOptions) {
+TEST_F(Server, HelpVersionAndMistypedOptions) {
     Result result = run({"--help"});
     EXPECT_EQ(result.code, 0);
     EXPECT_EQ(result.out.find("usage: quillsrv"), 0u);
@@ -139,7 +139,8 @@ TEST_F(Server, HelpVersionAndUnknownOptions) {
               std::string::npos);
     application("sys_exit()\n");
     EXPECT_NE(run({"--instal"}).err.find("'--instal' is no option"), std::string::npos);
-    EXPECT_EQ(run({"--standalone", "--quiet", "word"}).err, "");
+    EXPECT_NE(run({"--stand-alone=1"}).err.find("is --standalone meant?"), std::string::npos);
+    EXPECT_EQ(run({"--standalone", "--quiet", "--once", "-x", "word"}).err, "");  // the script's own
 }
 
 }  // namespace
