@@ -58,6 +58,13 @@ TEST_F(Server, ErrorsOfTheStartAreShownWithTheirPlace) {
     EXPECT_NE(result.err.find("startup.py"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("(4)"), std::string::npos) << result.err;
 
+    // Source that the script loads: both places.
+    tree.file("bin/bad.py", "class bad:\nx = \"open\n");
+    application("interpreter(\"load\", \"bad.py\")\n");
+    std::string text = run({}).err;
+    EXPECT_NE(text.find("\nbad.py (2)\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("startup.py (3)\ninterpreter"), std::string::npos) << text;
+
     tree.file("ipe/startup.py", "class other:\nx = 1\n");
     EXPECT_NE(run({}).err.find("ImportError"), std::string::npos);
 
