@@ -22,6 +22,7 @@
 #include "platform/pf_service.h"
 #include "platform/pf_servicedispatcher.h"
 #include "platform/pf_signals.h"
+#include "runtime/xpk_exception.h"
 
 namespace {
 
@@ -47,7 +48,7 @@ constexpr char Help[] =
     "lie and which service manager is spoken to.\n";
 
 void reportError(int error) {
-    if (error != 0 && !hasOption("--quiet")) platform::messageBox("Error", platform::errorText(error));
+    if (error != 0 && !hasOption("--quiet")) platform::messageBox("Error", XPK_DecodeError(error));
 }
 
 void installService(platform::ServiceManager& manager) {
@@ -131,7 +132,7 @@ int runUnderManager() {
             entryState().session = nullptr;
         });
     if (error == 0) return 0;
-    if (error != ESRCH) platform::messageBox("Error", platform::errorText(error));
+    if (error != ESRCH) platform::messageBox("Error", XPK_DecodeError(error));
     platform::messageBox("The Tallyfern Server cannot be run from the command line.",
                          "This program has been setup as an NT Service on this machine.\n\n"
                          "Please use the NT Service Manager to start and stop the 'XX' service.\n\n"
@@ -203,7 +204,7 @@ int quillEntry(int argc, char** argv) {
     state.runAsService = !hasOption("--standalone") && platform::serviceInstalled(state.serviceName);
     platform::setServiceConsole(state.runAsService);
     if (int error = platform::prepareSignals(!state.runAsService)) {
-        platform::messageBox("Error", platform::errorText(error));
+        platform::messageBox("Error", XPK_DecodeError(error));
         return 1;
     }
     if (state.runAsService) return runUnderManager();

@@ -102,6 +102,19 @@ TEST_F(Server, CustomRunFindsItsFile) {
     EXPECT_EQ(result.code, 0);
 }
 
+TEST_F(Server, ScriptsSeeHowTheyWereStarted) {
+    const std::string tell =
+        "out = open(\"/dev/stdout\", \"a\")\n"
+        "out.write(global_get(\"startup_type\", \"unset\") + \" \" + global_get(\"__program_args\") + \" "
+        "\")\n"
+        "if len(global_get(\"osversion_underlying\")) > len(global_get(\"osversion_emulated\")): "
+        "out.write(\"known\")\n";
+    application(tell + "sys_exit()\n");
+    EXPECT_EQ(run({"--depth", "3"}).out, "py [\"--depth\", \"3\"] known");
+    tree.file("bin/tell.py", "class startup_custom:\n" + tell);
+    EXPECT_EQ(run({"/usr", "--custom", "tell.py"}).out, "unset [\"/usr\", \"--custom\", \"tell.py\"] known");
+}
+
 TEST_F(Server, CustomRunEndsByItsScriptOrASignal) {
     tree.file("bin/fails.py", "class startup_custom:\nglobal_set(\"__rc\", 6)\nabsent()\n");
     Result result = run({"--custom", "fails.py"});
