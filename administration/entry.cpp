@@ -2,22 +2,27 @@
 //
 // Options are recognised by a plain substring search of the whole command line, in a fixed order; nothing is
 // tokenised, so an option can stand anywhere. The service commands report each failing step and go on with
-// the next. Only --help, --version and the note on unknown options look at whole arguments, so that what a
+// the next. Only --help, --version and the note on mistyped options look at whole arguments, so that what a
 // script is told can never be taken for them.
 #include "entry.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "platform/pf_console.h"
 #include "platform/pf_process.h"
 #include "platform/pf_service.h"
 #include "platform/pf_servicedispatcher.h"
 #include "platform/pf_signals.h"
+#include "runtime/xpk_exception.h"
 
 namespace {
 
@@ -43,7 +48,7 @@ constexpr char Help[] =
     "lie and which service manager is spoken to.\n";
 
 void reportError(int error) {
-    if (error != 0 && !hasOption("--quiet")) platform::messageBox("Error", platform::errorText(error));
+    if (error != 0 && !hasOption("--quiet")) platform::messageBox("Error", XPK_DecodeError(error));
 }
 
 void installService(platform::ServiceManager& manager) {
@@ -81,19 +86,41 @@ bool hasPlainArgument(int argc, char** argv, const char* wanted) {
     return false;
 }
 
-// A mistyped command must not pass in silence for a served run. A script may have options of its own, so this
-// is a note and no refusal.
-void noteUnknownOptions(int argc, char** argv) {
-    constexpr const char* Known[] = {"--username", "--password", "--quiet", "--standalone"};
-    if (hasOption("--custom")) return;
-    for (int i = 1; i < argc; ++i) {
-        if (strncmp(argv[i], "--", 2) != 0) continue;
-        bool known = false;
-        for (const char* option : Known) known = known || strstr(argv[i], option);
-        if (!known)
-            platform::messageBox("quillsrv", "'" + std::string(argv[i]) +
-                                                 "' is no option of the server and left to the script; see "
-                                                 "quillsrv --help");
+// The number of letters to add, drop or replace that makes one word of the other.
+size_t editDistance(std::string_view a, std::string_view b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j < row.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i);
+        for (size_t j = 1; j < row.size(); ++j) {
+            size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+            diagonal = std::exchange(row[j], std::min({replaced, row[j] + 1, row[j - 1] + 1}));
+        }
+    }
+    return row.back();
+}
+
+// Scripts may have options of their own, so an unknown one is no error. But a mistyped command must not pass
+// in silence for a served run: what comes close to an option is noted.
+void noteMistypedOptions(int argc, char** argv) {
+    constexpr std::string_view Options[] = {"--install", "--username", "--password", "--start",
+                                            "--stop",    "--remove",   "--quiet",    "--standalone",
+                                            "--custom",  "--help",     "--version"};
+    for (int i = 1; i < argc && !hasOption("--custom"); ++i) {
+        std::string_view word = argv[i];
+        word = word.substr(0, word.find('='));
+        if (!word.starts_with("--") || word.size() > 20) continue;
+        bool holdsOne = false;  // and is taken for it, as everything is searched by substring
+        for (std::string_view option : Options)
+            holdsOne = holdsOne || word.find(option) != std::string_view::npos;
+        for (std::string_view option : Options) {
+            size_t distance = editDistance(word, option);
+            if (holdsOne || distance > (option.size() <= 7 ? 1u : 2u)) continue;
+            platform::messageBox("quillsrv", "'" + std::string(word) +
+                                                 "' is no option of the server and left to the script; is " +
+                                                 std::string(option) + " meant?");
+            break;
+        }
     }
 }
 
@@ -105,7 +132,7 @@ int runUnderManager() {
             entryState().session = nullptr;
         });
     if (error == 0) return 0;
-    if (error != ESRCH) platform::messageBox("Error", platform::errorText(error));
+    if (error != ESRCH) platform::messageBox("Error", XPK_DecodeError(error));
     platform::messageBox("The Tallyfern Server cannot be run from the command line.",
                          "This program has been setup as an NT Service on this machine.\n\n"
                          "Please use the NT Service Manager to start and stop the 'XX' service.\n\n"
@@ -177,11 +204,11 @@ int quillEntry(int argc, char** argv) {
     state.runAsService = !hasOption("--standalone") && platform::serviceInstalled(state.serviceName);
     platform::setServiceConsole(state.runAsService);
     if (int error = platform::prepareSignals(!state.runAsService)) {
-        platform::messageBox("Error", platform::errorText(error));
+        platform::messageBox("Error", XPK_DecodeError(error));
         return 1;
     }
     if (state.runAsService) return runUnderManager();
-    noteUnknownOptions(argc, argv);
+    noteMistypedOptions(argc, argv);
     serviceMain();
     return state.exitCode;
 }

@@ -30,31 +30,46 @@ namespace {
 platform::EventLoop* loop = nullptr;
 std::atomic<uint32_t> lastState{0};
 
-// What pause and continue wrote last. The store comes up after the first controls can arrive and goes down
-// before the last ones may still be under way, so both sides hold the lock while they touch it.
-struct PauseFlag {
+// The service's controls. The first can arrive before the global store is up and the last may still be under
+// way when it goes down, so both sides hold the lock while they touch the store or report a state.
+struct Controls {
     std::mutex lock;
-    uint32_t control = 0;    // the last control accepted; dispatcher's thread, and under the lock
-    bool storeIsUp = false;  // guarded by lock
+    uint32_t last = 0;  // the last control accepted; written by the dispatcher's thread alone
+    bool storeIsUp = false;
+    bool ending = false;  // from now on the server itself reports
 };
-PauseFlag pauseFlag;
+Controls controls;
 
 void writePaused() {
-    if (pauseFlag.control != platform::kControlPause && pauseFlag.control != platform::kControlContinue)
-        return;
-    bool paused = pauseFlag.control == platform::kControlPause;
+    if (controls.last != platform::kControlPause && controls.last != platform::kControlContinue) return;
+    bool paused = controls.last == platform::kControlPause;
     IPE_GlobalStore().set("server_paused", paused ? IPE_True() : IPE_False());
 }
 
-void openPauseFlag() {
-    std::lock_guard hold(pauseFlag.lock);
-    pauseFlag.storeIsUp = IPE_FindGlobalStore() != nullptr;
-    if (pauseFlag.storeIsUp) writePaused();
+// A pause that came too early for the store is written now.
+void openControls() {
+    std::lock_guard hold(controls.lock);
+    controls.storeIsUp = true;
+    writePaused();
 }
 
-void closePauseFlag() {
-    std::lock_guard hold(pauseFlag.lock);
-    pauseFlag.storeIsUp = false;
+void closeControls() {
+    std::lock_guard hold(controls.lock);
+    controls.storeIsUp = false;
+    controls.ending = true;
+}
+
+void noteStop() {
+    std::lock_guard hold(controls.lock);
+    controls.last = platform::kControlStop;
+}
+
+void acceptControl(uint32_t code, uint32_t state) {
+    std::lock_guard hold(controls.lock);
+    if (controls.ending) return;
+    controls.last = code;
+    if (controls.storeIsUp) writePaused();
+    reportServiceState(state, 0, 0);
 }
 
 bool chooseDirectory() {
@@ -74,18 +89,18 @@ bool isOrderlyEnd(const XPK_Exception& exception) {
     return exception.type() == "SystemExit" && !XPK_IsRunning();
 }
 
-// Where the script stood: the statement that failed, or the line of the source that could not be loaded.
+// Where it happened: the line of a source that could not be loaded, and the statement that failed.
 std::string scriptPlace(const XPK_Exception& exception) {
-    const IPE_Object& details = exception.details();
-    if (details) {
-        std::string statement = IPE_Dict_GetString(details, "statement", "");
-        std::string file = IPE_Dict_GetString(details, "file", "");
-        if (!file.empty() || !statement.empty())
-            return "\n" + file + " (" + IPE_Dict_GetString(details, "line", "?") + ")\n" + statement;
-    }
-    const std::string* file = exception.record().findString("file");
+    std::string place, file, statement;
+    const std::string* loading = exception.record().findString("file");
     const int64_t* line = exception.record().findNumber("line");
-    return file && line ? "\n" + *file + " (" + std::to_string(*line) + ")" : "";
+    if (loading && line) place = "\n" + *loading + " (" + std::to_string(*line) + ")";
+    if (!exception.details()) return place;
+    file = IPE_Dict_GetString(exception.details(), "file", "");
+    statement = IPE_Dict_GetString(exception.details(), "statement", "");
+    if (file.empty() && statement.empty()) return place;
+    std::string failed = "\n" + file + " (" + IPE_Dict_GetString(exception.details(), "line", "?") + ")";
+    return (place == failed ? "" : place) + failed + "\n" + statement;
 }
 
 void showException(const XPK_Exception& exception) {
@@ -152,27 +167,20 @@ void reportServiceState(uint32_t state, uint32_t checkpoint, uint32_t waitHint) 
 }
 
 void handleServiceControl(uint32_t code) {
-    if (code == pauseFlag.control) return;
+    if (code == controls.last) return;
     XPK_ThreadScope scope(false);
-    auto accept = [code] {
-        std::lock_guard hold(pauseFlag.lock);
-        pauseFlag.control = code;
-        if (pauseFlag.storeIsUp) writePaused();
-    };
     switch (code) {
         case platform::kControlStop:
-            accept();
+            noteStop();
             request_shutdown();
             break;
         case platform::kControlPause:
-            accept();
-            reportServiceState(static_cast<uint32_t>(platform::ServiceState::paused), 0, 0);
+            acceptControl(code, static_cast<uint32_t>(platform::ServiceState::paused));
             break;
         case platform::kControlContinue:
-            accept();
-            reportServiceState(static_cast<uint32_t>(platform::ServiceState::running), 0, 0);
+            acceptControl(code, static_cast<uint32_t>(platform::ServiceState::running));
             break;
-        default: reportServiceState(lastState, 0, 0);
+        default: acceptControl(controls.last, lastState);
     }
 }
 
@@ -186,7 +194,7 @@ void serverRun() {
             request_shutdown();
         }));
     EPA_LifeCycle::control(true);
-    openPauseFlag();
+    openControls();
     if (entryState().customRun) {
         runModule("startup_custom");
         if (endedByScript()) readExitCode();
@@ -230,8 +238,8 @@ void serviceMain() {
             } catch (...) {
                 platform::debugOutput("Unhandled exception in ServiceMain");
             }
+            closeControls();
             reportServiceState(static_cast<uint32_t>(platform::ServiceState::stopPending), 1, 2000);
-            closePauseFlag();
             EPA_LifeCycle::shutdown();
         }
     }

@@ -48,11 +48,14 @@ class ServerTree : public testing::Test {
         platform::environmentSet("QUILL_SYSTEMD_BUS", "off");
     }
 
-    void TearDown() override {
-        if (child > 0) {  // only after a failed check
-            kill(child, SIGKILL);
-            waitpid(child, nullptr, 0);
-        }
+    void TearDown() override { endHard(); }
+
+    // Only after a failed check is there something to end.
+    void endHard() {
+        if (child <= 0) return;
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        child = code = -1;
     }
 
     // The application: the module `startup` with these lines.
@@ -84,6 +87,7 @@ class ServerTree : public testing::Test {
 
     Result finish() {
         EXPECT_TRUE(await([&] { return ended(); })) << "the server does not end";
+        endHard();
         return {code, slurp(tree / "out"), slurp(tree / "err")};
     }
 

@@ -45,10 +45,10 @@ TEST_F(Server, ScriptEndsItWithItsExitCode) {
 
 TEST_F(Server, ErrorsOfTheStartAreShownWithTheirPlace) {
     application(
-        "global_set(\"__rc\", 9)\n\ndef f(x):\n    raise Broken, \"no $x with \" + x\n\nf(\"tea\")\n");
+        "global_set(\"__rc\", 9)\n\ndef f(x):\n    raise Broken, \"no milk with \" + x\n\nf(\"tea\")\n");
     Result result = run({});
     EXPECT_EQ(result.code, 0);
-    EXPECT_NE(result.err.find("Broken: no $x with tea"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("Broken: no milk with tea"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("startup.py (6)\n"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("raise Broken"), std::string::npos) << result.err;
 
@@ -57,6 +57,13 @@ TEST_F(Server, ErrorsOfTheStartAreShownWithTheirPlace) {
     EXPECT_EQ(result.code, 0);
     EXPECT_NE(result.err.find("startup.py"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("(4)"), std::string::npos) << result.err;
+
+    // Source that the script loads: both places.
+    tree.file("bin/bad.py", "class bad:\nx = \"open\n");
+    application("interpreter(\"load\", \"bad.py\")\n");
+    std::string text = run({}).err;
+    EXPECT_NE(text.find("\nbad.py (2)\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("startup.py (3)\ninterpreter"), std::string::npos) << text;
 
     tree.file("ipe/startup.py", "class other:\nx = 1\n");
     EXPECT_NE(run({}).err.find("ImportError"), std::string::npos);
@@ -95,13 +102,27 @@ TEST_F(Server, CustomRunFindsItsFile) {
     EXPECT_EQ(result.code, 0);
 }
 
+TEST_F(Server, ScriptsSeeHowTheyWereStarted) {
+    const std::string tell =
+        "out = open(\"/dev/stdout\", \"a\")\n"
+        "out.write(global_get(\"startup_type\", \"unset\") + \" \" + global_get(\"__program_args\") + \" "
+        "\")\n"
+        "if len(global_get(\"osversion_underlying\")) > len(global_get(\"osversion_emulated\")): "
+        "out.write(\"known\")\n";
+    application(tell + "sys_exit()\n");
+    EXPECT_EQ(run({"--depth", "3"}).out, "py [\"--depth\", \"3\"] known");
+    tree.file("bin/tell.py", "class startup_custom:\n" + tell);
+    EXPECT_EQ(run({"/usr", "--custom", "tell.py"}).out, "unset [\"/usr\", \"--custom\", \"tell.py\"] known");
+}
+
 TEST_F(Server, CustomRunEndsByItsScriptOrASignal) {
     tree.file("bin/fails.py", "class startup_custom:\nglobal_set(\"__rc\", 6)\nabsent()\n");
     Result result = run({"--custom", "fails.py"});
     EXPECT_EQ(result.code, 0);  // the exception passes by the reading of __rc
     EXPECT_NE(result.err.find("fails.py (3)\n"), std::string::npos) << result.err;
 
-    tree.file("bin/exits.py", "class startup_custom:\nglobal_set(\"__rc\", 6)\nsys_exit()\nabsent()\n");
+    tree.file("bin/exits.py",
+              "class startup_custom:\nglobal_set(\"__rc\", 6)\nsys_exit()\nif True:\n    absent()\n");
     result = run({"--custom", "exits.py"});
     EXPECT_EQ(result.code, 6);
     EXPECT_EQ(result.err, "");
@@ -128,7 +149,7 @@ TEST_F(Server, WorkingDirectory) {
     EXPECT_FALSE(std::filesystem::exists(tree / "elsewhere/ready"));
 }
 
-TEST_F(Server, HelpVersionAndUnknownOptions) {
+TEST_F(Server, HelpVersionAndMistypedOptions) {
     Result result = run({"--help"});
     EXPECT_EQ(result.code, 0);
     EXPECT_EQ(result.out.find("usage: quillsrv"), 0u);
@@ -138,7 +159,8 @@ TEST_F(Server, HelpVersionAndUnknownOptions) {
               std::string::npos);
     application("sys_exit()\n");
     EXPECT_NE(run({"--instal"}).err.find("'--instal' is no option"), std::string::npos);
-    EXPECT_EQ(run({"--standalone", "--quiet", "word"}).err, "");
+    EXPECT_NE(run({"--stand-alone=1"}).err.find("is --standalone meant?"), std::string::npos);
+    EXPECT_EQ(run({"--standalone", "--quiet", "--once", "-x", "word"}).err, "");  // the script's own
 }
 
 }  // namespace

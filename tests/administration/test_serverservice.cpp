@@ -1,6 +1,8 @@
 // The service from end to end with the built-in host: the commands of the command line, and controls as a
 // script sees them.
 
+#include <csignal>
+
 #include "platform/pf_service.h"
 #include "server_testing.h"
 
@@ -35,13 +37,13 @@ class ServerService : public ServerTree {
 
 // Notes each change of server_paused.
 constexpr char Watching[] =
-    "out = open(\"states\", \"a\")\n"
     "last = \"\"\n"
     "while True:\n"
     "    now = str(global_get(\"server_paused\", \"unset\"))\n"
     "    if now != last:\n"
+    "        out = open(\"states\", \"a\")\n"
     "        out.write(now + \";\")\n"
-    "        out.flush()\n"
+    "        out.close()\n"
     "    last = now\n";
 
 TEST_F(ServerService, ControlsReachTheScript) {
@@ -97,6 +99,21 @@ TEST_F(ServerService, SeveralCommandsOnOneLine) {
     // A stop and a pause of a server that sits in its loop.
     EXPECT_EQ(control(platform::kControlPause), 0);
     EXPECT_EQ(control(platform::kControlStop), 0);
+    EXPECT_TRUE(awaitState(ServiceState::stopped));
+}
+
+TEST_F(ServerService, TerminationIsAStop) {
+    application(Watching);
+    EXPECT_EQ(run({"--install", "--start"}).err, "");
+    ASSERT_TRUE(awaitFile("bin/states", "unset;"));
+    platform::ServiceStatus status;
+    ASSERT_EQ(manager->query(name, status), 0);
+    ASSERT_GT(status.processId, 1u);
+    kill(static_cast<pid_t>(status.processId), SIGTERM);
+    EXPECT_TRUE(awaitState(ServiceState::stopped));
+    EXPECT_EQ(run({"--start"}).err, "");  // and it can start again
+    EXPECT_EQ(state(), ServiceState::running);
+    EXPECT_EQ(run({"--stop"}).err, "");
     EXPECT_TRUE(awaitState(ServiceState::stopped));
 }
 
