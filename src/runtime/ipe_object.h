@@ -7,7 +7,7 @@
 // Life of a value. An object begins local: it belongs to the thread that made it, and its count changes
 // without a locked instruction. Before another thread can reach it, the object is marked shared, by the
 // stores, queues and the registry through IPE_Object_Strip; from then on its count is changed atomically.
-// Singletons, small integers, interned names and the literals of loaded modules are immortal: they are not
+// Singletons, small integers and interned names are immortal: they are not
 // counted at all and never die. The mark is set by the owner before the publishing lock is taken, so every
 // other thread sees it.
 #pragma once

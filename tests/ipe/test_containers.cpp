@@ -114,7 +114,8 @@ TEST_F(Containers, Comparison) {
     EXPECT_EQ(left->__cmp__(D({{I(2), L({})}, {S("a"), I(1)}})), 0);
     EXPECT_EQ(left->__cmp__(D({{I(2), L({})}, {S("a"), I(2)}})), -1);
     EXPECT_EQ(left->__cmp__(D({{I(2), L({})}, {S("b"), I(1)}})), 1);
-    EXPECT_EQ(T({I(1), S("a")})->__hash__(), I(1)->__hash__() + S("a")->__hash__());
+    EXPECT_EQ(L({I(1), S("a")})->__hash__(), I(1)->__hash__() + S("a")->__hash__());
+    EXPECT_EQ(raised([&] { T({I(1)})->__hash__(); }), "TypeError: __hash__ is not supported");
     EXPECT_EQ(left->__hash__(), I(1)->__hash__() + S("a")->__hash__() + I(2)->__hash__());
 }
 
@@ -132,7 +133,7 @@ TEST_F(Containers, WritersAndTheirModes) {
 TEST_F(Containers, CyclesAndDepth) {
     IPE_Object list = L({I(1)});
     call(list, "append", {list});
-    IPE_Object dict = D({{S("me"), T({list})}});
+    IPE_Object dict = D({{S("me"), L({list})}});
     dict->__setitem__(S("d"), dict);
     EXPECT_EQ(repr(list) + str(list), "[1, [...]][1, [...]]");
     EXPECT_NE(repr(dict).find("'d': {...}"), std::string::npos);
@@ -379,7 +380,7 @@ TEST_F(Containers, DictAgreesWithAnOrderedMap) {
             unsigned number = random() % range;
             IPE_Object key = number % 3 == 0   ? I(number)
                              : number % 3 == 1 ? S(std::to_string(number))
-                                               : T({I(number)});
+                                               : L({I(number)});
             std::string name = repr(key);
             switch (random() % (round == 3 ? 5 : 4)) {
                 case 0:

@@ -26,7 +26,7 @@ IPE_Object load(std::string_view bytes) {
 
 IPE_Object everything() {
     return D({{S("ints"), L({I(0), I(-1), I(INT64_MIN), I(INT64_MAX)})},
-              {T({I(1), S("k")}), T({IPE_None(), IPE_True(), IPE_False()})},
+              {L({I(1), S("k")}), T({IPE_None(), IPE_True(), IPE_False()})},
               {S(""), F(-2.5)},
               {S("deep"), L({D({}), L({}), T({}), T({T({S("\xE2\x82\xAC")})})})}});
 }

@@ -31,6 +31,16 @@ std::string tokenText(const IPE_TokenEntry& token) {
     }
 }
 
+// Literals are counted often while a program runs, so each interpreter has its own, which need no locked
+// instruction.
+IPE_Object privateCopy(const IPE_Object& value) {
+    if (auto* number = value.tryAs<IPE_IntType>()) return IPE_Int(number->value);
+    if (auto* number = value.tryAs<IPE_FloatType>()) return IPE_Float(number->value);
+    auto* string = value.tryAs<IPE_StringType>();
+    if (!string || string->isInterned()) return value;
+    return IPE_StringType::make(string->view(), string->isTripleQuoted());
+}
+
 uint8_t kindOf(const IPE_Object& value) {
     auto* number = value.tryAs<IPE_IntType>();
     XPK_Assert(number && number->value >= 0 && number->value <= 255);
@@ -97,10 +107,8 @@ IPE_Segment::IPE_Segment(const IPE_StoredTokens& stored, std::string file, uint3
     for (const auto& line : stored.lines) lines.push_back({line.first, line.source, 0, line.indent});
     for (size_t i = 0; i < stored.kinds.size(); ++i) {
         tokens[i].kind = stored.kinds[i];
-        if (stored.values[i]) {
-            tokens[i].value = stored.values[i].get();
-            tokens[i].value->retain();
-        }
+        if (IPE_Object value = privateCopy(stored.values[i]))
+            tokens[i].value = static_cast<IPE_Type*>(value.detach());
     }
     uint32_t last = static_cast<uint32_t>(stored.kinds.size());
     lines.push_back({last, lines.empty() ? 0 : lines.back().source + 1, 0, 0});

@@ -2,8 +2,8 @@
 //
 // A logical line is one physical line, or several when a triple-quoted literal spans them; the loader
 // assembles it by running a tokenizer to the line's end, with nextLine feeding further physical lines, and
-// hands the assembled text to the module. Names and literals of loaded modules live as long as the process,
-// so they are made immortal here.
+// hands the assembled text to the module. Names are interned and live as long as the process; literals are
+// shared by the interpreters that import the module, each of which makes its own copies.
 #include "ipe/language/ipe_programloader.h"
 
 #include <cerrno>
@@ -153,7 +153,7 @@ void IPE_ModuleSource::addLine(std::string_view text) {
                 break;
             default: break;
         }
-        if (value) value.counted()->makeImmortal();
+        if (value) value.counted()->markShared();
         stored_.kinds.push_back(tokenizer.kind());
         stored_.values.push_back(std::move(value));
         if (tokenizer.kind() == TOKEN_EOL) return;
@@ -179,7 +179,7 @@ IPE_ModuleInternal::IPE_ModuleInternal(const IPE_Object& dictionary)
     : IPE_ModuleNode(TypeName, IsContainer), dictionary_(IPE_Object_Strip(dictionary)) {
     stored_ = IPE_StoredTokens::fromList(IPE_Dict_Get(dictionary_, "tokens"));
     for (const IPE_Object& value : stored_.values)
-        if (value) value.counted()->makeImmortal();
+        if (value) value.counted()->markShared();
 }
 
 void IPE_ModuleInternal::import(IPE_Frame& frame) {
