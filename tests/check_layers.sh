@@ -14,7 +14,10 @@ echo '#include <vector>' >"$work/src/ipe/language/high.h"
 
 refused() { # FILE LINE: a file with that line must fail the check, and be named
   printf '%s\n' "$2" >"$work/$1"
-  "$check" "$work" | grep -q "^$1:" || { echo "not refused: $2 in $1" >&2; exit 1; }
+  if said=$("$check" "$work") || ! grep -q "^$1:" <<<"$said"; then
+    echo "not refused: $2 in $1" >&2
+    exit 1
+  fi
   rm "$work/$1"
 }
 refused src/platform/bad.cpp '#include "runtime/mid.h"'
