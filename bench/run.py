@@ -249,7 +249,7 @@ def main():
         say("|---|---|---|")
         lines, seconds = measure_loading(server, env, folder, options.rounds)
         say("| loading a source of %d lines | %d lines a second | aim: 100000 |" % (lines, lines / seconds))
-        size, ours, theirs = measure_literal(server, env, folder, options.rounds)
+        size, ours, theirs = measure_literal(server, env, folder, min(options.rounds, 3))
         say("| `eval` of a literal of %.1f MB | %.3f s | `ast.literal_eval`: %.3f s, ratio %.2f |"
             % (size / 1e6, ours, theirs, ours / theirs))
         start, memory = measure_start(server, env, folder, options.rounds)

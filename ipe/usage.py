@@ -19,9 +19,14 @@ for name in ["usage_options", "usage_output", "usage_accounts", "usage_walk", "u
 
 import usage.options, usage.output, usage.walk, usage.report
 
+def write(text):
+    "What print calls: lines end as they do on this system."
+    file.write(text.replace("\r\n", "\n"))
+
 def main():
     out = usage.output()
-    _B.__stdout__ = out.write
+    _G.file = out.file
+    _B.__stdout__ = write
     try:
         options = usage.options.read(global_get("__program_args"))
         walk = usage.walk(options.folder, options.top, out)

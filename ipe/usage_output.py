@@ -15,7 +15,6 @@ def is_terminal(number):
 
 def __init__(self):
     self.file = open("/dev/stdout", "a")
-    self.write = self.file.write
     self.shown = 0
     self.started = timer()
     self.last = self.started
