@@ -18,4 +18,4 @@ def work(n):
     return [p.x, p.y, p.z, q.x, q.y, q.z]
 
 
-print(work(800000))
+print(work(2400000))

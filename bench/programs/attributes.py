@@ -19,7 +19,7 @@ def work(n):
         i = i + 1
     return [p.x, p.y, p.z, q.x, q.y, q.z]
 
-print work(800000)
+print work(2400000)
 
 class bench.point:
 

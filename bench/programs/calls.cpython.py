@@ -15,4 +15,4 @@ def work(n):
     return total
 
 
-print(work(400000))
+print(work(1200000))

@@ -19,4 +19,4 @@ def work(n):
         i = i + 1
     return total
 
-print work(400000)
+print work(1200000)

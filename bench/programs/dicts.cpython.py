@@ -12,4 +12,4 @@ def work(n):
     return [len(table), found]
 
 
-print(work(200000))
+print(work(400000))

@@ -17,4 +17,4 @@ def work(n):
         found = found + table["key" + i]
     return [len(table), found]
 
-print work(200000)
+print work(400000)

@@ -25,4 +25,4 @@ def work(n):
     return [caught, passed]
 
 
-print(work(100000))
+print(work(200000))

@@ -21,4 +21,4 @@ def work(n):
             caught = caught + len(str(e))
     return [caught, passed]
 
-print work(100000)
+print work(200000)

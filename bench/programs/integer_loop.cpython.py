@@ -7,4 +7,4 @@ def work(n):
     return total
 
 
-print(work(4000000))
+print(work(8000000))

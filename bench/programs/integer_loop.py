@@ -13,4 +13,4 @@ def work(n):
         i = i + 1
     return total
 
-print work(4000000)
+print work(8000000)

@@ -11,4 +11,4 @@ def work(n):
     return [numbers[0], numbers[-1], numbers[n // 2], total]
 
 
-print(work(500000))
+print(work(1000000))

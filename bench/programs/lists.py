@@ -17,4 +17,4 @@ def work(n):
     numbers.sort()
     return [numbers[0], numbers[-1], numbers[n / 2], total]
 
-print work(500000)
+print work(1000000)

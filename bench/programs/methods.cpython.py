@@ -23,4 +23,4 @@ def work(n):
     return [first.balance(), second.balance()]
 
 
-print(work(600000))
+print(work(1800000))

@@ -17,7 +17,7 @@ def work(n):
         i = i + 1
     return [first.balance(), second.balance()]
 
-print work(600000)
+print work(1800000)
 
 class bench.account:
 

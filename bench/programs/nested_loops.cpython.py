@@ -15,4 +15,4 @@ def work(n):
     return [small, middle, large]
 
 
-print(work(1400))
+print(work(2800))

@@ -21,4 +21,4 @@ def work(n):
                 large = large + 2
     return [small, middle, large]
 
-print work(1400)
+print work(2800)

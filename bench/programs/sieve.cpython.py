@@ -15,4 +15,4 @@ def work(n):
     return sum(marks) - 2
 
 
-print(work(700000))
+print(work(2000000))

@@ -21,4 +21,4 @@ def work(n):
         i = i + 1
     return marks.sum() - 2
 
-print work(700000)
+print work(2000000)

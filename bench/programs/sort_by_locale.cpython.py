@@ -14,4 +14,4 @@ def work(n):
     return words[0] + " " + words[-1] + " " + words[n // 2]
 
 
-print(work(50000))
+print(work(100000))

@@ -10,4 +10,4 @@ def work(n):
     return [length, text]
 
 
-print(str(work(200000)).replace("'", '"'))
+print(str(work(600000)).replace("'", '"'))

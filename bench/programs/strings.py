@@ -16,4 +16,4 @@ def work(n):
         length = length + len(text)
     return [length, text]
 
-print work(200000)
+print work(600000)

@@ -18,4 +18,4 @@ def work(n):
     return " ".join(result) + " " + str(letters)
 
 
-print(work(60000))
+print(work(180000))

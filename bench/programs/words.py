@@ -23,4 +23,4 @@ def work(n):
         result.append(word + "=" + counts[word])
     return result.join(" ") + " " + letters
 
-print work(60000)
+print work(180000)
