@@ -1,0 +1,156 @@
+# How return, break, continue, raise and exec cross blocks, and what the one-line forms refuse.
+
+class startup_custom:
+
+interpreter("load", fs("get_env", "QUILL_CHECK"))
+from check import *
+
+def return_in_handler():
+    try:
+        raise Zero
+    except :
+        return 1
+    return 2
+
+same("return in handler", return_in_handler(), 1)
+
+def continue_in_handler():
+    for i in [1,2,3]:
+        try:
+            raise Zero
+        except Zero:
+            continue
+        same("not reached", 1, 2)
+    return i
+
+same("continue in handler", continue_in_handler(), 3)
+
+def raise_in_finally():
+    try:
+        try:
+            raise X, "x"
+        finally:
+            raise Y, "y"
+    except Y, e:
+        return str(e)
+
+same("raise in finally", raise_in_finally(), "y")
+
+def return_in_with():
+    while True:
+        with 1:
+            return 5
+
+same("return in with in while", return_in_with(), 5)
+
+def return_in_finally():
+    try:
+        pass
+    finally:
+        return 7
+    return 8
+
+same("return in finally", return_in_finally(), 7)
+
+def elif_behind_inline():
+    if 0: return 1
+    elif 1: return 2
+    return 3
+
+fault_class("no elif behind an inline if", "SyntaxError", elif_behind_inline)
+
+def inline_elif(n):
+    if n == 1:
+        x = "a"
+    elif n == 2: x = "b"
+    return x
+
+fault_class("an elif wants a block", "IPESyntaxException", inline_elif, 2)
+fault_class("even one that is passed over", "IndentError", inline_elif, 1)
+
+def inline_for():
+    for i in range(0, 3): pass
+
+fault_class("no inline for", "IPESyntaxException", inline_for)
+
+def inline_try():
+    try: x = 1
+    except : x = 2
+    return x
+
+fault_class("no inline try", "IndentError", inline_try)
+
+def with_blank_lines(n):
+    if n:
+
+        x = 1
+
+        y = 2
+    else:
+
+        x = 3
+    return x
+
+same("blank lines", [with_blank_lines(1), with_blank_lines(0)], [1, 3])
+
+def return_in_while_else():
+    while False:
+        pass
+    else:
+        return "else"
+
+same("return in while else", return_in_while_else(), "else")
+
+def empty_loops():
+    for i in [1, 2]:
+        while True:
+            break
+        else:
+            same("not reached", 1, 2)
+        for j in ():
+            pass
+    return i
+
+same("nested empties", empty_loops(), 2)
+
+def mixed(x):
+    if x in [1, 2] and not x == 2 or x == 9: return "y"
+    return "n"
+
+same("mix", [mixed(1), mixed(2), mixed(9)], ["y", "n", "n"])
+
+def exec_return():
+    exec "return 5"
+    return 6
+
+same("return in exec", exec_return(), 5)
+
+def exec_break():
+    for i in [1, 2, 3]:
+        exec "break"
+    return i
+
+same("break in exec", exec_break(), 1)
+
+def exec_statements():
+    exec "import check"
+    exec "from check import run"
+    exec "print_me = 1"
+    exec "del {}[1]"
+
+fault_class("exec del of a display", "SyntaxError", exec_statements)
+
+def exec_raise():
+    exec "raise Inside, 'exec'"
+
+fault("raise in exec", "Inside: exec", exec_raise)
+
+def exec_changes():
+    x = {"a": [1, 2]}
+    exec "x['a'][0] = 9"
+    exec "assert x['a'][0] == 9"
+    return x
+
+same("exec changes", exec_changes(), {"a": [9, 2]})
+fault_class("exec of def", "SyntaxError", run, "def elif_behind_inline(): pass")
+fault_class("exec of two lines", "SyntaxError", run, "x = 1\ny = 2")
