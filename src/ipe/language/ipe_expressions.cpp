@@ -23,8 +23,10 @@ bool compared(uint8_t kind, int order) {
 
 [[noreturn]] void tooManySteps() { XPK_Raise("RuntimeError", "Maximum stack depth exceded").raise(); }
 
+// Operators, and the kinds that are a fault behind an operand: a second value, `=` and the meaningless `is`.
 bool continuesExpression(uint8_t kind) {
-    return (kind >= TOKEN_ASSIGN && kind <= 123) || (kind >= TOKEN_IDENTIFIER && kind <= TOKEN_NUMBER);
+    return kind == TOKEN_IS || (kind >= TOKEN_ASSIGN && kind <= 123) ||
+           (kind >= TOKEN_IDENTIFIER && kind <= TOKEN_NUMBER);
 }
 
 }  // namespace
