@@ -25,7 +25,7 @@ PathAnchor::PathAnchor(const std::string& path) : rest_(path) {
             break;
         }
         std::string front = path.substr(start, cut - start + 1);
-        UniqueFd next(::openat(dir(), front.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        Descriptor next(::openat(dir(), front.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
         if (!next) {
             error_ = errno;
             break;

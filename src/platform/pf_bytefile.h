@@ -22,7 +22,7 @@ class ByteFile {
     int error() const { return error_; }
 
   private:
-    UniqueFd fd_;
+    Descriptor fd_;
     int error_ = 0;
 };
 

@@ -106,7 +106,7 @@ class Draft {
     }
 
     std::unique_ptr<PathAnchor> folder_;
-    UniqueFd dir_, fd_;
+    Descriptor dir_, fd_;
     std::string name_;
     int error_ = 0;
     bool made_ = false;
@@ -278,7 +278,7 @@ int copyMeta(int from, int to, const struct stat& source, bool whole) {
     return ::futimens(to, times) == 0 ? 0 : errno;
 }
 
-int openSource(const std::string& path, int flags, UniqueFd& fd, struct stat& raw) {
+int openSource(const std::string& path, int flags, Descriptor& fd, struct stat& raw) {
     PathAnchor anchor(path);
     if (anchor.error()) return anchor.error();
     // O_NONBLOCK keeps the open of a pipe without a writer from waiting for ever.
@@ -330,7 +330,7 @@ int moveLink(const std::string& from, const std::string& to, const struct stat& 
 }
 
 int moveRegular(const std::string& from, const std::string& to, const CopyProgress& progress) {
-    UniqueFd fd;
+    Descriptor fd;
     struct stat source, after;
     if (int error = openSource(from, O_NOFOLLOW, fd, source)) return error;
     Draft draft(to);
@@ -346,7 +346,7 @@ int moveRegular(const std::string& from, const std::string& to, const CopyProgre
 }  // namespace
 
 int copyFile(const std::string& from, const std::string& to, const CopyProgress& progress) {
-    UniqueFd fd;
+    Descriptor fd;
     struct stat source;
     std::string place;
     if (int error = openSource(from, 0, fd, source)) return error;

@@ -18,7 +18,7 @@ int DirectoryReader::open(const std::string& path, ListingWish wish) {
     dir_.reset();
     PathAnchor anchor(path);
     if (anchor.error()) return anchor.error();
-    UniqueFd fd(::openat(anchor.dir(), anchor.rest(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+    Descriptor fd(::openat(anchor.dir(), anchor.rest(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
     if (!fd) return errno;
     struct stat raw;
     if (::fstat(fd.get(), &raw) != 0) return errno;

@@ -47,7 +47,7 @@ int openStdio(const std::string& path, std::string_view mode, StdioFile& file) {
     if (!parseMode(mode, flags, plain)) return EINVAL;
     PathAnchor anchor(path);
     if (anchor.error()) return anchor.error();
-    UniqueFd fd(::openat(anchor.dir(), anchor.rest(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
+    Descriptor fd(::openat(anchor.dir(), anchor.rest(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
     if (!fd) return errno;
     struct stat raw;
     if (::fstat(fd.get(), &raw) != 0) return errno;

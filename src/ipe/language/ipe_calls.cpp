@@ -28,8 +28,27 @@ void IPE_ArgumentBuffer::grow() {
 }
 
 void IPE_ArgumentBuffer::keyword(const IPE_Object& name, IPE_Object value) {
-    if (!keywords) keywords = IPE_NewDict();
+    gatherKeywords();
     keywords.as<IPE_DictType>()->set(name, std::move(value));
+}
+
+void IPE_ArgumentBuffer::writtenKeyword(IPE_StringType* name, IPE_Object value) {
+    if (keywords || pairCount_ == MaximumPairs || !name->isInterned())
+        return keyword(IPE_Object(name), std::move(value));
+    for (int i = 0; i < pairCount_; ++i)
+        if (pairs_[i].name == name) {
+            pairs_[i].value = std::move(value);
+            return;
+        }
+    pairs_[pairCount_].name = name;
+    pairs_[pairCount_++].value = std::move(value);
+}
+
+void IPE_ArgumentBuffer::gatherKeywords() {
+    if (!keywords) keywords = IPE_NewDict();
+    for (int i = 0; i < pairCount_; ++i)
+        keywords.as<IPE_DictType>()->setName(pairs_[i].name, std::move(pairs_[i].value));
+    pairCount_ = 0;
 }
 
 void IPE_Interpreter::parseArguments(IPE_Frame& frame, IPE_ProgramLine& source,
@@ -50,9 +69,9 @@ void IPE_Interpreter::parseArguments(IPE_Frame& frame, IPE_ProgramLine& source,
                 while (items.hasMore()) arguments.push(items.next());
             }
         } else if (source.k() == TOKEN_IDENTIFIER && source.peek() == TOKEN_ASSIGN) {
-            IPE_Object name(source.at->value);
+            IPE_StringType* name = source.at->name();
             source.at += 2;
-            arguments.keyword(name, evaluate(frame, source));
+            arguments.writtenKeyword(name, evaluate(frame, source));
         } else {
             arguments.push(evaluate(frame, source));
         }
@@ -72,10 +91,14 @@ IPE_Object IPE_Interpreter::callValue(IPE_Frame& frame, IPE_ProgramLine& source,
     if (receiver) buffer.push(*receiver);
     parseArguments(frame, source, buffer);
     IPE_Object result;
-    if (callee.is<IPE_CodeType>())
-        result = callCode(*callee.as<IPE_CodeType>(), buffer.items(), buffer.count(), buffer.keywords, true);
-    else
+    if (callee.is<IPE_CodeType>()) {
+        auto& code = *callee.as<IPE_CodeType>();
+        if (!code.plain) buffer.arguments();
+        result = callCode(code, buffer.items(), buffer.count(), buffer.keywords, true, buffer.pairs(),
+                          buffer.pairCount());
+    } else {
         result = callee->__call__(buffer.arguments());
+    }
     return result ? std::move(result) : IPE_None();
 }
 
@@ -139,18 +162,32 @@ IPE_StringType* const codeKey = IPE_StringType::intern("__code__");
 // Positional arguments and defaults of a function without converters. Locals that begin empty get the same
 // names in the same order at every call, so each name has a slot that the first call finds out.
 void IPE_Interpreter::bindPlain(IPE_CodeType& code, IPE_Object* items, int count, IPE_DictType& locals,
-                                bool movable, IPE_ProgramLine& source) {
+                                bool movable, IPE_ProgramLine& source,
+                                const IPE_ArgumentBuffer::Keyword* pairs, int pairCount) {
     const int parameters = static_cast<int>(code.parameters.size());
     const bool fresh = code.layoutCapacity != 0 && locals.isFresh(code.layoutCapacity);
     const uint32_t learn = fresh ? 0 : locals.slots();
     const bool learns = learn != 0 && locals.isFresh(learn);
-    // Before any argument moves, since the message shows them all.
-    for (int i = count; i < parameters; ++i)
-        if (!code.parameters[static_cast<size_t>(i)].defaultValue)
-            missingArgument(code, IPE_Arguments(items, count), source);
+    auto written = [&](IPE_StringType* name) -> const IPE_Object* {
+        for (int k = 0; k < pairCount; ++k)
+            if (pairs[k].name == name) return &pairs[k].value;
+        return nullptr;
+    };
+    // Before any argument moves, since the messages show them.
     for (int i = 0; i < parameters; ++i) {
         IPE_CodeType::Parameter& parameter = code.parameters[static_cast<size_t>(i)];
-        IPE_Object value = i < count ? (movable ? std::move(items[i]) : items[i]) : parameter.defaultValue;
+        if (i < count) {
+            if (pairCount > 0 && written(parameter.name)) multipleValues(code, parameter.name);
+        } else if (!parameter.defaultValue && !written(parameter.name)) {
+            missingArgument(code, IPE_Arguments(items, count), source);
+        }
+    }
+    for (int i = 0; i < parameters; ++i) {
+        IPE_CodeType::Parameter& parameter = code.parameters[static_cast<size_t>(i)];
+        const IPE_Object* keyword = i < count ? nullptr : written(parameter.name);
+        IPE_Object value = i < count ? (movable ? std::move(items[i]) : items[i])
+                           : keyword ? *keyword
+                                     : parameter.defaultValue;
         if (fresh)
             locals.place(parameter.name, std::move(value), parameter.hint);
         else
@@ -164,7 +201,8 @@ void IPE_Interpreter::bindPlain(IPE_CodeType& code, IPE_Object* items, int count
 }
 
 IPE_Object IPE_Interpreter::callCode(IPE_CodeType& code, IPE_Object* items, int count,
-                                     const IPE_Object& keywords, bool movable) {
+                                     const IPE_Object& keywords, bool movable,
+                                     const IPE_ArgumentBuffer::Keyword* pairs, int pairCount) {
     IPE_Object keep(&code);
     IPE_ModuleShared* globals = code.globals();
     if (!globals) XPK_Raise("RuntimeError", "The function has been cleared").raise();
@@ -183,7 +221,7 @@ IPE_Object IPE_Interpreter::callCode(IPE_CodeType& code, IPE_Object* items, int 
         IPE_FrameScope scope(frame);
         IPE_DictType& dictionary = frame.locals->dictionary();
         if (code.plain && !keywords) [[likely]] {
-            bindPlain(code, items, count, dictionary, movable, source);
+            bindPlain(code, items, count, dictionary, movable, source, pairs, pairCount);
         } else {
             bindParameters(code, items, count, keywords, *frame.locals, source);
             dictionary.setName(codeKey, IPE_Object(&code));
@@ -205,6 +243,13 @@ IPE_Object IPE_Interpreter::callCode(IPE_CodeType& code, IPE_Object* items, int 
     if (locals.as<IPE_ModuleShared>()->dictionary().slots() > SmallLocals) code.wide = true;
     giveLocals(std::move(locals));
     return std::move(frame.result);
+}
+
+void IPE_Interpreter::multipleValues(IPE_CodeType& code, IPE_StringType* argument) {
+    XPK_Raise("TypeError", "$functionname() got multiple values for keyword argument $argument")
+        .string("functionname", code.name->c_str())
+        .string("argument", argument->view())
+        .raise();
 }
 
 void IPE_Interpreter::missingArgument(IPE_CodeType& code, const IPE_Arguments& arguments,
@@ -243,11 +288,7 @@ void IPE_Interpreter::bindParameters(IPE_CodeType& code, IPE_Object* items, int 
         IPE_Object key(parameter.name);
         IPE_Object value(left->find(key));
         if (static_cast<int>(i) < count) {
-            if (value)
-                XPK_Raise("TypeError", "$functionname() got multiple values for keyword argument $argument")
-                    .string("functionname", code.name->c_str())
-                    .string("argument", parameter.name->view())
-                    .raise();
+            if (value) multipleValues(code, parameter.name);
             value = items[i];
         } else if (value) {
             left->remove(key);

@@ -15,10 +15,14 @@
 #include "ipe/language/ipe_program.h"
 #include "ipe/object/ipe_arguments.h"
 
-// The arguments of a call while they are gathered: eight in place, more on the heap, keywords only when there
-// are any.
+// The arguments of a call while they are gathered: eight in place, more on the heap. Up to four keywords stay
+// pairs, so that a call of a plain script function makes no dictionary; more of them, or `**`, become one.
 class IPE_ArgumentBuffer {
   public:
+    struct Keyword {
+        IPE_StringType* name;
+        IPE_Object value;
+    };
     IPE_ArgumentBuffer() noexcept {}
     ~IPE_ArgumentBuffer();
     IPE_ArgumentBuffer(const IPE_ArgumentBuffer&) = delete;
@@ -29,18 +33,30 @@ class IPE_ArgumentBuffer {
         new (items_ + count_++) IPE_Object(std::move(value));
     }
     void keyword(const IPE_Object& name, IPE_Object value);
+    // A keyword written in a call: the name is borrowed from its token.
+    void writtenKeyword(IPE_StringType* name, IPE_Object value);
     IPE_Object keywords;  // DictType or null
+    // Moves the pairs into the dictionary.
+    void gatherKeywords();
+    const Keyword* pairs() const noexcept { return pairs_; }
+    int pairCount() const noexcept { return pairCount_; }
     int count() const noexcept { return count_; }
     IPE_Object* items() noexcept { return items_; }
-    IPE_Arguments arguments() const noexcept { return IPE_Arguments(items_, count_, keywords); }
+    IPE_Arguments arguments() {
+        if (pairCount_ > 0) gatherKeywords();
+        return IPE_Arguments(items_, count_, keywords);
+    }
 
   private:
     static constexpr int InPlace = 8;
+    static constexpr int MaximumPairs = 4;
     void grow();
     alignas(IPE_Object) unsigned char place_[InPlace * sizeof(IPE_Object)];
     IPE_Object* items_ = reinterpret_cast<IPE_Object*>(place_);
     int count_ = 0;
     int capacity_ = InPlace;
+    int pairCount_ = 0;
+    Keyword pairs_[MaximumPairs];
 };
 
 class IPE_Interpreter {
@@ -175,11 +191,12 @@ class IPE_Interpreter {
 
     // Calls and def.
     IPE_Object callCode(IPE_CodeType& code, IPE_Object* items, int count, const IPE_Object& keywords,
-                        bool movable);
+                        bool movable, const IPE_ArgumentBuffer::Keyword* pairs = nullptr, int pairCount = 0);
     void bindParameters(IPE_CodeType& code, IPE_Object* items, int count, const IPE_Object& keywords,
                         IPE_ModuleShared& locals, Line& source);
     void bindPlain(IPE_CodeType& code, IPE_Object* items, int count, IPE_DictType& locals, bool movable,
-                   Line& source);
+                   Line& source, const IPE_ArgumentBuffer::Keyword* pairs, int pairCount);
+    [[noreturn]] static void multipleValues(IPE_CodeType& code, IPE_StringType* argument);
     [[noreturn]] void missingArgument(IPE_CodeType& code, const IPE_Arguments& arguments, Line& source);
     IPE_Object convert(const IPE_Object& converter, const IPE_Object& value, IPE_CodeType& code,
                        IPE_StringType* name, const IPE_Arguments& arguments, bool isType);
