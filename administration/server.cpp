@@ -180,7 +180,7 @@ void handleServiceControl(uint32_t code) {
         case platform::kControlContinue:
             acceptControl(code, static_cast<uint32_t>(platform::ServiceState::running));
             break;
-        default: acceptControl(controls.last, lastState);
+        default: reportServiceState(lastState, 0, 0);
     }
 }
 

@@ -72,7 +72,7 @@ int find(std::string_view name, const Privilege*& found) {
         found = &row;
         return row.count ? 0 : EOPNOTSUPP;
     }
-    return ESRCH;
+    return EINVAL;
 }
 
 }  // namespace

@@ -255,7 +255,7 @@ TEST_F(Fs, Security) {
               "RuntimeError: SetNamedSecurityInfo (22)");
     EXPECT_EQ(failure("get_security", {S(scratch / "missing"), parts}), "RuntimeError: GetFileSecurity (2)");
     EXPECT_EQ(failure("set_privilege", {S("SeNothing"), IPE_True()}),
-              "RuntimeError: LookupPrivilegeValue (3)");
+              "RuntimeError: LookupPrivilegeValue (22)");
     EXPECT_EQ(failure("set_privilege", {S("SeUndockPrivilege"), IPE_True()}),
               "RuntimeError: AdjustTokenPrivileges (95)");
     if (::geteuid() == 0) {

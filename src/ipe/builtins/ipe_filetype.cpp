@@ -55,19 +55,20 @@ enum Method {
 constexpr struct {
     const char* name;
     Method method;
+    bool plain = false;  // takes no arguments
 } kMethods[] = {
-    {"readline", ReadLine},
+    {"readline", ReadLine, true},
     {"write", Write},
-    {"readlines", ReadLines},
-    {"close", Close},
+    {"readlines", ReadLines, true},
+    {"close", Close, true},
     {"save", Save},
-    {"load", Load},
+    {"load", Load, true},
     {"read", Read},
-    {"read_U32", ReadU32},
-    {"md5", Md5},
+    {"read_U32", ReadU32, true},
+    {"md5", Md5, true},
     {"readeval", ReadEval},
     {"load_base64", LoadBase64},
-    {"sha1", Sha1},
+    {"sha1", Sha1, true},
     {"save_base64", SaveBase64},
 };
 
@@ -333,7 +334,11 @@ void IPE_FileType::saveBase64(const IPE_Arguments& arguments) {
     require();
     std::string bytes;
     XPK_Assert(NetCode_Decode(NetCodeBase64, arguments.text(0), bytes) == NetCodeOk);
-    if (arguments.hasKeywords() && arguments.keywordTrue("zlib")) bytes = IPE_UnpackBlock(bytes);
+    if (arguments.hasKeywords() && arguments.keywordTrue("zlib")) {
+        bytes = IPE_UnpackBlock(bytes);
+        // A packed text counts its terminator, which is no part of the text.
+        if (!bytes.empty() && bytes.back() == '\0') bytes.pop_back();
+    }
     writeBytes(bytes);
 }
 
@@ -377,6 +382,8 @@ IPE_Object IPE_FileType::__getattr__(const IPE_Object& key, int depth) {
 }
 
 IPE_Object IPE_FileType::__callmethod__(int method, const IPE_Arguments& arguments) {
+    for (auto& row : kMethods)
+        if (row.method == method && row.plain) arguments.check("", row.name);
     switch (method) {
         case ReadLine: return readLine();
         case ReadLines: return readLines();

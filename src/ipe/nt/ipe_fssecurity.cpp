@@ -36,7 +36,7 @@ bool partOf(std::string_view name, platform::SecurityPart& part) {
 
 void switchPrivilege(std::string_view name, bool on) {
     int error = platform::setPrivilege(name, on);
-    XPK_ThrowSystemError(error == ESRCH ? "LookupPrivilegeValue" : "AdjustTokenPrivileges", error);
+    XPK_ThrowSystemError(error == EINVAL ? "LookupPrivilegeValue" : "AdjustTokenPrivileges", error);
 }
 
 IPE_Object getSecurity(const IPE_Arguments& arguments) {

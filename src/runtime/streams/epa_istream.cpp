@@ -71,10 +71,15 @@ void EPA_IStream::readLine(EPA_StringBuffer& line, const EPA_LineLimits& limits)
     started_ = true;
     for (int64_t loops = 0;;) {
         if (cursor_ < end_ && takeLine(line, limits.maxLength)) return;
-        if (!refill()) break;
+        if (eof_ || isEof()) {
+            eof_ = true;
+            break;
+        }
+        const bool more = refill();
         if (limits.maxLoops > 0 && ++loops > limits.maxLoops) {
             XPK_Raise("IOLineLoopsError", "loops > maxloops").raise();
         }
+        if (!more) break;
     }
     if (limits.assertOnEof) {
         XPK_Raise("IOReachedEOFError", "Reached EOF without seeing the CRLF").raise();
