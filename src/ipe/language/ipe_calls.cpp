@@ -348,6 +348,7 @@ void IPE_Interpreter::defStatement(IPE_Frame& frame, IPE_ProgramLine& source) {
     }
     if (code.returnType.is<IPE_NoneType>()) code.returnType = nullptr;
     openBlock(source);
+    requireDeeper(source, indent);
     code.line = source.line;
     if (source.k() == TOKEN_STRING) code.documentation = IPE_Object(source.at->value);
     code.plain = !code.varargs && !code.kwargs;

@@ -271,6 +271,7 @@ void IPE_Interpreter::tryStatement(IPE_Frame& frame, IPE_ProgramLine& source) {
     if (source.lineIndent() != indent) return;
     if (source.k() == TOKEN_FINALLY) {
         source.down();
+        requireDeeper(source, indent);
         return runBlock(frame, source);
     }
     while (source.lineIndent() == indent && (source.k() == TOKEN_EXCEPT || source.k() == TOKEN_RAISE)) {
@@ -279,6 +280,7 @@ void IPE_Interpreter::tryStatement(IPE_Frame& frame, IPE_ProgramLine& source) {
     }
     if (source.lineIndent() == indent && source.k() == TOKEN_ELSE) {
         source.down();
+        requireDeeper(source, indent);
         runBlock(frame, source);
     }
 }
@@ -291,6 +293,7 @@ void IPE_Interpreter::afterException(IPE_Frame& frame, IPE_ProgramLine& source, 
     source.skipDeeper(indent);
     if (source.lineIndent() == indent && source.k() == TOKEN_FINALLY) {
         source.down();
+        requireDeeper(source, indent);
         runBlock(frame, source);
         throw exception;
     }
@@ -318,6 +321,7 @@ void IPE_Interpreter::afterException(IPE_Frame& frame, IPE_ProgramLine& source, 
             if (matches) {
                 if (name) assignName(frame, *name, object);
                 source.down();
+                requireDeeper(source, indent);
                 runBlock(frame, source);
                 handled = true;
                 if (frame.leaving || source.k() == TOKEN_BREAK || source.k() == TOKEN_CONTINUE) return;

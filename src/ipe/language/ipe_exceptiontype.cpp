@@ -123,8 +123,27 @@ IPE_Object IPE_ScriptStack(bool plain) {
     return list;
 }
 
+// Rendering locals can run a script's __str__. An exception raised meanwhile is reported without locals:
+// otherwise each of them would be reported with all frames again, and an error at the depth limit would never
+// end.
+namespace {
+
+thread_local bool reporting = false;
+
+struct ReportScope {
+    ReportScope() { reporting = true; }
+    ~ReportScope() { reporting = false; }
+};
+
+}  // namespace
+
 void IPE_ReportStack(IPE_Object details) {
-    IPE_Dict_Set(details, "ipestack", IPE_ScriptStack(false));
+    if (reporting) {
+        IPE_Dict_Set(details, "ipestack", IPE_ScriptStack(true));
+    } else {
+        ReportScope scope;
+        IPE_Dict_Set(details, "ipestack", IPE_ScriptStack(false));
+    }
     XPK_ThreadState* state = XPK_CurrentThread();
     if (!state) return;
     for (int i = state->scriptFrames; i-- > 0;)

@@ -21,8 +21,6 @@ bool compared(uint8_t kind, int order) {
     }
 }
 
-[[noreturn]] void tooManySteps() { XPK_Raise("RuntimeError", "Maximum stack depth exceded").raise(); }
-
 // Operators, and the kinds that are a fault behind an operand: a second value, `=` and the meaningless `is`.
 bool continuesExpression(uint8_t kind) {
     return kind == TOKEN_IS || (kind >= TOKEN_ASSIGN && kind <= 123) ||
@@ -54,7 +52,9 @@ IPE_Object IPE_Interpreter::evaluate(IPE_Frame& frame, IPE_ProgramLine& source, 
     IPE_Type* left = simpleOperand(frame, at);
     if (left && !continuesExpression(at[1].kind)) {
         source.at = at + 1;
-        return IPE_Object(left);
+        value = IPE_Object(left);
+        if (stopFlag) stops(frame, value);  // asked even where nothing is left to abandon
+        return value;
     }
     if (left && left->typeName() == IPE_IntType::TypeName && shortArithmetic(frame, at, left, value)) {
         source.at = at + 3;
@@ -66,7 +66,7 @@ IPE_Object IPE_Interpreter::evaluate(IPE_Frame& frame, IPE_ProgramLine& source, 
     for (; continuesExpression(source.k()); ++operators) {
         const uint8_t kind = source.k();
         if (kind < TOKEN_PLUS || kind > TOKEN_PERCENT) syntaxFault(source);
-        if (operators == IPE_StackList::Limit) tooManySteps();
+        if (operators == IPE_StackList::Limit) stackExhausted();
         source.step();
         IPE_Object right = primary(frame, source);
         value = binary(kind, value, right);
@@ -172,6 +172,7 @@ IPE_Object IPE_Interpreter::dictDisplay(IPE_Frame& frame, IPE_ProgramLine& sourc
 }
 
 IPE_Object IPE_Interpreter::dirExpression(IPE_Frame& frame, IPE_ProgramLine& source) {
+    checkStack();
     source.step();
     if (source.k() == TOKEN_LPAREN) {
         source.step();
@@ -196,11 +197,12 @@ IPE_Object IPE_Interpreter::dirExpression(IPE_Frame& frame, IPE_ProgramLine& sou
 
 // Calls, attributes and subscripts behind a value. The object of the last `.` stays the receiver.
 IPE_Object IPE_Interpreter::chain(IPE_Frame& frame, IPE_ProgramLine& source, IPE_Object value) {
+    checkStack();
     IPE_Object receiver;
     for (int steps = 0;; ++steps) {
         const uint8_t kind = source.k();
         if (kind != TOKEN_DOT && kind != TOKEN_LPAREN && kind != TOKEN_LBRACKET) return value;
-        if (steps == IPE_StackList::Limit) tooManySteps();
+        if (steps >= IPE_StackList::Limit) stackExhausted();
         if (kind == TOKEN_DOT) {
             source.step();
             if (source.k() != TOKEN_IDENTIFIER) syntaxFault(source);

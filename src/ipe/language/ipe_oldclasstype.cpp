@@ -3,12 +3,28 @@
 #include "ipe/language/ipe_moduleshared.h"
 #include "ipe/language/ipe_scriptcall.h"
 #include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_depth.h"
 #include "ipe/values/ipe_iterator.h"
 #include "ipe/values/ipe_numbers.h"
 
 const char IPE_OldClassType::TypeName[] = "ClassType";
 
 namespace {
+
+// The steps of one search through delegates; a cycle ends at the limit.
+thread_local int dirDepth = 0;
+struct DirScope {
+    DirScope() {
+        if (++dirDepth > IPE_OldClassType::MaximumDepth + 1) {
+            --dirDepth;
+            XPK_Raise("SandboxError", "Reached maximum call depth of $depth")
+                .number("depth", IPE_OldClassType::MaximumDepth + 1)
+                .string("stack", "")
+                .raise();
+        }
+    }
+    ~DirScope() { --dirDepth; }
+};
 
 IPE_StringType* key(const char* text) { return IPE_StringType::intern(text); }
 
@@ -40,6 +56,7 @@ IPE_Object IPE_OldClassType::method(IPE_StringType* name, const char* message) {
 }
 
 IPE_Object IPE_OldClassType::__call__(const IPE_Arguments& arguments) {
+    IPE_DepthScope depth;
     static IPE_StringType* const name = key("__call__");
     return method(name, "The class does not have a __call__ method")->__call__(arguments);
 }
@@ -62,6 +79,7 @@ IPE_Object IPE_OldClassType::__getattr__(const IPE_Object& name, int depth) {
         while (delegates.hasMore())
             if (IPE_Object value = delegates.next()->__getattr__(name, depth + 1)) return value;
     }
+    IPE_DepthScope scope;
     if (IPE_Type* hook = dictionary_->findName(hookKey))
         if (IPE_Object value = IPE_Call(IPE_Object(hook), self, name)) return value;
     if (depth == 0) XPK_Raise("RuntimeError", "The object does not contain the requested method").raise();
@@ -69,6 +87,7 @@ IPE_Object IPE_OldClassType::__getattr__(const IPE_Object& name, int depth) {
 }
 
 IPE_Object IPE_OldClassType::__dir__() {
+    DirScope scope;
     IPE_Object list = dictionary_->keys();
     auto* names = list.as<IPE_ListType>();
     auto add = [names](const IPE_Object& delegate) {
@@ -90,32 +109,38 @@ IPE_Object IPE_OldClassType::__dir__() {
 }
 
 IPE_Object IPE_OldClassType::__getitem__(const IPE_Object& item) {
+    IPE_DepthScope depth;
     static IPE_StringType* const name = key("__getitem__");
     return IPE_Call(method(name, "The class does not have a __getitem__ method"), IPE_Object(this), item);
 }
 
 void IPE_OldClassType::__setitem__(const IPE_Object& item, const IPE_Object& value) {
+    IPE_DepthScope depth;
     static IPE_StringType* const name = key("__setitem__");
     IPE_Call(method(name, "The class does not have a __setitem__ method"), IPE_Object(this), item, value);
 }
 
 void IPE_OldClassType::__delitem__(const IPE_Object& item) {
+    IPE_DepthScope depth;
     static IPE_StringType* const name = key("__delitem__");
     IPE_Call(method(name, "The class does not have a __delitem__ method"), IPE_Object(this), item);
 }
 
 // The missing-method words of these two are those of __call__.
 IPE_Object IPE_OldClassType::__enter__() {
+    IPE_DepthScope depth;
     static IPE_StringType* const name = key("__enter__");
     return IPE_Call(method(name, "The class does not have a __call__ method"), IPE_Object(this));
 }
 
 void IPE_OldClassType::__exit__() {
+    IPE_DepthScope depth;
     static IPE_StringType* const name = key("__exit__");
     IPE_Call(method(name, "The class does not have a __call__ method"), IPE_Object(this));
 }
 
 void IPE_OldClassType::__str__(IPE_PrintContext& context, IPE_StackList& stack) {
+    IPE_DepthScope depth;
     static IPE_StringType* const name = key("__str__");
     IPE_Object writer(dictionary_->findName(name));
     if (!writer) return __repr__(context, stack);

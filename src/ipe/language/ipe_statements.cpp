@@ -180,7 +180,9 @@ void IPE_Interpreter::chainStatement(IPE_Frame& frame, IPE_ProgramLine& source, 
         right->__bind__();
         return right;
     };
-    while (source.k() != TOKEN_EOL) {
+    checkStack();
+    for (int steps = 0; source.k() != TOKEN_EOL; ++steps) {
+        if (steps >= IPE_StackList::Limit) stackExhausted();
         if (source.k() == TOKEN_LPAREN) {
             const IPE_Object& self = receiver ? receiver : value;
             value = callValue(frame, source, value, self.is<IPE_OldClassType>() ? &self : nullptr);
@@ -198,6 +200,7 @@ void IPE_Interpreter::chainStatement(IPE_Frame& frame, IPE_ProgramLine& source, 
             receiver = value;
             IPE_Object next;
             if (source.k() == TOKEN_LPAREN && callMethodDirectly(frame, source, value, name, next)) {
+                ++steps;
                 value = std::move(next);
             } else {
                 value = attribute(value, name);
@@ -275,12 +278,16 @@ void IPE_Interpreter::execStatement(IPE_Frame& frame, IPE_ProgramLine& source) {
 }
 
 void IPE_Interpreter::execute(IPE_Frame& frame, std::string_view text) {
+    checkStack();
     IPE_StoredTokens stored;
     IPE_Tokenizer tokenizer;
     tokenizer.assign(text);
     stored.lines.push_back({0, 0, 0});
     do {
         tokenizer.next();
+        // The rest of such a line is not looked at.
+        if (stored.kinds.empty() && (tokenizer.kind() == TOKEN_PASS || tokenizer.kind() == TOKEN_STRING))
+            return;
         IPE_Object value;
         switch (tokenizer.kind()) {
             case TOKEN_IDENTIFIER: value = IPE_String(tokenizer.text()); break;
