@@ -86,10 +86,12 @@ def chain_of(n):
     steps = "[0]" * n
     value = [1]
     value[0] = value
+    _G.circle = value
     exec "_G.end = value" + steps
     value[0] = None
 
 fault("a chain of thirty-three steps", "RuntimeError: Maximum stack depth exceded", chain_of, 33)
+circle[0] = None
 same("of thirty-two", chain_of(32), None)
 
 # Calls
