@@ -34,6 +34,14 @@ def pinned(command):
     return command
 
 
+def read_text(path):
+    """The text of a file, empty when there is none."""
+    if not os.path.exists(path):
+        return ""
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
 def run(command, env):
     """Standard output and processor seconds of one run."""
     with tempfile.TemporaryFile() as errors:
@@ -266,8 +274,10 @@ def main():
             for name, ours, theirs in measure_pools(options.pools):
                 say("| %s | %.1f | %.1f | %.2f |" % (name, ours, theirs, ours / theirs))
     if options.markdown:
+        # What stands behind this heading is written by hand and stays.
+        _, heading, kept = read_text(options.markdown).partition("\n## Fuzz runs\n")
         with open(options.markdown, "w", encoding="utf-8") as file:
-            file.write("\n".join(out) + "\n")
+            file.write("\n".join(out) + "\n" + heading + kept)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,29 @@
+// I32 minimal (DMAE, DMAD): signed numbers of variable length, in pages of 32 bytes.
+//
+// Layout: the numbers follow each other without gap and cross pages; a restart point begins a new page. There
+// is no other state.
+#include "store/codecs/smf_varint.h"
+#include "store/fields/smf_i32field.h"
+#include "store/smf_fielddecoder.h"
+#include "store/smf_fieldencoder.h"
+
+namespace {
+
+class Encoder final : public SMF_FieldEncoder {
+    void reset() override { out().fillPage(SMF_NumberPage); }
+    void encode(SMF_Field& value) override {
+        uint8_t bytes[SMF_LongestNumber];
+        out().write(bytes, SMF_PutSigned(static_cast<SMF_I32Field&>(value).stored(), bytes));
+    }
+};
+
+class Decoder final : public SMF_I32Decoder {
+    void reset() override {}
+    uint32_t pageSize() const noexcept override { return SMF_NumberPage; }
+    void decodeRows(uint32_t rows) override { SMF_GetSignedRun(in(), array(), rows, batch_.count); }
+};
+
+const SMF_EncoderRegistration encoder("DMAE", SMF_MakeEncoder<Encoder>);
+const SMF_DecoderRegistration decoder("DMAD", SMF_MakeDecoder<Decoder>);
+
+}  // namespace

@@ -1,0 +1,154 @@
+// Streams, written.
+#include "store/smf_encoderstream.h"
+
+#include <algorithm>
+
+#include "store/smf_compression.h"
+#include "store/smf_error.h"
+#include "store/smf_file.h"
+
+namespace {
+
+void putLittle(std::vector<uint8_t>& out, uint64_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) out.push_back(static_cast<uint8_t>(value >> 8 * i));
+}
+
+// Bytes of a length in groups of 7 bits.
+size_t groups(size_t value) {
+    size_t count = 1;
+    while (value >>= 7) ++count;
+    return count;
+}
+
+uint32_t checkedBlockSize(uint32_t size, const SMF_File& file) {
+    if (size > SMF_MaxBlockSize) SMF_Fail(SMF_Runtime, "Block size is too large", file.name());
+    return std::max(size, SMF_LeastBlockSize);
+}
+
+}  // namespace
+
+SMF_EncoderStream::SMF_EncoderStream(SMF_File& file, SMF_EncoderStream* mainStream, bool zlib,
+                                     uint32_t blockSize)
+    : file_(file),
+      zlib_(zlib),
+      blockSize_(checkedBlockSize(blockSize, file)),
+      header_(mainStream ? SMF_HeaderWriter(*mainStream) : SMF_HeaderWriter(file)),
+      previous_(static_cast<size_t>(blockSize_) + 1),
+      current_(static_cast<size_t>(blockSize_) + 1) {
+    header_.setNumber(SMF_StreamMode, zlib ? SMF_ModeZlib : SMF_ModeLz4);
+    header_.setNumber(SMF_BlockSize, static_cast<int32_t>(blockSize_));
+    header_.setNumber(SMF_BlockCount, 0);
+    header_.setNumber64(SMF_StreamLength, 0);
+    header_.setNumber64(SMF_Table64, 0);
+    header_.append();
+}
+
+size_t SMF_EncoderStream::copyOverlap(const uint8_t* bytes, size_t size, int64_t position) {
+    size_t copied = 0;
+    auto into = [&](std::vector<uint8_t>& block, int64_t base) {
+        int64_t from = std::max(position, base);
+        int64_t to = std::min(position + static_cast<int64_t>(size), base + blockSize_);
+        if (base < 0 || from >= to) return;
+        std::memcpy(block.data() + (from - base), bytes + (from - position), static_cast<size_t>(to - from));
+        copied += static_cast<size_t>(to - from);
+    };
+    into(previous_, previousBase_);
+    into(current_, base_);
+    return copied;
+}
+
+void SMF_EncoderStream::advance() {
+    if (previousBase_ != -1) flushBlock(previous_, previousBase_, static_cast<size_t>(blockSize_));
+    std::swap(previous_, current_);
+    std::fill(current_.begin(), current_.end(), 0);
+    previousBase_ = base_;
+    base_ += blockSize_;
+}
+
+void SMF_EncoderStream::writeSlow(const uint8_t* bytes, size_t size) {
+    size_t done = copyOverlap(bytes, size, position_);
+    if (done < size) {
+        int64_t rest = position_ + static_cast<int64_t>(size) - (base_ + 2 * blockSize_);
+        if (rest > 0 || position_ + static_cast<int64_t>(done) != base_ + blockSize_)
+            SMF_Fail(nullptr, "String length is larger than 2x block", file_.name());
+        advance();
+        copyOverlap(bytes, size, position_);
+    }
+    position_ += static_cast<int64_t>(size);
+    highest_ = std::max(highest_, position_);
+}
+
+void SMF_EncoderStream::writeLittle32(uint32_t value) {
+    uint8_t bytes[4];
+    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(value >> 8 * i);
+    write(bytes, 4);
+}
+
+void SMF_EncoderStream::writeLittle64(uint64_t value) {
+    uint8_t bytes[8];
+    for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(value >> 8 * i);
+    write(bytes, 8);
+}
+
+void SMF_EncoderStream::writeText(std::string_view text) {
+    uint8_t length[10];
+    size_t n = 0;
+    for (size_t value = text.size();;) {
+        bool more = value >= 0x80;
+        length[n++] = static_cast<uint8_t>((value & 0x7F) | (more ? 0x80 : 0));
+        if (!more) break;
+        value >>= 7;
+    }
+    write(length, n);
+    write(text.data(), text.size());
+}
+
+bool SMF_EncoderStream::fits(size_t size, size_t before) const noexcept {
+    if (size >= SMF_TextLimit) return false;
+    int64_t at = position_ + static_cast<int64_t>(before + groups(size));
+    int64_t base = at > base_ + blockSize_ ? base_ + blockSize_ : base_;
+    return at + static_cast<int64_t>(size) <= base + 2 * blockSize_;
+}
+
+void SMF_EncoderStream::rewrite(int64_t at, const void* bytes, size_t size) {
+    if (at < 0 || at + static_cast<int64_t>(size) > highest_ ||
+        copyOverlap(static_cast<const uint8_t*>(bytes), size, at) < size)
+        SMF_Fail(nullptr, "String length is larger than 2x block", file_.name());
+}
+
+void SMF_EncoderStream::fillPage(uint32_t page) {
+    static constexpr uint8_t Zeros[64] = {};
+    auto used = static_cast<size_t>(position_ % page);
+    for (size_t rest = used ? page - used : 0; rest > 0;) {
+        size_t n = std::min(rest, sizeof Zeros);
+        write(Zeros, n);
+        rest -= n;
+    }
+}
+
+void SMF_EncoderStream::flushBlock(const std::vector<uint8_t>& block, int64_t base, size_t size) {
+    scratch_.assign(4, 0);
+    SMF_Compress(zlib_, block.data(), size, scratch_);
+    uint64_t length = scratch_.size() - 4;
+    for (size_t i = 0; i < 4; ++i) scratch_[i] = static_cast<uint8_t>(length >> 8 * i);
+    XPK_Assert(static_cast<int64_t>(table_.size()) == base / blockSize_);
+    int64_t at = file_.size();
+    file_.write(at, scratch_.data(), scratch_.size());
+    table_.push_back(at);
+}
+
+void SMF_EncoderStream::finish() {
+    position_ = highest_;
+    if (previousBase_ != -1) flushBlock(previous_, previousBase_, static_cast<size_t>(blockSize_));
+    // One byte more than the data: readers of this format expect it.
+    flushBlock(current_, base_, static_cast<size_t>(highest_ - base_ + 1));
+    std::vector<uint8_t> bytes;
+    bytes.reserve(table_.size() * 8);
+    for (int64_t entry : table_) putLittle(bytes, static_cast<uint64_t>(entry), 8);
+    int64_t at = file_.size();
+    file_.write(at, bytes.data(), bytes.size());
+    header_.setNumber64(SMF_StreamLength, highest_);
+    header_.setNumber(SMF_BlockCount, static_cast<int32_t>(table_.size()));
+    header_.setNumber64(SMF_Table64, at);
+    header_.update();
+}

@@ -1,0 +1,71 @@
+// SMF_EncoderStream: a logical stream of bytes, written in blocks that are compressed one by one.
+//
+// The stream's header record is appended at creation; finish() fills in its counts. The last two blocks stay
+// open, so that headers and pages can be rewritten in place; a write that reaches beyond them raises
+// DatabaseError "String length is larger than 2x block". Memory: two blocks and the compressed form of one.
+#pragma once
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "store/smf_headerwriter.h"
+
+class SMF_EncoderStream {
+  public:
+    // The header goes into `mainStream`, or, when that is null, raw into the file: this is the main stream
+    // then. Block sizes below 4,096 are raised to it; above SMF_MaxBlockSize, DatabaseError "Block size is
+    // too large".
+    SMF_EncoderStream(SMF_File& file, SMF_EncoderStream* mainStream, bool zlib, uint32_t blockSize);
+    SMF_EncoderStream(const SMF_EncoderStream&) = delete;
+    SMF_EncoderStream& operator=(const SMF_EncoderStream&) = delete;
+
+    void write(const void* bytes, size_t size) {
+        int64_t at = position_ - base_;
+        if (at >= 0 && at + static_cast<int64_t>(size) <= blockSize_) [[likely]] {
+            std::memcpy(current_.data() + at, bytes, size);
+            position_ += static_cast<int64_t>(size);
+            if (position_ > highest_) highest_ = position_;
+        } else {
+            writeSlow(static_cast<const uint8_t*>(bytes), size);
+        }
+    }
+    void writeByte(uint8_t byte) { write(&byte, 1); }
+    void writeLittle32(uint32_t value);
+    void writeLittle64(uint64_t value);
+    // Length in groups of 7 bits, low group first, then the bytes.
+    void writeText(std::string_view text);
+    // True when writeText() of a text of this size, `before` bytes further on, stays within the open blocks.
+    bool fits(size_t size, size_t before = 0) const noexcept;
+
+    // Writes over bytes in the last two blocks; the position stays.
+    void rewrite(int64_t at, const void* bytes, size_t size);
+    int64_t position() const noexcept { return position_; }
+    int64_t length() const noexcept { return highest_; }
+    // Pads with zeros to a multiple of `page`.
+    void fillPage(uint32_t page);
+
+    // Flushes everything, writes the block table and updates the header. Nothing may be written behind it.
+    void finish();
+
+    SMF_File& file() const noexcept { return file_; }
+    uint32_t blockSize() const noexcept { return static_cast<uint32_t>(blockSize_); }
+    SMF_HeaderWriter& header() noexcept { return header_; }
+
+  private:
+    void writeSlow(const uint8_t* bytes, size_t size);
+    // Copies what of [position, position + size) lies in the open blocks; the number of bytes copied.
+    size_t copyOverlap(const uint8_t* bytes, size_t size, int64_t position);
+    void advance();
+    void flushBlock(const std::vector<uint8_t>& block, int64_t base, size_t size);
+
+    SMF_File& file_;
+    bool zlib_;
+    int64_t blockSize_;
+    SMF_HeaderWriter header_;
+    std::vector<uint8_t> previous_, current_;  // one byte longer than a block
+    int64_t previousBase_ = -1, base_ = 0;
+    int64_t position_ = 0, highest_ = 0;
+    std::vector<int64_t> table_;
+    std::vector<uint8_t> scratch_;
+};

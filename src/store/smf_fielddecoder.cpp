@@ -1,0 +1,251 @@
+// What decoders share: streams, jumps and batches; symbols and kept texts; the registry.
+#include "store/smf_fielddecoder.h"
+
+#include <algorithm>
+#include <map>
+#include <unordered_map>
+
+#include "store/smf_decoderstream.h"
+#include "store/smf_error.h"
+#include "store/smf_fieldmeta.h"
+#include "store/smf_file.h"
+#include "store/smf_headerreader.h"
+
+namespace {
+constexpr uint32_t LeastAhead = 16;  // rows decoded together after a jump
+}
+
+SMF_StoreFile::SMF_StoreFile() = default;
+SMF_StoreFile::~SMF_StoreFile() = default;
+
+SMF_FieldDecoder::SMF_FieldDecoder(SMF_BatchRange& batch) : batch_(batch) {}
+SMF_FieldDecoder::~SMF_FieldDecoder() = default;
+
+void SMF_FieldDecoder::connect(std::shared_ptr<SMF_StoreFile> store, const SMF_FieldMeta& field,
+                               const SMF_HeaderReader& header, int64_t rows) {
+    store_ = std::move(store);
+    fieldName_ = field.name;
+    rows_ = rows;
+    fieldRows_ = header.number64(SMF_FieldRows);
+    dataHeader_ = header.number64(SMF_DataStream);
+    jumpHeader_ = header.number64(SMF_JumpStream);
+    zero_ = header.number(SMF_FieldZero);
+    if (zero_ <= 0) SMF_CorruptHeader(fileName());
+    if (header.has(SMF_CodecExtra)) extra_ = header.dictionary(SMF_CodecExtra);
+}
+
+void SMF_FieldDecoder::attach(std::shared_ptr<SMF_StoreFile> store, const SMF_FieldMeta& field,
+                              SMF_DecoderStream& shared) {
+    store_ = std::move(store);
+    fieldName_ = field.name;
+    shared_ = &shared;
+    if (uint32_t size = pageSize()) {
+        pages_ = std::make_unique<SMF_PageCursor>(shared, size);
+        in_ = pages_.get();
+    } else {
+        in_ = &shared;
+    }
+}
+
+const std::string& SMF_FieldDecoder::fileName() const noexcept {
+    static const std::string none;
+    return store_ && store_->file ? store_->file->name() : none;
+}
+
+void SMF_FieldDecoder::corrupt(std::string_view message) const {
+    SMF_Fail(SMF_Corruption, message, fileName());
+}
+
+void SMF_FieldDecoder::open() {
+    if (data_ || shared_) return;
+    SMF_HeaderReader header;
+    header.read(*store_->mainStream, dataHeader_);
+    auto data = std::make_unique<SMF_DecoderStream>(*store_->file, header, "field " + fieldName_);
+    header.read(*store_->mainStream, jumpHeader_);
+    jumps_ = std::make_unique<SMF_DecoderStream>(*store_->file, header, "jumps of field " + fieldName_);
+    data_ = std::move(data);
+    in_ = data_.get();
+}
+
+SMF_DecoderStream* SMF_FieldDecoder::dataStream() {
+    if (store_ && store_->mainStream) open();
+    return data_.get();
+}
+
+SMF_DecoderStream* SMF_FieldDecoder::jumpStream() {
+    if (store_ && store_->mainStream) open();
+    return jumps_.get();
+}
+
+void SMF_FieldDecoder::load(int64_t row) {
+    if (shared_) return;
+    if (row <= 0) {
+        bucket_ = -1;
+        next_ = 0;
+        batch_.count = 0;
+        return;
+    }
+    if (!batch_.contains(row - 1)) loadRow(row - 1);
+}
+
+void SMF_FieldDecoder::jumpTo(int64_t bucket) {
+    bucket_ = -1;
+    jumps_->seek(bucket * 8);
+    auto position = static_cast<int64_t>(jumps_->readLittle(8));
+    data_->seek(position);
+    reset();
+    next_ = bucket * zero_;
+    bucket_ = bucket;
+}
+
+void SMF_FieldDecoder::loadRow(int64_t row) {
+    open();
+    int64_t bucket = row / zero_;
+    ahead_ = row == next_ ? std::min(std::max(ahead_, LeastAhead) * 2, BatchRows) : LeastAhead;
+    if (bucket != bucket_ || row < next_) jumpTo(bucket);
+    int64_t end = std::max(row + 1, std::min((bucket + 1) * zero_, rows_));
+    while (next_ <= row) {
+        auto wanted =
+            static_cast<uint32_t>(std::min({end - next_, row - next_ + ahead_, int64_t{BatchRows}}));
+        batch_.first = next_;
+        batch_.count = 0;
+        beginBatch();
+        try {
+            decodeRows(wanted);
+        } catch (...) {
+            // A fault behind the row asked for is raised when its own row is asked for.
+            bucket_ = -1;
+            if (batch_.contains(row)) return;
+            batch_.count = 0;
+            throw;
+        }
+        next_ += batch_.count;
+    }
+}
+
+void SMF_FieldDecoder::restart() {
+    if (pages_) pages_->drop();
+    batch_.count = 0;
+    reset();
+}
+
+void SMF_FieldDecoder::decodeNext(int64_t row) {
+    batch_.first = row - 1;
+    batch_.count = 0;
+    beginBatch();
+    decodeRows(1);
+}
+
+// --- Texts.
+
+struct SMF_StringDecoder::Table {
+    static constexpr size_t MostSymbols = 1 << 20;
+    static constexpr size_t MostBytes = 64 << 20;
+    std::unordered_map<std::string_view, uint32_t> ids;
+    std::vector<std::unique_ptr<char[]>> pieces;
+    char* next = nullptr;
+    size_t left = 0, bytes = 0;
+};
+
+SMF_StringDecoder::SMF_StringDecoder() : symbols_(1), table_(std::make_unique<Table>()) {}
+SMF_StringDecoder::~SMF_StringDecoder() = default;
+
+uint32_t SMF_StringDecoder::intern(std::string_view text) {
+    if (text.empty()) return 0;
+    if (auto known = table_->ids.find(text); known != table_->ids.end()) return known->second;
+    if (text.size() > table_->left) {
+        size_t size = std::max<size_t>(text.size(), 4096);
+        table_->pieces.push_back(std::make_unique<char[]>(size));
+        table_->next = table_->pieces.back().get();
+        table_->left = size;
+    }
+    std::memcpy(table_->next, text.data(), text.size());
+    std::string_view own(table_->next, text.size());
+    table_->next += text.size();
+    table_->left -= text.size();
+    table_->bytes += text.size();
+    auto id = static_cast<uint32_t>(symbols_.size());
+    symbols_.push_back(own);
+    table_->ids.emplace(own, id);
+    return id;
+}
+
+char* SMF_StringDecoder::keepRoom(size_t size) {
+    if (size > arenaLeft_) {
+        size_t piece = std::max<size_t>(size, 16384);
+        arena_.push_back(std::make_unique<char[]>(piece));
+        arenaNext_ = arena_.back().get();
+        arenaLeft_ = piece;
+    }
+    char* room = arenaNext_;
+    arenaNext_ += size;
+    arenaLeft_ -= size;
+    keptBytes_ += size;
+    return room;
+}
+
+std::string_view SMF_StringDecoder::keep(std::string_view text) {
+    char* room = keepRoom(text.size());
+    std::memcpy(room, text.data(), text.size());
+    return {room, text.size()};
+}
+
+std::string_view SMF_StringDecoder::take(size_t size) {
+    if (size == 0) return {};
+    in().require();
+    if (SMF_BlockRef block = in().hold();
+        block && static_cast<size_t>(in().limit() - in().cursor()) >= size) {
+        if (held_.empty() || held_.back() != block) held_.push_back(std::move(block));
+        return in().view(size);
+    }
+    if (static_cast<int64_t>(size) > in().remaining()) SMF_IllegalData(fileName());
+    char* room = keepRoom(size);
+    in().read(room, size);
+    return {room, size};
+}
+
+void SMF_StringDecoder::beginBatch() {
+    held_.clear();
+    if (keptBytes_ > 0) {
+        if (arena_.size() > 1) arena_.erase(arena_.begin(), arena_.end() - 1);
+        // The last piece serves again when it is one of the small ones.
+        arena_.clear();
+        arenaNext_ = nullptr;
+        arenaLeft_ = keptBytes_ = 0;
+    }
+    if (symbols_.size() > Table::MostSymbols || table_->bytes > Table::MostBytes) {
+        table_ = std::make_unique<Table>();
+        symbols_.assign(1, {});
+        ++epoch_;
+    }
+}
+
+// --- Registry.
+
+namespace {
+constexpr size_t MostDecoders = 64;
+std::map<std::string, SMF_DecoderFactory, std::less<>>& decoders() {
+    static std::map<std::string, SMF_DecoderFactory, std::less<>> table;
+    return table;
+}
+}  // namespace
+
+SMF_DecoderRegistration::SMF_DecoderRegistration(const char* key, SMF_DecoderFactory factory) {
+    XPK_Assert(decoders().size() < MostDecoders);
+    decoders()[key] = factory;
+}
+
+std::shared_ptr<SMF_FieldDecoder> SMF_CreateDecoder(std::string_view key) {
+    auto found = decoders().find(key == "KSAD" ? "ASAD" : key);
+    if (found == decoders().end())
+        XPK_Raise("SystemError", "There is no field decoder available for $key").string("key", key).raise();
+    std::shared_ptr<SMF_FieldDecoder> decoder = found->second();
+    decoder->setKey(found->first);
+    return decoder;
+}
+
+std::vector<std::string> SMF_DecoderKeys() {
+    std::vector<std::string> keys;
+    for (const auto& entry : decoders()) keys.push_back(entry.first);
+    return keys;
+}

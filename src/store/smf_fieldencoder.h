@@ -1,0 +1,87 @@
+// SMF_FieldEncoder: turns the values of one field into the bytes of its stream.
+//
+// A scheme overrides reset() and encode(), for composites also the others, and registers itself:
+//
+//   const SMF_EncoderRegistration registered("ESAE", SMF_MakeEncoder<I64StraightEncoder>);
+//
+// An encoder writes its bytes straight to its stream. Schemes with pages pad to a whole page in reset(); a
+// run counter that lies behind the position is rewritten in place. An encoder belongs to one thread.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "runtime/ipe_object.h"
+#include "store/smf_encoderstream.h"
+#include "store/smf_headerwriter.h"
+
+class SMF_Field;
+class SMF_File;
+struct SMF_FieldMeta;
+
+// What a writer gives its encoders.
+struct SMF_EncoderContext {
+    SMF_File& file;
+    SMF_EncoderStream& mainStream;
+    bool zlib;
+    uint32_t blockSize;
+    uint32_t zero;
+};
+
+class SMF_FieldEncoder {
+  public:
+    virtual ~SMF_FieldEncoder();
+    SMF_FieldEncoder(const SMF_FieldEncoder&) = delete;
+    SMF_FieldEncoder& operator=(const SMF_FieldEncoder&) = delete;
+
+    // Creates both streams and appends the field's header record. The next field's header is linked through
+    // header().
+    virtual void connect(const SMF_EncoderContext& context, const SMF_FieldMeta& field);
+    // Raises what encode() of this value would raise for what it is (a negative number, a text that is too
+    // long), with nothing changed. Called for all fields of a record before the first is stored.
+    virtual void check(SMF_Field& value) {}
+    // The per-record entry: at each multiple of the zero interval a restart point, then the value.
+    virtual void store(SMF_Field& value);
+    // Finishes both streams and updates the header.
+    virtual void close();
+
+    SMF_HeaderWriter& header() noexcept { return *header_; }
+    int64_t rows() const noexcept { return rows_; }
+    const std::string& key() const noexcept { return key_; }
+    void setKey(std::string_view key) { key_ = key; }
+
+  protected:
+    SMF_FieldEncoder() = default;
+    // Writes what is pending and clears the scheme's state.
+    virtual void reset() {}
+    virtual void encode(SMF_Field& value) = 0;
+    SMF_EncoderStream& out() noexcept { return *data_; }
+    const std::string& fileName() const noexcept;
+
+    IPE_Object extra_;  // set before connect() appends the header; null for none
+
+  private:
+    std::unique_ptr<SMF_EncoderStream> data_, jumps_;
+    std::unique_ptr<SMF_HeaderWriter> header_;
+    std::string key_;
+    int64_t rows_ = 0;
+    uint32_t zero_ = 10;
+};
+
+// --- Registry.
+using SMF_EncoderFactory = std::shared_ptr<SMF_FieldEncoder> (*)();
+template <class Encoder>
+std::shared_ptr<SMF_FieldEncoder> SMF_MakeEncoder() {
+    return std::make_shared<Encoder>();
+}
+struct SMF_EncoderRegistration {
+    SMF_EncoderRegistration(const char* key, SMF_EncoderFactory factory);
+};
+// Walks the letters of the tag `Format`, at most 24, and then "S"; of the first scheme there is the highest
+// version. None: SystemError "There is no field encoder available for $key".
+std::shared_ptr<SMF_FieldEncoder> SMF_ChooseEncoder(const SMF_FieldMeta& field);
+// By its whole key; null when there is none.
+std::shared_ptr<SMF_FieldEncoder> SMF_CreateEncoder(std::string_view key);
+std::vector<std::string> SMF_EncoderKeys();

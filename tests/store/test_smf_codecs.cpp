@@ -1,0 +1,155 @@
+// The contract of all codecs: what is written reads back, from the start, from every restart point and in any
+// order, and damage ends in an error.
+#include <random>
+
+#include "ipe/values/ipe_dicttype.h"
+#include "ipe/values/ipe_numbers.h"
+#include "store/fields/smf_i32field.h"
+#include "store/fields/smf_i64field.h"
+#include "store_support.h"
+
+namespace {
+
+struct Case {
+    const char* key;     // of the encoder
+    const char* format;  // the letters that choose it
+    int32_t type;
+    // Value number `i` of pattern `pattern` as a script value.
+    IPE_Object (*value)(int pattern, int64_t i);
+};
+
+enum Pattern {
+    Constant,
+    Alternating,
+    Rising,
+    Extremes,
+    Runs249,
+    Runs250,
+    Runs251,
+    Distinct127,
+    Distinct128,
+    Distinct129,
+    Random,
+    PatternCount
+};
+
+// A number for each pattern; what a type makes of it is its own.
+int64_t number(int pattern, int64_t i) {
+    switch (pattern) {
+        case Constant: return 7;
+        case Alternating: return i % 2;
+        case Rising: return i;
+        case Extremes: {
+            static const int64_t values[] = {0,         -1,        1,         63,        64,
+                                             -63,       -64,       8191,      8192,      INT32_MAX,
+                                             INT32_MIN, INT64_MAX, INT64_MIN, -INT64_MAX};
+            return values[i % 14];
+        }
+        case Runs249: return i / 249;
+        case Runs250: return i / 250;
+        case Runs251: return i / 251;
+        case Distinct127: return i % 127;
+        case Distinct128: return i % 128;
+        case Distinct129: return i % 129;
+        default: return static_cast<int64_t>(std::mt19937_64(static_cast<uint64_t>(i))() >> (i % 60));
+    }
+}
+
+const Case cases[] = {
+    {"DMAE", "M", SMF_TypeI32, [](int p, int64_t i) { return IPE_Int(static_cast<int32_t>(number(p, i))); }},
+    {"ESAE", "", SMF_TypeI64, [](int p, int64_t i) { return IPE_Int(number(p, i)); }},
+};
+
+std::shared_ptr<std::string> storeOf(const Case& c, int pattern, int64_t rows, uint32_t zero,
+                                     uint32_t block) {
+    return makeStore([&](SMF_Writer& writer) {
+        writer.setCompressed(rows % 2);
+        SMF_WriterTable table("memory.smf");
+        IPE_Object tags = IPE_NewDict();
+        tags.as<IPE_DictType>()->setText("Format", IPE_String(c.format));
+        table.addField("Value", c.type, tags);
+        table.create("T", writer, block, zero);
+        for (int64_t i = 0; i < rows; ++i) {
+            table.assignObject(0, c.value(pattern, i));
+            table.commit();
+        }
+    });
+}
+
+std::string shown(const IPE_Object& value) { return IPE_Object_ToString(value); }
+
+}  // namespace
+
+TEST(Codecs, EveryPatternReadsBack) {
+    for (const Case& c : cases)
+        for (int pattern = 0; pattern < PatternCount; ++pattern)
+            for (int64_t rows : {0, 1, 9, 10, 11, 31, 32, 33, 700, 3000})
+                for (uint32_t zero : {10u, 300u, 100000u}) {
+                    SCOPED_TRACE(std::string(c.key) + " pattern " + std::to_string(pattern) + " rows " +
+                                 std::to_string(rows) + " zero " + std::to_string(zero));
+                    OpenTable open(storeOf(c, pattern, rows, zero, 4096), "T");
+                    ASSERT_EQ(open.table.rows(), rows);
+                    ASSERT_EQ(open.table.meta().fields[0]->decoder->key(), std::string(c.key, 3) + "D");
+                    open.table.top();
+                    open.table.next();
+                    for (int64_t i = 0; i < rows; ++i, open.table.next())
+                        ASSERT_EQ(shown(open.table.asObject(0)), shown(c.value(pattern, i))) << "row " << i;
+                    ASSERT_EQ(open.table.position(), rows + 1);
+                    // Any order: backwards in strides, so that restarts and reads inside an interval mix.
+                    for (int64_t i = rows - 1; i >= 0; i -= 1 + i % 37) {
+                        open.table.seek(i + 1);
+                        ASSERT_EQ(shown(open.table.asObject(0)), shown(c.value(pattern, i))) << "seek " << i;
+                    }
+                }
+}
+
+TEST(Codecs, HandlesAndSpansAgreeWithObjects) {
+    auto bytes = makeStore([&](SMF_Writer& writer) {
+        SMF_WriterTable table("memory.smf");
+        SMF_I64 wide;
+        SMF_I32 narrow;
+        wide.connect(table, "Wide", "");
+        narrow.connect(table, "Narrow", "M");
+        table.create("T", writer, 4096, 1000);
+        for (int64_t i = 0; i < 10000; ++i) {
+            wide.set(number(Random, i));
+            narrow.set(static_cast<int32_t>(number(Random, i)));
+            table.commit();
+        }
+    });
+    OpenTable open(bytes, "T");
+    SMF_I64 wide;
+    SMF_I32 narrow;
+    wide.connect(open.table, "wide");
+    narrow.connect(open.table, "NARROW");
+    for (int64_t row = 1; row <= open.table.rows();) {
+        open.table.seek(row);
+        auto values = wide.span();
+        ASSERT_GT(values.size(), 0u);
+        for (size_t i = 0; i < values.size(); ++i)
+            ASSERT_EQ(values[i], number(Random, row - 1 + static_cast<int64_t>(i)));
+        ASSERT_EQ(narrow.get(), static_cast<int32_t>(wide.get()));
+        row += static_cast<int64_t>(values.size());
+    }
+    EXPECT_EQ(faultOf([&] { narrow.connect(open.table, "Wide"); }),
+              "DatabaseError: Incorrect field type, expecting I32, actual I64");
+}
+
+TEST(Codecs, EveryTruncationEndsInAnError) {
+    for (const Case& c : cases) {
+        auto whole = storeOf(c, Random, 60, 10, 4096);
+        for (size_t length = 0; length < whole->size(); ++length) {
+            auto cut = std::make_shared<std::string>(*whole, 0, length);
+            SCOPED_TRACE(std::string(c.key) + " cut to " + std::to_string(length));
+            try {
+                OpenTable open(cut, "T");
+                open.table.top();
+                for (open.table.next(); open.table.position() <= open.table.rows(); open.table.next())
+                    open.table.asObject(0);
+            } catch (const XPK_Exception& e) {
+                EXPECT_TRUE(e.type() == "DatabaseError" || e.type() == "AssertionError")
+                    << e.type() << e.message();
+            }
+        }
+    }
+}
