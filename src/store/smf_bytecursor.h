@@ -18,6 +18,7 @@
 struct SMF_Block {
     int64_t number = -1;
     size_t size = 0;  // the bytes that count
+    size_t room = 0;  // the bytes that there is memory for
     std::unique_ptr<uint8_t[], void (*)(void*)> bytes{nullptr, nullptr};
 };
 using SMF_BlockRef = std::shared_ptr<const SMF_Block>;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "store/smf_compression.h"
 #include "store/smf_error.h"
@@ -15,7 +16,8 @@
 
 namespace {
 
-constexpr size_t FirstGuess = 16384;  // bytes read together with a block's length
+constexpr size_t FirstGuess = 16384;     // bytes read together with a block's length
+constexpr size_t MostScratch = 4 << 20;  // kept between two blocks
 
 uint64_t little(const uint8_t* bytes, int count) {
     uint64_t value = 0;
@@ -54,79 +56,100 @@ int64_t SMF_DecoderStream::sizeOf(int64_t number) const noexcept {
     return std::min(blockSize_, length_ - number * blockSize_);
 }
 
-std::shared_ptr<SMF_Block> SMF_DecoderStream::decode(int64_t number) {
-    auto wanted = static_cast<size_t>(sizeOf(number));
-    int64_t at = table_[static_cast<size_t>(number)];
-    bool zlib = mode_ & SMF_ModeZlib, compressed = zlib || (mode_ & SMF_ModeLz4);
+// The bytes of a block as the file has them, without the length in front; `fault` tells what is wrong with
+// them.
+std::span<const uint8_t> SMF_DecoderStream::readRaw(int64_t at, size_t wanted, bool compressed,
+                                                    const char*& fault) {
     std::vector<uint8_t>& input = scratch();
-    const char* fault = nullptr;
-
-    // The compressed bytes, or the plain ones.
-    size_t have = 0, skip = compressed ? 4 : 0;
     if (at < 0) {
         fault = "lies outside the file";
-    } else {
-        size_t first = compressed ? std::max(FirstGuess, lastCompressed_ + lastCompressed_ / 8) : wanted;
-        if (!compressed)
-            first = static_cast<size_t>(std::clamp<int64_t>(file_.size() - at, 0, int64_t(first)));
-        if (input.size() < first) input.resize(first);
-        have = file_.read(at, input.data(), first);
-        if (compressed && have >= 4) {
-            auto length = static_cast<int32_t>(little(input.data(), 4));
-            XPK_Assert(length >= 0);
-            size_t whole = static_cast<size_t>(length) + 4;
-            if (whole > have) {
-                // What the file does not hold is not asked for.
-                whole = static_cast<size_t>(
-                    std::min<int64_t>(static_cast<int64_t>(whole), std::max<int64_t>(file_.size() - at, 0)));
-                if (whole > have) {
-                    if (input.size() < whole) input.resize(whole);
-                    have += file_.read(at + static_cast<int64_t>(have), input.data() + have, whole - have);
-                }
-            }
-            lastCompressed_ = whole;
-            if (have < static_cast<size_t>(length) + 4) fault = "ends too early";
-            have = std::min(have, static_cast<size_t>(length) + 4);
-        } else if (compressed) {
-            fault = "lies outside the file";
-        }
+        return {};
     }
+    // What the file does not hold is not asked for.
+    auto within = [&](size_t size) {
+        return static_cast<size_t>(std::clamp<int64_t>(file_.size() - at, 0, static_cast<int64_t>(size)));
+    };
+    size_t first = compressed ? std::max(FirstGuess, lastCompressed_ + lastCompressed_ / 8) : within(wanted);
+    if (input.size() < first) input.resize(first);
+    size_t have = file_.read(at, input.data(), first);
+    if (!compressed) {
+        if (have < wanted) fault = "ends too early";
+        return {input.data(), have};
+    }
+    if (have < 4) {
+        fault = "lies outside the file";
+        return {};
+    }
+    auto length = static_cast<int32_t>(little(input.data(), 4));
+    XPK_Assert(length >= 0);
+    size_t whole = static_cast<size_t>(length) + 4;
+    if (whole > have) {
+        size_t there = within(whole);
+        if (input.size() < there) input.resize(there);
+        if (there > have)
+            have += file_.read(at + static_cast<int64_t>(have), input.data() + have, there - have);
+    }
+    if (have < whole) {
+        fault = "ends too early";
+        return {};
+    }
+    lastCompressed_ = whole;
+    return {input.data() + 4, whole - 4};
+}
 
-    // One byte more than counts: the last block of a stream has it. Untouched pages of calloc cost nothing.
-    size_t capacity = wanted + 1;
+// Memory for a block: that of the block which leaves the cache next, if nobody else looks at it, else new
+// zero memory. Pages of new memory that nobody touches cost nothing, so a block that only claims to be large
+// is cheap.
+std::shared_ptr<SMF_Block> SMF_DecoderStream::makeBlock(size_t room, bool mayReuse) {
+    auto& last = cache_.back();
+    if (mayReuse && last && last.use_count() == 1 && last->room == room) {
+        std::shared_ptr<SMF_Block> block = std::move(last);
+        return block;
+    }
     auto block = std::make_shared<SMF_Block>();
+    block->bytes = {static_cast<uint8_t*>(std::calloc(room + Padding, 1)), std::free};
+    if (!block->bytes) throw XPK_MemoryException(__FILE__, __LINE__);
+    block->room = room;
+    return block;
+}
+
+std::shared_ptr<SMF_Block> SMF_DecoderStream::decode(int64_t number) {
+    auto wanted = static_cast<size_t>(sizeOf(number));
+    bool zlib = mode_ & SMF_ModeZlib, compressed = zlib || (mode_ & SMF_ModeLz4);
+    const char* fault = nullptr;
+    std::span<const uint8_t> raw = readRaw(table_[static_cast<size_t>(number)], wanted, compressed, fault);
+
+    // One byte more than counts: the last block of a stream has it.
+    size_t room = wanted + 1;
+    std::shared_ptr<SMF_Block> block = makeBlock(room, !fault);
+    int64_t made = 0;
+    if (!compressed)
+        std::memcpy(block->bytes.get(), raw.data(), raw.size());
+    else if (!fault)
+        made = SMF_Decompress(zlib, raw.data(), raw.size(), block->bytes.get(),
+                              std::min(room, SMF_MostDecompressed(zlib, raw.size())));
+    if (compressed && !fault && made < static_cast<int64_t>(wanted)) {
+        fault = made < 0 ? "does not decompress" : "is too short";
+        std::shared_ptr<SMF_Block> partial = std::exchange(block, makeBlock(room, false));
+        if (made > 0) std::memcpy(block->bytes.get(), partial->bytes.get(), static_cast<size_t>(made));
+    }
     block->number = number;
     block->size = wanted;
-    block->bytes = {static_cast<uint8_t*>(std::calloc(capacity + Padding, 1)), std::free};
-    if (!block->bytes) throw XPK_MemoryException(__FILE__, __LINE__);
-    if (!compressed) {
-        std::memcpy(block->bytes.get(), input.data(), std::min(have, wanted));
-        if (have < wanted) fault = "ends too early";
-    } else if (!fault) {
-        size_t room = std::min(capacity, SMF_MostDecompressed(zlib, have - skip));
-        int64_t made = SMF_Decompress(zlib, input.data() + skip, have - skip, block->bytes.get(), room);
-        if (made < 0) {
-            std::memset(block->bytes.get(), 0, room);
-            fault = "does not decompress";
-        } else if (static_cast<size_t>(made) < wanted) {
-            std::memset(block->bytes.get() + made, 0, std::min(room, capacity) - static_cast<size_t>(made));
-            fault = "is too short";
-        }
-    }
     if (fault) file_.noteDamage(name_, number, fault);
-    if (input.capacity() > (size_t{4} << 20)) std::vector<uint8_t>().swap(input);
+    std::vector<uint8_t>& input = scratch();
+    if (input.capacity() > MostScratch) std::vector<uint8_t>().swap(input);
     return block;
 }
 
 SMF_BlockRef SMF_DecoderStream::fetch(int64_t number) {
     for (size_t i = 0; i < CacheSize; ++i) {
         if (!cache_[i] || cache_[i]->number != number) continue;
-        SMF_BlockRef found = cache_[i];
+        std::shared_ptr<SMF_Block> found = cache_[i];
         std::rotate(cache_.begin(), cache_.begin() + static_cast<ptrdiff_t>(i),
                     cache_.begin() + static_cast<ptrdiff_t>(i) + 1);
         return found;
     }
-    SMF_BlockRef block = decode(number);
+    std::shared_ptr<SMF_Block> block = decode(number);
     std::rotate(cache_.begin(), cache_.end() - 1, cache_.end());
     cache_[0] = block;
     if (number == lastFetched_ + 1 && number + 1 < blockCount() &&

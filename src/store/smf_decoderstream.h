@@ -7,6 +7,7 @@
 #pragma once
 
 #include <array>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,8 @@ class SMF_DecoderStream final : public SMF_ByteCursor {
     void enter(int64_t number, size_t offset);
     SMF_BlockRef fetch(int64_t number);
     std::shared_ptr<SMF_Block> decode(int64_t number);
+    std::span<const uint8_t> readRaw(int64_t at, size_t wanted, bool compressed, const char*& fault);
+    std::shared_ptr<SMF_Block> makeBlock(size_t room, bool mayReuse);
     int64_t sizeOf(int64_t number) const noexcept;
 
     SMF_File& file_;
@@ -63,7 +66,7 @@ class SMF_DecoderStream final : public SMF_ByteCursor {
     const uint8_t* start_ = nullptr;
     int64_t base_ = 0;
 
-    std::array<SMF_BlockRef, CacheSize> cache_;  // most recently used first
+    std::array<std::shared_ptr<SMF_Block>, CacheSize> cache_;  // most recently used first
     int64_t lastFetched_ = -1;
     size_t lastCompressed_ = 0;
 };
