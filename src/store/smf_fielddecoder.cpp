@@ -78,7 +78,11 @@ SMF_DecoderStream* SMF_FieldDecoder::jumpStream() {
 }
 
 void SMF_FieldDecoder::load(int64_t row) {
-    if (shared_) return;
+    if (shared_) {
+        // The row was decoded by the step that led to it, unless that raised.
+        if (row > 0 && !batch_.contains(row - 1)) SMF_IllegalData(fileName());
+        return;
+    }
     if (row <= 0) {
         bucket_ = -1;
         next_ = 0;

@@ -78,8 +78,8 @@ class SMF_FieldDecoder {
     virtual void load(int64_t row);
     // Older layout: decodes the next value, that of row `row` counted from 1. A restart() drops the page in
     // hand.
-    void decodeNext(int64_t row);
-    void restart();
+    virtual void decodeNext(int64_t row);
+    virtual void restart();
 
     const std::string& key() const noexcept { return key_; }
     void setKey(std::string_view key) { key_ = key; }

@@ -5,7 +5,8 @@
 //   const SMF_EncoderRegistration registered("ESAE", SMF_MakeEncoder<I64StraightEncoder>);
 //
 // An encoder writes its bytes straight to its stream. Schemes with pages pad to a whole page in reset(); a
-// run counter that lies behind the position is rewritten in place. An encoder belongs to one thread.
+// run is held back until it ends, or its counter, behind the position, is rewritten in place. An encoder
+// belongs to one thread.
 #pragma once
 
 #include <memory>
@@ -59,6 +60,8 @@ class SMF_FieldEncoder {
     virtual void encode(SMF_Field& value) = 0;
     SMF_EncoderStream& out() noexcept { return *data_; }
     const std::string& fileName() const noexcept;
+    // For composites, whose store() gives the value to its parts.
+    void countRow() noexcept { ++rows_; }
 
     IPE_Object extra_;  // set before connect() appends the header; null for none
 

@@ -49,3 +49,6 @@ struct SMF_TreeValue {
 // that mktime is called once a day and not once a value.
 int64_t SMF_TimeOfDate(const SMF_DateValue& date);
 int64_t SMF_TimeOfDateTime(const SMF_DateValue& date, const SMF_TimeValue& time);
+// The other way: localtime of a number of seconds, for the years 0 to 9999. False for others, with nothing
+// changed.
+bool SMF_LocalMoment(int64_t seconds, SMF_DateValue& date, SMF_TimeValue& time);

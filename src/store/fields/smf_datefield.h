@@ -6,6 +6,8 @@
 class SMF_DateField final : public SMF_FieldOf<SMF_DateValue, SMF_DateDecoder> {
   public:
     using SMF_FieldOf::SMF_FieldOf;
+    // A fixed field answers from the fixed value.
+    const SMF_DateValue& get();
     // Local midnight when the year is from 1970 to 2030, else 0.
     int64_t as64() override;
     int32_t as32() override { return static_cast<int32_t>(as64()); }

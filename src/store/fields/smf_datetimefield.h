@@ -28,10 +28,7 @@ class SMF_DateTimeField final : public SMF_Field {
     int displayKind() const noexcept override { return 2; }
     int32_t typeNumber() const noexcept override { return SMF_TypeDateTime; }
 
-    const SMF_DateTimeValue& get() {
-        load();
-        return value_;
-    }
+    const SMF_DateTimeValue& get();
     const SMF_DateTimeValue& stored() const noexcept { return value_; }
     void set(const SMF_DateTimeValue& value) noexcept { value_ = value; }
 
@@ -46,8 +43,16 @@ class SMF_DateTimeField final : public SMF_Field {
 class SMF_DateTime : public SMF_FieldHandle {
   public:
     int32_t typeNumber() const noexcept override { return SMF_TypeDateTime; }
-    SMF_DateTimeValue get() const;
-    SMF_DateValue date() const;
+    SMF_DateTimeValue get() const {
+        int64_t row = data_->loadRow - 1;
+        if (dates_->contains(row) && times_->contains(row)) [[likely]]
+            return {dates_->values[row - dates_->first], times_->values[row - times_->first]};
+        return getSlow();
+    }
+    SMF_DateValue date() const {
+        int64_t row = data_->loadRow - 1;
+        return dates_->contains(row) ? dates_->values[row - dates_->first] : dateSlow();
+    }
     // Seconds since 1970, as SMF_DateTimeField::as64.
     int64_t time64() const;
     void set(const SMF_DateTimeValue& value) const;
@@ -58,5 +63,12 @@ class SMF_DateTime : public SMF_FieldHandle {
 
   private:
     void attached() override;
+    SMF_DateTimeValue getSlow() const;
+    SMF_DateValue dateSlow() const;
+
+    static inline const SMF_Batch<SMF_DateValue> NoDates{};
+    static inline const SMF_Batch<SMF_TimeValue> NoTimes{};
     SMF_DateTimeDecoder* decoder_ = nullptr;
+    const SMF_Batch<SMF_DateValue>* dates_ = &NoDates;
+    const SMF_Batch<SMF_TimeValue>* times_ = &NoTimes;
 };

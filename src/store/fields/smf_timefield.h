@@ -6,6 +6,8 @@
 class SMF_TimeField final : public SMF_FieldOf<SMF_TimeValue, SMF_TimeDecoder> {
   public:
     using SMF_FieldOf::SMF_FieldOf;
+    // A fixed field answers from the fixed value.
+    const SMF_TimeValue& get();
     IPE_Object asObject() override;  // "HH:MM:SS"
     SMF_Moment asYMDHMS() override;  // hour, minute and second
     SMF_MomentMask maskYMDHMS() override { return {false, false, false, true, true, true}; }

@@ -1,0 +1,55 @@
+// Date straight (FSAE, FSAD): 4 bytes each.
+//
+// Layout: day, month, year in 2 bytes; no pages and no state.
+#include "store/codecs/smf_datebytes.h"
+#include "store/fields/smf_datefield.h"
+#include "store/smf_fielddecoder.h"
+#include "store/smf_fieldencoder.h"
+
+namespace {
+
+class Encoder final : public SMF_FieldEncoder {
+    void encode(SMF_Field& value) override {
+        uint8_t bytes[4];
+        SMF_PutDate(SMF_StoredDate(static_cast<SMF_DateField&>(value).stored()), bytes);
+        out().write(bytes, 4);
+    }
+};
+
+class Decoder final : public SMF_DateDecoder {
+    void reset() override {}
+    void decodeRows(uint32_t rows) override {
+        uint32_t done = 0;
+        while (done < rows) {
+            done = decodeAtHand(done, rows);
+            batch_.count = done;
+            if (done == rows) break;
+            uint8_t bytes[4];
+            in().read(bytes, 4);
+            SMF_DateValue date = SMF_GetDate(bytes);
+            if (const char* fault = SMF_DateFault(date)) corrupt(fault);
+            array()[done++] = date;
+        }
+        batch_.count = done;
+    }
+
+    // As far as whole dates lie at hand; stops in front of one that cannot be.
+    uint32_t decodeAtHand(uint32_t done, uint32_t rows) {
+        const uint8_t* at = in().cursor();
+        SMF_DateValue* out = array();
+        auto whole = static_cast<uint32_t>((in().limit() - at) / 4);
+        for (uint32_t end = done + std::min(whole, rows - done); done < end; ++done, at += 4) {
+            SMF_DateValue date = SMF_GetDate(at);
+            if (SMF_DateFault(date)) [[unlikely]]
+                break;
+            out[done] = date;
+        }
+        in().advanceTo(at);
+        return done;
+    }
+};
+
+const SMF_EncoderRegistration encoder("FSAE", SMF_MakeEncoder<Encoder>);
+const SMF_DecoderRegistration decoder("FSAD", SMF_MakeDecoder<Decoder>);
+
+}  // namespace
