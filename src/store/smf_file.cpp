@@ -22,6 +22,10 @@ namespace {
 
 constexpr size_t AppendBuffer = 1 << 18;
 
+// Channel "dev", level 40.
+void logDamage(const std::string& line) { platform::debugOutput("dev 40 " + line); }
+SMF_DamageLog damageLog = logDamage;
+
 class DiskFile final : public SMF_File {
   public:
     DiskFile(std::string name, int fd, bool writing) : SMF_File(std::move(name)), fd_(fd), writing_(writing) {
@@ -152,8 +156,10 @@ void SMF_File::noteDamage(std::string_view stream, int64_t block, std::string_vi
     if (damage_.count++ > 0) return;
     damage_.first = std::string(name()) + ": block " + std::to_string(block) + " of " + std::string(stream) +
                     " " + std::string(what);
-    platform::debugOutput("dev 40 " + damage_.first);
+    damageLog(damage_.first);
 }
+
+void SMF_SetDamageLog(SMF_DamageLog log) noexcept { damageLog = log; }
 
 size_t SMF_MemoryFile::read(int64_t offset, void* buffer, size_t size) {
     if (offset < 0 || offset >= this->size()) return 0;

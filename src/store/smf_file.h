@@ -58,6 +58,11 @@ std::unique_ptr<SMF_File> SMF_OpenForReading(std::string_view name);
 std::unique_ptr<SMF_File> SMF_Create(const EPA_FileName& name);
 std::unique_ptr<SMF_File> SMF_Create(std::string_view name);
 
+// Takes the log line of the first damage of each file; the debug stream unless replaced. Set before threads
+// run.
+using SMF_DamageLog = void (*)(const std::string& line);
+void SMF_SetDamageLog(SMF_DamageLog log) noexcept;
+
 // A file in memory, of tests and tools.
 class SMF_MemoryFile : public SMF_File {
   public:
