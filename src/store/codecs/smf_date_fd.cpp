@@ -21,24 +21,23 @@ class Encoder final : public SMF_FieldEncoder {
         table_.clear();
     }
     void encode(SMF_Field& field) override {
-        SMF_DateValue date = SMF_StoredDate(static_cast<SMF_DateField&>(field).stored());
+        uint32_t date = SMF_StoredDate(static_cast<SMF_DateField&>(field).stored());
         if (run_.hasRoom() && date == date_) return run_.lengthen();
         run_.end(out());
         date_ = date;
-        auto place = table_.touch(date.bits());
-        uint8_t bytes[5] = {place.index};
-        if (place.known) return run_.begin(bytes, 1);
-        bytes[0] |= 0x80;
-        SMF_PutDate(date, bytes + 1);
+        auto place = table_.touch(date);
+        if (place.known) return run_.begin(&place.index, 1);
+        uint8_t bytes[5] = {static_cast<uint8_t>(place.index | 0x80)};
+        std::memcpy(bytes + 1, &date, 4);
         run_.begin(bytes, 5);
     }
     SMF_OpenRun run_;
-    SMF_DateValue date_;
+    uint32_t date_ = 0;
     SMF_AgingTable<uint32_t> table_;
 };
 
 class Decoder final : public SMF_DateDecoder {
-    static constexpr SMF_DateValue Unset{-1, -1, -1};
+    static constexpr uint32_t Unset = 0xFFFFFFFF;  // no date
     static constexpr size_t Longest = 6;
 
     void reset() override {
@@ -62,13 +61,11 @@ class Decoder final : public SMF_DateDecoder {
     void readRun() {
         uint8_t count = in().readByte(), byte = in().readByte();
         if (count == 0) SMF_IllegalData(fileName());
-        SMF_DateValue& entry = table_[byte & 0x7F];
+        uint32_t& entry = table_[byte & 0x7F];
         if (byte >= 0x80) {
-            uint8_t bytes[4];
-            in().read(bytes, 4);
-            SMF_DateValue date = SMF_GetDate(bytes);
-            if (const char* fault = SMF_DateFault(date)) corrupt(fault);
-            entry = date;
+            auto word = static_cast<uint32_t>(in().readLittle(4));
+            if (!SMF_IsDate(word)) corrupt(SMF_DateFault(word));
+            entry = word;
         } else if (entry == Unset) {
             SMF_IllegalData(fileName());
         }
@@ -79,16 +76,15 @@ class Decoder final : public SMF_DateDecoder {
     uint32_t decodeAtHand(uint32_t done, uint32_t rows) {
         const uint8_t* at = in().cursor();
         const uint8_t* limit = in().limit();
-        SMF_RunRest<SMF_DateValue> run;
+        SMF_RunRest run;
         while (done < rows && static_cast<size_t>(limit - at) >= Longest) {
-            SMF_DateValue& entry = table_[at[1] & 0x7F];
+            uint32_t& entry = table_[at[1] & 0x7F];
             bool fresh = at[1] >= 0x80;
-            SMF_DateValue date = fresh ? SMF_GetDate(at + 2) : entry;
-            // An entry that is not set is no date either.
-            if (at[0] == 0 || SMF_DateFault(date)) [[unlikely]]
+            uint32_t word = fresh ? SMF_LoadWord(at + 2) : entry;
+            if (at[0] == 0 || !SMF_IsDate(word)) [[unlikely]]
                 break;
-            entry = date;
-            run = {at[0], date};
+            entry = word;
+            run = {at[0], word};
             at += fresh ? Longest : 2;
             done = run.fill(array(), done, rows, BatchRows);
         }
@@ -97,8 +93,8 @@ class Decoder final : public SMF_DateDecoder {
         return done;
     }
 
-    SMF_RunRest<SMF_DateValue> run_;
-    SMF_DateValue table_[128];
+    SMF_RunRest run_;
+    uint32_t table_[128];
 };
 
 const SMF_EncoderRegistration encoder("FDAE", SMF_MakeEncoder<Encoder>);

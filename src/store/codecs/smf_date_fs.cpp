@@ -2,6 +2,7 @@
 //
 // Layout: day, month, year in 2 bytes; no pages and no state.
 #include "store/codecs/smf_datebytes.h"
+#include "store/codecs/smf_runs.h"
 #include "store/fields/smf_datefield.h"
 #include "store/smf_fielddecoder.h"
 #include "store/smf_fieldencoder.h"
@@ -10,9 +11,7 @@ namespace {
 
 class Encoder final : public SMF_FieldEncoder {
     void encode(SMF_Field& value) override {
-        uint8_t bytes[4];
-        SMF_PutDate(SMF_StoredDate(static_cast<SMF_DateField&>(value).stored()), bytes);
-        out().write(bytes, 4);
+        out().writeLittle32(SMF_StoredDate(static_cast<SMF_DateField&>(value).stored()));
     }
 };
 
@@ -24,11 +23,9 @@ class Decoder final : public SMF_DateDecoder {
             done = decodeAtHand(done, rows);
             batch_.count = done;
             if (done == rows) break;
-            uint8_t bytes[4];
-            in().read(bytes, 4);
-            SMF_DateValue date = SMF_GetDate(bytes);
-            if (const char* fault = SMF_DateFault(date)) corrupt(fault);
-            array()[done++] = date;
+            auto word = static_cast<uint32_t>(in().readLittle(4));
+            if (!SMF_IsDate(word)) corrupt(SMF_DateFault(word));
+            array()[done++] = std::bit_cast<SMF_DateValue>(word);
         }
         batch_.count = done;
     }
@@ -39,10 +36,10 @@ class Decoder final : public SMF_DateDecoder {
         SMF_DateValue* out = array();
         auto whole = static_cast<uint32_t>((in().limit() - at) / 4);
         for (uint32_t end = done + std::min(whole, rows - done); done < end; ++done, at += 4) {
-            SMF_DateValue date = SMF_GetDate(at);
-            if (SMF_DateFault(date)) [[unlikely]]
+            uint32_t word = SMF_LoadWord(at);
+            if (!SMF_IsDate(word)) [[unlikely]]
                 break;
-            out[done] = date;
+            out[done] = std::bit_cast<SMF_DateValue>(word);
         }
         in().advanceTo(at);
         return done;

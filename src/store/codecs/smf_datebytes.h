@@ -1,34 +1,27 @@
-// A date as the date schemes write it: day, month, and the year in 2 bytes, low byte first.
+// A date as the date schemes write it: day, month, and the year in 2 bytes, low byte first. These are the
+// bytes of an SMF_DateValue, so that dates are carried as words (SMF_DateValue::bits).
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 #include "store/smf_values.h"
 
-inline constexpr int SMF_LastYear = 9999;
+static_assert(std::endian::native == std::endian::little);
 
-// What cannot be a date is stored as zero: no decoder takes it.
-inline SMF_DateValue SMF_StoredDate(const SMF_DateValue& date) noexcept {
-    bool possible = date.day >= 0 && date.day <= 31 && date.month >= 0 && date.month <= 12 &&
-                    date.year >= 0 && date.year <= SMF_LastYear;
-    return possible ? date : SMF_DateValue();
+inline constexpr uint32_t SMF_LastYear = 9999;
+
+// The word of a date as a decoder finds it.
+inline bool SMF_IsDate(uint32_t word) noexcept {
+    return ((word & 0xFF) <= 31) & ((word >> 8 & 0xFF) <= 12) & (word >> 16 <= SMF_LastYear);
 }
-
-inline void SMF_PutDate(const SMF_DateValue& date, uint8_t* out) noexcept {
-    out[0] = static_cast<uint8_t>(date.day);
-    out[1] = static_cast<uint8_t>(date.month);
-    out[2] = static_cast<uint8_t>(date.year);
-    out[3] = static_cast<uint8_t>(date.year >> 8);
+// What a decoder says of a word that is no date.
+inline const char* SMF_DateFault(uint32_t word) noexcept {
+    if ((word & 0xFF) > 31) return "Date decoder has detected illegal day data";
+    if ((word >> 8 & 0xFF) > 12) return "Date decoder has detected illegal month data";
+    return "Date decoder has detected illegal year data";
 }
-
-inline SMF_DateValue SMF_GetDate(const uint8_t* at) noexcept {
-    return {static_cast<int8_t>(at[0]), static_cast<int8_t>(at[1]), static_cast<int16_t>(at[2] | at[3] << 8)};
-}
-
-// What a decoder says of a date; null when it takes it.
-inline const char* SMF_DateFault(const SMF_DateValue& date) noexcept {
-    if (static_cast<uint8_t>(date.day) > 31) return "Date decoder has detected illegal day data";
-    if (static_cast<uint8_t>(date.month) > 12) return "Date decoder has detected illegal month data";
-    if (static_cast<uint16_t>(date.year) > SMF_LastYear) return "Date decoder has detected illegal year data";
-    return nullptr;
+// What is stored of a date: zero for what no decoder takes.
+inline uint32_t SMF_StoredDate(const SMF_DateValue& date) noexcept {
+    return SMF_IsDate(date.bits()) ? date.bits() : 0;
 }

@@ -3,6 +3,7 @@
 // Layout: no pages. A byte below 0x80 names an entry; a byte from 0x80 up is followed by 4 bytes, low byte
 // first, which are the value and go to entry byte - 0x80. A restart point begins with an empty dictionary.
 #include "store/codecs/smf_agingtable.h"
+#include "store/codecs/smf_runs.h"
 #include "store/fields/smf_i32field.h"
 #include "store/smf_error.h"
 #include "store/smf_fielddecoder.h"
@@ -55,8 +56,7 @@ class Decoder final : public SMF_I32Decoder {
                 out[done++] = static_cast<int32_t>(table_[byte]);
                 ++at;
             } else {
-                auto value = static_cast<int32_t>(uint32_t{at[1]} | uint32_t{at[2]} << 8 |
-                                                  uint32_t{at[3]} << 16 | uint32_t{at[4]} << 24);
+                auto value = static_cast<int32_t>(SMF_LoadWord(at + 1));
                 table_[byte & 0x7F] = value;
                 out[done++] = value;
                 at += Longest;

@@ -58,7 +58,7 @@ class Decoder final : public SMF_I32Decoder {
             if (done == rows) break;
             uint8_t count = in().readByte();
             if (count == 0) SMF_IllegalData(fileName());
-            run_.value = static_cast<int32_t>(SMF_GetUnsigned(in()));
+            run_.word = static_cast<uint32_t>(SMF_GetUnsigned(in()));
             run_.left = count;
             done = run_.fill(array(), done, rows, BatchRows);
         }
@@ -69,17 +69,17 @@ class Decoder final : public SMF_I32Decoder {
     uint32_t decodeAtHand(uint32_t done, uint32_t rows) {
         const uint8_t* at = in().cursor();
         const uint8_t* limit = in().limit();
-        SMF_RunRest<int32_t> run;
+        SMF_RunRest run;
         while (done < rows && static_cast<size_t>(limit - at) >= 1 + LongestValue) {
-            uint64_t word = uint64_t{at[1]} | uint64_t{at[2]} << 8 | uint64_t{at[3]} << 16 |
-                            uint64_t{at[4]} << 24 | uint64_t{at[5]} << 32;
+            uint64_t word;
+            std::memcpy(&word, at + 1, 8);  // within the padding at least
             uint64_t ends = ~word & 0x8080808080ull;
             if (at[0] == 0 || ends == 0) [[unlikely]]
                 break;
             // All bits up to the last byte's top one, which is clear.
             word &= ends ^ (ends - 1);
             run.left = at[0];
-            run.value = static_cast<int32_t>(joinGroups(word));
+            run.word = static_cast<uint32_t>(joinGroups(word));
             at += 2 + std::countr_zero(ends) / 8;
             done = run.fill(array(), done, rows, BatchRows);
         }
@@ -88,7 +88,7 @@ class Decoder final : public SMF_I32Decoder {
         return done;
     }
 
-    SMF_RunRest<int32_t> run_;
+    SMF_RunRest run_;
 };
 
 const SMF_EncoderRegistration encoder("DRAE", SMF_MakeEncoder<Encoder>);

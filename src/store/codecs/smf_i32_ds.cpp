@@ -1,6 +1,7 @@
 // I32 straight (DSAE, DSAD): 4 bytes each, low byte first.
 //
 // Layout: no pages and no state; a restart point is any multiple of 4.
+#include "store/codecs/smf_runs.h"
 #include "store/fields/smf_i32field.h"
 #include "store/smf_fielddecoder.h"
 #include "store/smf_fieldencoder.h"
@@ -21,8 +22,7 @@ class Decoder final : public SMF_I32Decoder {
             int32_t* out = array();
             auto whole = static_cast<uint32_t>(in().limit() - at) / 4;
             for (uint32_t end = done + std::min(whole, rows - done); done < end; ++done, at += 4)
-                out[done] = static_cast<int32_t>(uint32_t{at[0]} | uint32_t{at[1]} << 8 |
-                                                 uint32_t{at[2]} << 16 | uint32_t{at[3]} << 24);
+                out[done] = static_cast<int32_t>(SMF_LoadWord(at));
             in().advanceTo(at);
             batch_.count = done;
             if (done < rows) out[done++] = static_cast<int32_t>(in().readLittle(4));

@@ -37,25 +37,33 @@ class SMF_OpenRun {
     size_t size_ = 0;
 };
 
-// What is left of a decoder's run, of a value of 4 bytes.
-template <class Value>
+// Values of 4 bytes are carried as words. A word on disk has its low byte first; so has one in memory here.
+static_assert(std::endian::native == std::endian::little);
+inline uint32_t SMF_LoadWord(const uint8_t* at) noexcept {
+    uint32_t word;
+    std::memcpy(&word, at, 4);
+    return word;
+}
+
+// What is left of a decoder's run.
 struct SMF_RunRest {
     uint32_t left = 0;
-    Value value{};
+    uint32_t word = 0;
 
     // Fills `out` from `done` on with as much of the run as fits below `rows`. Values behind what counts may
-    // be written too, below `capacity`: most runs are short, and eight stores cost less than a loop.
+    // be written too, below `capacity`: most runs are short, and two wide stores cost less than a loop.
+    template <class Value>
     uint32_t fill(Value* out, uint32_t done, uint32_t rows, uint32_t capacity) noexcept {
         static_assert(sizeof(Value) == 4);
         uint32_t count = std::min(left, rows - done);
         left -= count;
-        if (count <= 8 && capacity - done >= 8) {
-            uint64_t pair = std::bit_cast<uint32_t>(value);
-            pair |= pair << 32;
-            auto* at = reinterpret_cast<unsigned char*>(out + done);
-            for (int i = 0; i < 4; ++i) std::memcpy(at + 8 * i, &pair, 8);
+        if (count <= 8 && capacity - done >= 8) [[likely]] {
+            using Words = uint32_t __attribute__((vector_size(16)));
+            Words four = {word, word, word, word};
+            std::memcpy(reinterpret_cast<unsigned char*>(out + done), &four, 16);
+            std::memcpy(reinterpret_cast<unsigned char*>(out + done + 4), &four, 16);
         } else {
-            std::fill_n(out + done, count, value);
+            std::fill_n(out + done, count, std::bit_cast<Value>(word));
         }
         return done + count;
     }
