@@ -58,6 +58,8 @@ class SMF_FieldEncoder {
     virtual void reset() {}
     virtual void encode(SMF_Field& value) = 0;
     SMF_EncoderStream& out() noexcept { return *data_; }
+    // The next value stands at a restart point: reset() comes before it.
+    bool atRestart() const noexcept { return rows_ % zero_ == 0; }
     const std::string& fileName() const noexcept;
 
     IPE_Object extra_;  // set before connect() appends the header; null for none
@@ -72,9 +74,9 @@ class SMF_FieldEncoder {
 
 // --- Registry.
 using SMF_EncoderFactory = std::shared_ptr<SMF_FieldEncoder> (*)();
-template <class Encoder>
+template <class Encoder, auto... Arguments>
 std::shared_ptr<SMF_FieldEncoder> SMF_MakeEncoder() {
-    return std::make_shared<Encoder>();
+    return std::make_shared<Encoder>(Arguments...);
 }
 struct SMF_EncoderRegistration {
     SMF_EncoderRegistration(const char* key, SMF_EncoderFactory factory);
