@@ -106,7 +106,7 @@ void SMF_EncoderStream::writeText(std::string_view text) {
 bool SMF_EncoderStream::fits(size_t size, size_t before) const noexcept {
     if (size >= SMF_TextLimit) return false;
     int64_t at = position_ + static_cast<int64_t>(before + groups(size));
-    int64_t base = at > base_ + blockSize_ ? base_ + blockSize_ : base_;
+    int64_t base = at > base_ ? at - (at - base_ - 1) % blockSize_ - 1 : base_;
     return at + static_cast<int64_t>(size) <= base + 2 * blockSize_;
 }
 

@@ -38,7 +38,9 @@ class SMF_EncoderStream {
     // True when writeText() of a text of this size, `before` bytes further on, stays within the open blocks.
     bool fits(size_t size, size_t before = 0) const noexcept;
 
-    // Writes over bytes in the last two blocks; the position stays.
+    // Writes over bytes in the last two blocks; the position stays. reaches() tells whether a byte written
+    // earlier still lies there.
+    bool reaches(int64_t at) const noexcept { return at >= (previousBase_ < 0 ? base_ : previousBase_); }
     void rewrite(int64_t at, const void* bytes, size_t size);
     int64_t position() const noexcept { return position_; }
     int64_t length() const noexcept { return highest_; }

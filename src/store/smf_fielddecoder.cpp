@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <map>
-#include <unordered_map>
 
 #include "store/smf_decoderstream.h"
 #include "store/smf_error.h"
@@ -142,86 +141,69 @@ void SMF_FieldDecoder::decodeNext(int64_t row) {
 
 // --- Texts.
 
-struct SMF_StringDecoder::Table {
-    static constexpr size_t MostSymbols = 1 << 20;
-    static constexpr size_t MostBytes = 64 << 20;
-    std::unordered_map<std::string_view, uint32_t> ids;
-    std::vector<std::unique_ptr<char[]>> pieces;
-    char* next = nullptr;
-    size_t left = 0, bytes = 0;
-};
-
-SMF_StringDecoder::SMF_StringDecoder() : symbols_(1), table_(std::make_unique<Table>()) {}
+SMF_StringDecoder::SMF_StringDecoder() : symbols_(std::make_unique<SMF_SymbolTable>()) {}
 SMF_StringDecoder::~SMF_StringDecoder() = default;
 
-uint32_t SMF_StringDecoder::intern(std::string_view text) {
-    if (text.empty()) return 0;
-    if (auto known = table_->ids.find(text); known != table_->ids.end()) return known->second;
-    if (text.size() > table_->left) {
-        size_t size = std::max<size_t>(text.size(), 4096);
-        table_->pieces.push_back(std::make_unique<char[]>(size));
-        table_->next = table_->pieces.back().get();
-        table_->left = size;
-    }
-    std::memcpy(table_->next, text.data(), text.size());
-    std::string_view own(table_->next, text.size());
-    table_->next += text.size();
-    table_->left -= text.size();
-    table_->bytes += text.size();
-    auto id = static_cast<uint32_t>(symbols_.size());
-    symbols_.push_back(own);
-    table_->ids.emplace(own, id);
-    return id;
-}
-
 char* SMF_StringDecoder::keepRoom(size_t size) {
-    if (size > arenaLeft_) {
-        size_t piece = std::max<size_t>(size, 16384);
-        arena_.push_back(std::make_unique<char[]>(piece));
-        arenaNext_ = arena_.back().get();
-        arenaLeft_ = piece;
+    if (size > roomLeft_) {
+        if (!roomNext_ && size <= PieceSize) {
+            if (!piece_) piece_ = std::make_unique_for_overwrite<char[]>(PieceSize);
+            roomNext_ = piece_.get();
+            roomLeft_ = PieceSize;
+        } else {
+            roomLeft_ = std::max(size, PieceSize);
+            morePieces_.push_back(std::make_unique_for_overwrite<char[]>(roomLeft_));
+            roomNext_ = morePieces_.back().get();
+        }
     }
-    char* room = arenaNext_;
-    arenaNext_ += size;
-    arenaLeft_ -= size;
+    char* room = roomNext_;
+    roomNext_ += size;
+    roomLeft_ -= size;
     keptBytes_ += size;
     return room;
 }
 
 std::string_view SMF_StringDecoder::keep(std::string_view text) {
+    if (text.empty()) return {};
     char* room = keepRoom(text.size());
     std::memcpy(room, text.data(), text.size());
     return {room, text.size()};
 }
 
+bool SMF_StringDecoder::holdBlock() {
+    SMF_BlockRef block = in().hold();
+    if (!block) return false;
+    held_.push_back(std::move(block));
+    heldLimit_ = in().limit();
+    return true;
+}
+
 std::string_view SMF_StringDecoder::take(size_t size) {
     if (size == 0) return {};
     in().require();
-    if (SMF_BlockRef block = in().hold();
-        block && static_cast<size_t>(in().limit() - in().cursor()) >= size) {
-        if (held_.empty() || held_.back() != block) held_.push_back(std::move(block));
-        return in().view(size);
-    }
+    if (static_cast<size_t>(in().limit() - in().cursor()) >= size && holdSight()) return in().view(size);
     if (static_cast<int64_t>(size) > in().remaining()) SMF_IllegalData(fileName());
     char* room = keepRoom(size);
     in().read(room, size);
     return {room, size};
 }
 
+void SMF_StringDecoder::beginEpoch() {
+    auto symbols = std::make_unique<SMF_SymbolTable>();
+    for (uint32_t& symbol : keptSymbols())
+        if (symbol != NoSymbol) symbol = symbols->idOf(symbols_->text(symbol));
+    symbols_ = std::move(symbols);
+    ++epoch_;
+}
+
 void SMF_StringDecoder::beginBatch() {
     held_.clear();
-    if (keptBytes_ > 0) {
-        if (arena_.size() > 1) arena_.erase(arena_.begin(), arena_.end() - 1);
-        // The last piece serves again when it is one of the small ones.
-        arena_.clear();
-        arenaNext_ = nullptr;
-        arenaLeft_ = keptBytes_ = 0;
-    }
-    if (symbols_.size() > Table::MostSymbols || table_->bytes > Table::MostBytes) {
-        table_ = std::make_unique<Table>();
-        symbols_.assign(1, {});
-        ++epoch_;
-    }
+    heldLimit_ = nullptr;
+    morePieces_.clear();
+    roomNext_ = nullptr;
+    roomLeft_ = keptBytes_ = 0;
+    if (symbols_->size() > MostSymbols || symbols_->bytes() > MostSymbolBytes) beginEpoch();
+    symbolBytes_ = symbols_->bytes();
 }
 
 // --- Registry.

@@ -19,6 +19,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,7 @@
 #include "runtime/ipe_object.h"
 #include "store/smf_bytecursor.h"
 #include "store/smf_format.h"
+#include "store/smf_symboltable.h"
 #include "store/smf_values.h"
 
 class SMF_DecoderStream;
@@ -162,13 +164,13 @@ class SMF_DateTimeDecoder : public SMF_FieldDecoder {
 
 // Texts. Symbols are numbered from 1 as their texts are met and keep their number for as long as
 // symbolEpoch() stays the same, so that a consumer may keep a table by symbol; equal texts have equal
-// symbols.
+// symbols. An epoch never ends within a batch.
 class SMF_StringDecoder : public SMF_DecoderOf<SMF_TextValue> {
   public:
     SMF_StringDecoder();
     ~SMF_StringDecoder() override;
-    std::string_view symbol(uint32_t id) const noexcept { return symbols_[id]; }
-    uint32_t symbolCount() const noexcept { return static_cast<uint32_t>(symbols_.size()); }
+    std::string_view symbol(uint32_t id) const noexcept { return symbols_->text(id); }
+    uint32_t symbolCount() const noexcept { return static_cast<uint32_t>(symbols_->size()); }
     uint32_t symbolEpoch() const noexcept { return epoch_; }
     // The whole text of a value of the current batch, appended to `out`.
     void appendText(const SMF_TextValue& value, std::string& out) const {
@@ -177,38 +179,50 @@ class SMF_StringDecoder : public SMF_DecoderOf<SMF_TextValue> {
     }
 
   protected:
-    static constexpr size_t ArenaLimit = 1 << 22;  // a batch ends when its copied texts reach this
+    static constexpr size_t ArenaLimit = 1 << 22;
+    static constexpr uint32_t NoSymbol = UINT32_MAX;
 
-    // The symbol of a text, made if it is new. The table is emptied when it grows beyond bounds, but only
-    // between batches: beginBatch() then starts a new epoch, and the scheme's own references to symbols are
-    // stale, which is why dictionary schemes keep the texts of their entries and look symbols up again when
-    // the epoch moved.
-    uint32_t intern(std::string_view text);
+    // The symbol of a text, made if it is new.
+    uint32_t intern(std::string_view text) { return symbols_->idOf(text); }
+    // The symbols that the scheme keeps from batch to batch, NoSymbol where it has none. When the table has
+    // grown beyond bounds, beginBatch() begins a new epoch and renumbers them.
+    virtual std::span<uint32_t> keptSymbols() noexcept { return {}; }
     // A copy that lives as long as the batch.
     std::string_view keep(std::string_view text);
-    char* keepRoom(size_t size);
-    size_t kept() const noexcept { return keptBytes_; }
+    // The texts made for this batch have reached their limit: it should end after the value in hand.
+    bool isFull() const noexcept { return keptBytes_ + symbols_->bytes() - symbolBytes_ >= ArenaLimit; }
+    // Makes sure that the bytes up to limit() live as long as the batch; false when they must be copied.
+    bool holdSight() { return heldLimit_ == in().limit() || holdBlock(); }
     // The next `size` bytes of the field's data: where they lie, if their block can be held, else copied.
     std::string_view take(size_t size);
     void beginBatch() override;
 
   private:
-    struct Table;
-    std::vector<std::string_view> symbols_;  // [0] is the empty text
-    std::unique_ptr<Table> table_;
+    static constexpr size_t PieceSize = 16384;
+    static constexpr size_t MostSymbols = 1 << 20;
+    static constexpr size_t MostSymbolBytes = 64 << 20;
+    bool holdBlock();
+    char* keepRoom(size_t size);
+    void beginEpoch();
+
+    std::unique_ptr<SMF_SymbolTable> symbols_;
     uint32_t epoch_ = 0;
+    size_t symbolBytes_ = 0;  // of the table when the batch began
     std::vector<SMF_BlockRef> held_;
-    std::vector<std::unique_ptr<char[]>> arena_;
-    char* arenaNext_ = nullptr;
-    size_t arenaLeft_ = 0;
+    const uint8_t* heldLimit_ = nullptr;  // limit() within the last held block
+    // Copied texts: one piece that serves every batch, and those that did not suffice.
+    std::unique_ptr<char[]> piece_;
+    std::vector<std::unique_ptr<char[]>> morePieces_;
+    char* roomNext_ = nullptr;
+    size_t roomLeft_ = 0;
     size_t keptBytes_ = 0;
 };
 
 // --- Registry.
 using SMF_DecoderFactory = std::shared_ptr<SMF_FieldDecoder> (*)();
-template <class Decoder>
+template <class Decoder, auto... Arguments>
 std::shared_ptr<SMF_FieldDecoder> SMF_MakeDecoder() {
-    return std::make_shared<Decoder>();
+    return std::make_shared<Decoder>(Arguments...);
 }
 // At file scope in the source of a scheme. At most 64.
 struct SMF_DecoderRegistration {

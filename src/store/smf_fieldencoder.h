@@ -59,6 +59,8 @@ class SMF_FieldEncoder {
     virtual void reset() {}
     virtual void encode(SMF_Field& value) = 0;
     SMF_EncoderStream& out() noexcept { return *data_; }
+    // The next value stands at a restart point: reset() comes before it.
+    bool atRestart() const noexcept { return rows_ % zero_ == 0; }
     const std::string& fileName() const noexcept;
     // For composites, whose store() gives the value to its parts.
     void countRow() noexcept { ++rows_; }
@@ -75,9 +77,9 @@ class SMF_FieldEncoder {
 
 // --- Registry.
 using SMF_EncoderFactory = std::shared_ptr<SMF_FieldEncoder> (*)();
-template <class Encoder>
+template <class Encoder, auto... Arguments>
 std::shared_ptr<SMF_FieldEncoder> SMF_MakeEncoder() {
-    return std::make_shared<Encoder>();
+    return std::make_shared<Encoder>(Arguments...);
 }
 struct SMF_EncoderRegistration {
     SMF_EncoderRegistration(const char* key, SMF_EncoderFactory factory);

@@ -26,6 +26,7 @@ class SMF_FlagField final : public SMF_FieldOf<SMF_FlagValue, SMF_FlagDecoder> {
     void assignObject(const IPE_Object& value) override;
     int displayKind() const noexcept override { return 1; }
     int32_t typeNumber() const noexcept override { return SMF_TypeFlag; }
+    const SMF_FlagValue& get();  // a fixed field answers from the fixed value
     const SMF_FlagData& data() const noexcept { return static_cast<const SMF_FlagData&>(*meta_->data); }
 
   protected:

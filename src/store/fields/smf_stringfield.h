@@ -12,7 +12,8 @@
 class SMF_StringField final : public SMF_Field {
   public:
     using SMF_Field::SMF_Field;
-    // With the tag `API` the result of the named function of the `api` namespace, called with the text;
+    // The fixed value; else, with the tag `API`, the result of the named function of the running script's
+    // namespace `api`, called with the text (without the namespace the tag does nothing); else the text,
     // masked by Transform.
     IPE_Object asObject() override;
     std::string asText() override { return std::string(view()); }
@@ -34,7 +35,9 @@ class SMF_StringField final : public SMF_Field {
     std::string text_;
 };
 
-// The masks, of valid UTF-8 text: see docs/store-format.md.
+// The masks of a text: its first and last character with eight of its SHA-1 digest between them, in Base64. A
+// file's mask keeps what stands behind the last dot, up to 16 characters. A byte that is not UTF-8 counts as
+// one character.
 std::string SMF_FileMask(std::string_view text);
 std::string SMF_PathMask(std::string_view text);
 

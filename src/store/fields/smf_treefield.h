@@ -52,7 +52,13 @@ class SMF_Tree : public SMF_FieldHandle {
     // The text form; valid until the next call.
     std::string_view text() const;
     void set(std::string_view text) const;
+    // As SMF_HandleOf::span: rows of one run share one array of components.
+    std::span<const SMF_TreeValue> span(size_t limit = SIZE_MAX) const;
+    // Null when there is no plain column behind the handle; get() serves then.
+    SMF_TreeDecoder* decoder() const noexcept { return decoder_; }
 
   private:
+    void attached() override;
+    SMF_TreeDecoder* decoder_ = nullptr;
     mutable std::string text_;
 };

@@ -1,0 +1,71 @@
+// Symbols, looked up by an open-addressed table of hashes with linear probing.
+#include "store/smf_symboltable.h"
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+namespace {
+
+uint64_t mix(uint64_t value) noexcept {
+    auto product = static_cast<unsigned __int128>(value) * 0x9E3779B97F4A7C15u;
+    return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+}
+
+uint32_t hashOf(std::string_view text) noexcept {
+    static const uint64_t seed = std::random_device()() * 0xD6E8FEB86659FD93u + std::random_device()();
+    uint64_t hash = seed ^ text.size();
+    const char* at = text.data();
+    size_t left = text.size();
+    for (; left > 8; at += 8, left -= 8) {
+        uint64_t word;
+        std::memcpy(&word, at, 8);
+        hash = mix(hash ^ word);
+    }
+    uint64_t word = 0;
+    std::memcpy(&word, at, left);
+    return static_cast<uint32_t>(mix(mix(hash ^ word) ^ seed) >> 32);
+}
+
+}  // namespace
+
+SMF_SymbolTable::SMF_SymbolTable() : slots_(FirstSlots), texts_(1) {}
+
+std::string_view SMF_SymbolTable::copy(std::string_view text) {
+    if (text.size() > left_) {
+        left_ = std::max(text.size(), PieceSize);
+        pieces_.push_back(std::make_unique<char[]>(left_));
+        next_ = pieces_.back().get();
+    }
+    std::memcpy(next_, text.data(), text.size());
+    std::string_view own(next_, text.size());
+    next_ += text.size();
+    left_ -= text.size();
+    bytes_ += text.size();
+    return own;
+}
+
+void SMF_SymbolTable::grow() {
+    std::vector<Slot> old(slots_.size() * 2);
+    old.swap(slots_);
+    size_t mask = slots_.size() - 1;
+    for (const Slot& slot : old) {
+        if (slot.id == 0) continue;
+        size_t i = slot.hash & mask;
+        while (slots_[i].id != 0) i = (i + 1) & mask;
+        slots_[i] = slot;
+    }
+}
+
+uint32_t SMF_SymbolTable::idOf(std::string_view text) {
+    if (text.empty()) return 0;
+    uint32_t hash = hashOf(text);
+    if (texts_.size() * 2 > slots_.size()) grow();
+    size_t mask = slots_.size() - 1;
+    size_t i = hash & mask;
+    for (; slots_[i].id != 0; i = (i + 1) & mask)
+        if (slots_[i].hash == hash && texts_[slots_[i].id] == text) return slots_[i].id;
+    texts_.push_back(copy(text));
+    slots_[i] = {hash, static_cast<uint32_t>(texts_.size() - 1)};
+    return slots_[i].id;
+}
