@@ -151,9 +151,10 @@ char* SMF_StringDecoder::keepRoom(size_t size) {
             roomNext_ = piece_.get();
             roomLeft_ = PieceSize;
         } else {
-            roomLeft_ = std::max(size, PieceSize);
-            morePieces_.push_back(std::make_unique_for_overwrite<char[]>(roomLeft_));
+            size_t piece = std::max(size, PieceSize);
+            morePieces_.push_back(std::make_unique_for_overwrite<char[]>(piece));
             roomNext_ = morePieces_.back().get();
+            roomLeft_ = piece;
         }
     }
     char* room = roomNext_;

@@ -33,9 +33,10 @@ SMF_SymbolTable::SMF_SymbolTable() : slots_(FirstSlots), texts_(1) {}
 
 std::string_view SMF_SymbolTable::copy(std::string_view text) {
     if (text.size() > left_) {
-        left_ = std::max(text.size(), PieceSize);
-        pieces_.push_back(std::make_unique<char[]>(left_));
+        size_t size = std::max(text.size(), PieceSize);
+        pieces_.push_back(std::make_unique_for_overwrite<char[]>(size));
         next_ = pieces_.back().get();
+        left_ = size;
     }
     std::memcpy(next_, text.data(), text.size());
     std::string_view own(next_, text.size());
