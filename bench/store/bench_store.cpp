@@ -1,9 +1,10 @@
-// The store's benchmark: writes the table, answers the questions through handles, and prints the table as CSV for
-// the peers. bench/store.py runs it beside them and compares answers and times.
+// The store's benchmark: writes the table, answers the questions through handles, and prints the table as CSV
+// for the peers. bench/store.py runs it beside them and compares answers and times.
 //
 //   bench_store write FILE [--zlib] [--files N]   prints {"seconds": S, "bytes": B, "rows": N}
 //   bench_store csv FILE [--files N]              CSV with a header line
 //   bench_store query FILE [--rounds N]           prints {"question": {"ms": best, "answer": text}, ...}
+#include <sys/stat.h>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -11,10 +12,10 @@
 #include <cstring>
 #include <functional>
 #include <map>
-#include <sys/stat.h>
 #include <unordered_map>
 
 #include "generator.h"
+#include "runtime/xpk_exception.h"
 #include "store/fields/smf_datetimefield.h"
 #include "store/fields/smf_i32field.h"
 #include "store/fields/smf_i64field.h"
@@ -88,8 +89,8 @@ int write(const char* path, bool zlib, int64_t files) {
     double seconds = secondsSince(begin);
     struct stat status {};
     ::stat(path, &status);
-    std::printf("{\"seconds\": %.3f, \"bytes\": %lld, \"rows\": %lld}\n", seconds, static_cast<long long>(status.st_size),
-                static_cast<long long>(files));
+    std::printf("{\"seconds\": %.3f, \"bytes\": %lld, \"rows\": %lld}\n", seconds,
+                static_cast<long long>(status.st_size), static_cast<long long>(files));
     return 0;
 }
 
@@ -131,7 +132,8 @@ std::string sums(SMF_ReaderTable& table, Columns& c) {
 template <class Value>
 class BySymbol {
   public:
-    Value& at(const SMF_StringDecoder& decoder, uint32_t symbol, const std::function<Value(std::string_view)>& make) {
+    Value& at(const SMF_StringDecoder& decoder, uint32_t symbol,
+              const std::function<Value(std::string_view)>& make) {
         if (epoch_ != decoder.symbolEpoch()) {
             epoch_ = decoder.symbolEpoch();
             values_.clear();
@@ -170,7 +172,8 @@ std::string byExtension(SMF_ReaderTable& table, Columns& c) {
     BySymbol<uint32_t> bySymbol;
     const SMF_StringDecoder& names = *c.name.decoder();
     auto groupOf = [&](std::string_view symbol) {
-        auto [at, added] = index.try_emplace(lower(symbol.empty() ? symbol : symbol.substr(1)), groups.size());
+        auto [at, added] =
+            index.try_emplace(lower(symbol.empty() ? symbol : symbol.substr(1)), groups.size());
         if (added) groups.emplace_back();
         return static_cast<uint32_t>(at->second);
     };
@@ -188,8 +191,8 @@ std::string byExtension(SMF_ReaderTable& table, Columns& c) {
     });
     std::string out;
     for (const auto& [name, group] : index)
-        out += name + " " + std::to_string(groups[group].count) + " " + std::to_string(groups[group].size) + " " +
-               std::to_string(groups[group].space) + "\n";
+        out += name + " " + std::to_string(groups[group].count) + " " + std::to_string(groups[group].size) +
+               " " + std::to_string(groups[group].space) + "\n";
     return out;
 }
 
@@ -208,13 +211,16 @@ std::string byDay(SMF_ReaderTable& table, Columns& c) {
     return std::to_string(count) + " days " + std::to_string(check);
 }
 
-// The 200 largest jpg files of twenty owners, modified since 2015. Cheap columns first; the name is looked at last.
+// The 200 largest jpg files of twenty owners, modified since 2015. Cheap columns first; the name is looked at
+// last.
 std::string largest(SMF_ReaderTable& table, Columns& c) {
     constexpr size_t Wanted = 200;
     std::vector<std::pair<int64_t, int64_t>> heap;  // size, -row: a min-heap of the best
     auto less = [](const auto& x, const auto& y) { return x > y; };
     BySymbol<char> ownerWanted, extensionWanted;
-    auto owner = [](std::string_view name) { return static_cast<char>(name.size() > 9 && name[name.size() - 1] == '7'); };
+    auto owner = [](std::string_view name) {
+        return static_cast<char>(name.size() > 9 && name[name.size() - 1] == '7');
+    };
     auto extension = [](std::string_view symbol) { return static_cast<char>(lower(symbol) == ".jpg"); };
     SMF_DateValue since{1, 1, 2015};
     eachStretch(table, [&] {
@@ -268,7 +274,8 @@ std::string oneFolder(SMF_ReaderTable& table, Columns& c) {
         (c.folder.get() < Wanted ? low : high) = middle;
     }
     int64_t count = 0, size = 0, letters = 0;
-    for (table.seek(high - 1), table.next(); table.position() <= table.rows() && c.folder.get() == Wanted; table.next()) {
+    for (table.seek(high - 1), table.next(); table.position() <= table.rows() && c.folder.get() == Wanted;
+         table.next()) {
         ++count;
         size += c.size.get();
         letters += static_cast<int64_t>(c.name.get().size());
@@ -349,6 +356,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s: %s\n", e.type().c_str(), e.message().c_str());
         return 1;
     }
-    std::fprintf(stderr, "usage: bench_store write|csv|query FILE [--zlib] [--files N] [--rounds N] [--only QUESTION]\n");
+    std::fprintf(
+        stderr,
+        "usage: bench_store write|csv|query FILE [--zlib] [--files N] [--rounds N] [--only QUESTION]\n");
     return 2;
 }

@@ -51,7 +51,8 @@ class Generator {
         file.size = static_cast<int64_t>(std::exp(unit() * std::log(1e10)));
         file.space = (file.size + 4095) / 4096 * 4096;
         file.created = Epoch + static_cast<int64_t>(unit() * static_cast<double>(Span));
-        file.modified = file.created + static_cast<int64_t>(unit() * static_cast<double>(Epoch + Span - file.created));
+        file.modified =
+            file.created + static_cast<int64_t>(unit() * static_cast<double>(Epoch + Span - file.created));
         file.accessed =
             file.modified + static_cast<int64_t>(unit() * static_cast<double>(Epoch + Span - file.modified));
         // The files of one folder mostly have one owner.
@@ -66,7 +67,8 @@ class Generator {
         std::string path = word(static_cast<uint64_t>(folder) / 4096);
         uint64_t rest = static_cast<uint64_t>(folder);
         for (uint64_t level = 0, depth = 1 + hash(rest) % 7; level < depth; ++level)
-            path += "." + word(hash(rest / (1u << (12 - level)) + level)) + std::to_string(rest >> (12 - level) & 15);
+            path += std::string(".") + word(hash(rest / (1u << (12 - level)) + level)) +
+                    std::to_string(rest >> (12 - level) & 15);
         return path;
     }
 
@@ -74,7 +76,8 @@ class Generator {
         // Civil date of a day number, after H. Hinnant, "chrono-compatible low-level date algorithms".
         int64_t days = seconds / 86400, clock = seconds % 86400, z = days + 719468;
         int64_t era = z / 146097, doe = z - era * 146097;
-        int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365, doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+        int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365,
+                doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
         int64_t mp = (5 * doy + 2) / 153, month = mp < 10 ? mp + 3 : mp - 9;
         SMF_DateTimeValue value;
         value.date = {static_cast<int8_t>(doy - (153 * mp + 2) / 5 + 1), static_cast<int8_t>(month),
@@ -96,17 +99,19 @@ class Generator {
     double unit() { return static_cast<double>(draw() >> 3) / static_cast<double>(uint64_t{1} << 53); }
 
     static const char* word(uint64_t n) {
-        static const char* const words[] = {"report", "draft",  "invoice", "photo",  "budget", "notes",  "backup", "minutes",
-                                            "summary", "data",   "image",   "scan",   "letter", "plan",   "model",  "export",
-                                            "design",  "review", "log",     "index",  "config", "readme", "master", "copy",
-                                            "final",   "old",    "project", "client", "team",   "audit",  "sales",  "survey"};
+        static const char* const words[] = {
+            "report",  "draft",  "invoice", "photo",  "budget", "notes",  "backup", "minutes",
+            "summary", "data",   "image",   "scan",   "letter", "plan",   "model",  "export",
+            "design",  "review", "log",     "index",  "config", "readme", "master", "copy",
+            "final",   "old",    "project", "client", "team",   "audit",  "sales",  "survey"};
         return words[n % 32];
     }
 
     void name(std::string& out) {
-        static const char* const extensions[] = {"txt", "doc",  "docx", "xls", "xlsx", "pdf", "jpg", "JPG",  "png", "gif",
-                                                 "tif", "mp3",  "mp4",  "avi", "zip",  "gz",  "log", "xml",  "html", "css",
-                                                 "js",  "json", "csv",  "dat", "bak",  "tmp", "exe", "dll",  "PDF", "iso"};
+        static const char* const extensions[] = {"txt", "doc", "docx", "xls", "xlsx", "pdf",  "jpg", "JPG",
+                                                 "png", "gif", "tif",  "mp3", "mp4",  "avi",  "zip", "gz",
+                                                 "log", "xml", "html", "css", "js",   "json", "csv", "dat",
+                                                 "bak", "tmp", "exe",  "dll", "PDF",  "iso"};
         out = word(draw());
         if (draw() % 2) out.append(draw() % 2 ? "_" : " ").append(word(draw()));
         if (draw() % 4) out += std::to_string(draw() % 10000);

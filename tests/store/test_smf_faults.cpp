@@ -179,12 +179,12 @@ TEST(Faults, KilledWriters) {
         if (child == 0) {
             SMF_Writer writer;
             writer.open(path);
-            every_codec::fill(writer, 3000, 100);
+            every_codec::fill(writer, 6000, 100);
             writer.close();
             ::pause();
             ::_exit(0);
         }
-        ::usleep(static_cast<useconds_t>(std::rand() % 60000));
+        ::usleep(static_cast<useconds_t>(std::rand() % 30000));
         ::kill(child, SIGKILL);
         int status = 0;
         ASSERT_EQ(::waitpid(child, &status, 0), child);

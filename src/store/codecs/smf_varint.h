@@ -41,9 +41,14 @@ inline size_t SMF_PutSigned(int64_t value, uint8_t* out) {
 uint64_t SMF_GetUnsigned(SMF_ByteCursor& in);
 int64_t SMF_GetSigned(SMF_ByteCursor& in);
 
-// Fills `out` with `count` signed numbers from `in`: wide steps while at least 32 bytes are at hand, else
-// byte by byte. `done` counts the numbers that are complete when it raises.
-void SMF_GetSignedRun(SMF_ByteCursor& in, int64_t* out, uint32_t count, uint32_t& done);
-void SMF_GetSignedRun(SMF_ByteCursor& in, int32_t* out, uint32_t count, uint32_t& done);
-// The same without wide steps: what the wide one must agree with.
-void SMF_GetSignedRunScalar(SMF_ByteCursor& in, int64_t* out, uint32_t count, uint32_t& done);
+// How many bytes a reader looks at together. All give the same numbers.
+enum class SMF_Width { Scalar, Avx2, Avx512 };
+// The widest that this processor has.
+SMF_Width SMF_BestWidth() noexcept;
+
+// Fills `out` with `count` signed numbers from `in`: wide steps while enough bytes are at hand, else byte by
+// byte. `done` counts the numbers that are complete when it raises.
+void SMF_GetSignedRun(SMF_ByteCursor& in, int64_t* out, uint32_t count, uint32_t& done,
+                      SMF_Width width = SMF_BestWidth());
+void SMF_GetSignedRun(SMF_ByteCursor& in, int32_t* out, uint32_t count, uint32_t& done,
+                      SMF_Width width = SMF_BestWidth());
