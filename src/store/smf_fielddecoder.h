@@ -57,6 +57,8 @@ struct SMF_Batch : SMF_BatchRange {
 class SMF_FieldDecoder {
   public:
     static constexpr uint32_t BatchRows = 2048;
+    // Behind a batch's array lie so many values that a loop with wide stores may write over.
+    static constexpr uint32_t SpareRows = 8;
 
     virtual ~SMF_FieldDecoder();
     SMF_FieldDecoder(const SMF_FieldDecoder&) = delete;
@@ -135,7 +137,7 @@ class SMF_DecoderOf : public SMF_FieldDecoder {
     const SMF_Batch<Value>& batch() const noexcept { return values_; }
 
   protected:
-    SMF_DecoderOf() : SMF_FieldDecoder(values_), array_(new Value[BatchRows]()) {
+    SMF_DecoderOf() : SMF_FieldDecoder(values_), array_(new Value[BatchRows + SpareRows]()) {
         values_.values = array_.get();
     }
     Value* array() noexcept { return array_.get(); }

@@ -47,13 +47,13 @@ class Decoder final : public SMF_DateDecoder {
     uint32_t pageSize() const noexcept override { return SMF_NumberPage; }
 
     void decodeRows(uint32_t rows) override {
-        uint32_t done = run_.fill(array(), 0, rows, BatchRows);
+        uint32_t done = run_.fill(array(), 0, rows);
         while (done < rows) {
             done = decodeAtHand(done, rows);
             batch_.count = done;
             if (done == rows) break;
             readRun();
-            done = run_.fill(array(), done, rows, BatchRows);
+            done = run_.fill(array(), done, rows);
         }
         batch_.count = done;
     }
@@ -76,17 +76,25 @@ class Decoder final : public SMF_DateDecoder {
     uint32_t decodeAtHand(uint32_t done, uint32_t rows) {
         const uint8_t* at = in().cursor();
         const uint8_t* limit = in().limit();
+        SMF_DateValue* out = array();
         SMF_RunRest run;
         while (done < rows && static_cast<size_t>(limit - at) >= Longest) {
-            uint32_t& entry = table_[at[1] & 0x7F];
-            bool fresh = at[1] >= 0x80;
-            uint32_t word = fresh ? SMF_LoadWord(at + 2) : entry;
-            if (at[0] == 0 || !SMF_IsDate(word)) [[unlikely]]
-                break;
-            entry = word;
-            run = {at[0], word};
-            at += fresh ? Longest : 2;
-            done = run.fill(array(), done, rows, BatchRows);
+            unsigned count = at[0], code = at[1];
+            uint32_t word;
+            if (code < 0x80) {
+                word = table_[code];
+                if (word == Unset || count == 0) [[unlikely]]
+                    break;
+                at += 2;
+            } else {
+                word = SMF_LoadWord(at + 2);
+                if (!SMF_IsDate(word) || count == 0) [[unlikely]]
+                    break;
+                table_[code & 0x7F] = word;
+                at += Longest;
+            }
+            run = {count, word};
+            done = run.fill(out, done, rows);
         }
         if (run.left > 0) run_ = run;
         in().advanceTo(at);

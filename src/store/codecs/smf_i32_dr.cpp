@@ -51,7 +51,7 @@ class Decoder final : public SMF_I32Decoder {
     uint32_t pageSize() const noexcept override { return SMF_NumberPage; }
 
     void decodeRows(uint32_t rows) override {
-        uint32_t done = run_.fill(array(), 0, rows, BatchRows);
+        uint32_t done = run_.fill(array(), 0, rows);
         while (done < rows) {
             done = decodeAtHand(done, rows);
             batch_.count = done;
@@ -60,7 +60,7 @@ class Decoder final : public SMF_I32Decoder {
             if (count == 0) SMF_IllegalData(fileName());
             run_.word = static_cast<uint32_t>(SMF_GetUnsigned(in()));
             run_.left = count;
-            done = run_.fill(array(), done, rows, BatchRows);
+            done = run_.fill(array(), done, rows);
         }
         batch_.count = done;
     }
@@ -81,7 +81,7 @@ class Decoder final : public SMF_I32Decoder {
             run.left = at[0];
             run.word = static_cast<uint32_t>(joinGroups(word));
             at += 2 + std::countr_zero(ends) / 8;
-            done = run.fill(array(), done, rows, BatchRows);
+            done = run.fill(array(), done, rows);
         }
         if (run.left > 0) run_ = run;
         in().advanceTo(at);

@@ -50,14 +50,15 @@ struct SMF_RunRest {
     uint32_t left = 0;
     uint32_t word = 0;
 
-    // Fills `out` from `done` on with as much of the run as fits below `rows`. Values behind what counts may
-    // be written too, below `capacity`: most runs are short, and two wide stores cost less than a loop.
+    // Fills `out` from `done` on with as much of the run as fits below `rows`; the new `done`. Up to
+    // SMF_FieldDecoder::SpareRows values behind what counts may be written over: most runs are short, and two
+    // wide stores cost less than a loop.
     template <class Value>
-    uint32_t fill(Value* out, uint32_t done, uint32_t rows, uint32_t capacity) noexcept {
+    uint32_t fill(Value* out, uint32_t done, uint32_t rows) noexcept {
         static_assert(sizeof(Value) == 4);
         uint32_t count = std::min(left, rows - done);
         left -= count;
-        if (count <= 8 && capacity - done >= 8) [[likely]] {
+        if (count <= 8) [[likely]] {
             using Words = uint32_t __attribute__((vector_size(16)));
             Words four = {word, word, word, word};
             std::memcpy(reinterpret_cast<unsigned char*>(out + done), &four, 16);

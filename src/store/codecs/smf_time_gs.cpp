@@ -46,7 +46,7 @@ class Decoder final : public SMF_TimeDecoder {
     uint32_t pageSize() const noexcept override { return SMF_NumberPage; }
 
     void decodeRows(uint32_t rows) override {
-        uint32_t done = run_.fill(array(), 0, rows, BatchRows);
+        uint32_t done = run_.fill(array(), 0, rows);
         while (done < rows) {
             if (entry_ == PageEntries) done = decodeSingles(done, rows);
             batch_.count = done;
@@ -87,7 +87,7 @@ class Decoder final : public SMF_TimeDecoder {
                 batch_.count = done;
                 SMF_IllegalData(fileName());
             }
-            done = run.fill(array(), done, rows, BatchRows);
+            done = run.fill(array(), done, rows);
         }
         entry_ = entry;
         run_ = run;
