@@ -16,6 +16,8 @@ struct Case {
     int32_t type;
     // Value number `i` of pattern `pattern` as a script value.
     IPE_Object (*value)(int pattern, int64_t i);
+    // Further tags of the field, as a literal's keys and texts.
+    std::initializer_list<std::pair<const char*, const char*>> tags = {};
 };
 
 enum Pattern {
@@ -62,6 +64,7 @@ inline std::shared_ptr<std::string> storeOf(const Case& c, int pattern, int64_t 
         SMF_WriterTable table("memory.smf");
         IPE_Object tags = IPE_NewDict();
         tags.as<IPE_DictType>()->setText("Format", IPE_String(c.format));
+        for (const auto& [key, text] : c.tags) tags.as<IPE_DictType>()->setText(key, IPE_String(text));
         table.addField("Value", c.type, tags);
         table.create("T", writer, block, zero);
         for (int64_t i = 0; i < rows; ++i) {
