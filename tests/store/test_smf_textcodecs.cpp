@@ -51,9 +51,9 @@ const Case cases[] = {
     {"ASBE", "", SMF_TypeString, textOf},
     {"ADBE", "D", SMF_TypeString, textOf},
     {"AFBE", "F", SMF_TypeString, nameOf},
-    {"ISBE", "", SMF_TypeTree, treeOf, {{"R", "T"}}},
-    {"HSAE", "", SMF_TypeFlag, flagsOf, {{"SN", NineFlags}}},
-    {"HDAE", "D", SMF_TypeFlag, flagsOf, {{"SN", NineFlags}}},
+    {"ISBE", "", SMF_TypeTree, treeOf, nullptr, {{"R", "T"}}},
+    {"HSAE", "", SMF_TypeFlag, flagsOf, nullptr, {{"SN", NineFlags}}},
+    {"HDAE", "D", SMF_TypeFlag, flagsOf, nullptr, {{"SN", NineFlags}}},
 };
 
 const OneCodec::Tags Reversed = {{"R", IPE_String("T")}};
