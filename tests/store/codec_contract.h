@@ -18,6 +18,8 @@ struct Case {
     IPE_Object (*value)(int pattern, int64_t i);
     // What it reads back as; null when that is the value itself.
     IPE_Object (*read)(int pattern, int64_t i) = nullptr;
+    // Further tags of the field.
+    std::initializer_list<std::pair<const char*, const char*>> tags = {};
     IPE_Object expected(int pattern, int64_t i) const { return (read ? read : value)(pattern, i); }
 };
 
@@ -65,6 +67,7 @@ inline std::shared_ptr<std::string> storeOf(const Case& c, int pattern, int64_t 
         SMF_WriterTable table("memory.smf");
         IPE_Object tags = IPE_NewDict();
         tags.as<IPE_DictType>()->setText("Format", IPE_String(c.format));
+        for (const auto& [key, text] : c.tags) tags.as<IPE_DictType>()->setText(key, IPE_String(text));
         table.addField("Value", c.type, tags);
         table.create("T", writer, block, zero);
         for (int64_t i = 0; i < rows; ++i) {

@@ -45,22 +45,30 @@ class Decoder final : public SMF_StringDecoder {
     void decodeRows(uint32_t rows) override {
         uint32_t n = 0;
         do {
-            batch_.count = n = known(n, rows);
+            batch_.count = n = inSight(n, rows);
             if (n == rows) break;
             array()[n] = {"", 0, next()};
             batch_.count = ++n;
         } while (n < rows && !isFull());
     }
 
-    // References, up to the first new entry.
-    uint32_t known(uint32_t n, uint32_t rows) {
+    // References, and new entries of less than 128 bytes that lie wholly in the block.
+    uint32_t inSight(uint32_t n, uint32_t rows) {
         SMF_TextValue* out = array();
         const uint8_t* at = in().cursor();
         const uint8_t* limit = in().limit();
-        for (; n < rows && at < limit; ++at) {
-            uint32_t symbol = entries_[*at];
-            if (symbol == NoSymbol) break;
+        while (n < rows && at < limit) {
+            uint8_t code = *at;
+            uint32_t symbol = entries_[code];
+            size_t size = 1;
+            if (symbol == NoSymbol) {
+                if (code < 0x80 || oem_ || limit - at < 2 || at[1] >= 0x80 || limit - at < 2 + at[1]) break;
+                symbol = intern({reinterpret_cast<const char*>(at + 2), at[1]});
+                entries_[code & 0x7F] = symbol;
+                size = size_t{2} + at[1];
+            }
             out[n++] = {"", 0, symbol};
+            at += size;
         }
         in().advanceTo(at);
         return n;

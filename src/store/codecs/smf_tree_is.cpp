@@ -16,9 +16,8 @@
 #include <algorithm>
 #include <array>
 
-#include "store/codecs/smf_agingtable.h"
-#include "store/codecs/smf_hashchains.h"
 #include "store/codecs/smf_oemtext.h"
+#include "store/codecs/smf_treetables.h"
 #include "store/fields/smf_treefield.h"
 #include "store/smf_error.h"
 #include "store/smf_fielddecoder.h"
@@ -29,93 +28,9 @@ namespace {
 using Parts = std::span<const std::string_view>;
 
 constexpr uint32_t LongestRun = 250;
-constexpr size_t LongText = 64;
-constexpr uint8_t FirstShort = 1, LastShort = 0x77, FirstLong = 0x78, LastLong = 0x7F;
-constexpr size_t Entries = 128;
+constexpr size_t Entries = SMF_TreeEntries;
 constexpr size_t MostInBranch = SMF_TreeField::MostComponents - 1;
 constexpr size_t PieceSize = 4096;  // written at once: never more than a block
-
-// The ids of a branch's components.
-struct Ids {
-    uint8_t count = 0;
-    std::array<uint8_t, SMF_TreeField::MostComponents> ids;
-    std::string_view view() const noexcept { return {reinterpret_cast<const char*>(ids.data()), count}; }
-    void add(uint8_t id) noexcept { ids[count++] = id; }
-};
-
-// The string table of the encoder.
-class Strings {
-  public:
-    void clear() noexcept {
-        chains_.clear();
-        overflowing_ = false;
-        nextShort_ = FirstShort;
-        nextLong_ = FirstLong;
-    }
-    int find(std::string_view text) const { return find(text, SMF_KeyHash()(text)); }
-    // The entry of a text. `isNew`: it has just been given the text.
-    uint8_t place(std::string_view text, bool& isNew) {
-        uint32_t hash = SMF_KeyHash()(text);
-        // A text in entry 0 is no hit: only its zone is searched. Its zone is full then, and entry 0 is
-        // written again.
-        int known = find(text, hash);
-        isNew = known <= 0;
-        if (!isNew) return static_cast<uint8_t>(known);
-        uint8_t entry = 0;
-        if (text.size() < LongText) {
-            if (nextShort_ <= LastShort) entry = nextShort_++;
-        } else if (nextLong_ <= LastLong) {
-            entry = nextLong_++;
-        }
-        if (entry == 0) {
-            if (overflowing_) chains_.remove(0);
-            overflowing_ = true;
-        }
-        texts_[entry] = text;
-        chains_.insert(entry, hash);
-        return entry;
-    }
-
-  private:
-    int find(std::string_view text, uint32_t hash) const {
-        return chains_.find(hash, [&](uint8_t entry) { return texts_[entry] == text; });
-    }
-    SMF_HashChains chains_;
-    std::array<std::string, Entries> texts_;
-    bool overflowing_ = false;
-    uint8_t nextShort_ = FirstShort, nextLong_ = FirstLong;
-};
-
-// The branch table of the encoder.
-class Branches {
-  public:
-    void clear() noexcept {
-        chains_.clear();
-        filled_ = next_ = 0;
-    }
-    int find(const Ids& wanted) const {
-        return chains_.find(hashOf(wanted),
-                            [&](uint8_t entry) { return branches_[entry].view() == wanted.view(); });
-    }
-    // The entry that the next new branch takes.
-    uint8_t next() const noexcept { return next_; }
-    void fillNext(const Ids& branch) {
-        if (filled_ == Entries)
-            chains_.remove(next_);
-        else
-            ++filled_;
-        branches_[next_] = branch;
-        chains_.insert(next_, hashOf(branch));
-        next_ = static_cast<uint8_t>((next_ + 1) % Entries);
-    }
-
-  private:
-    static uint32_t hashOf(const Ids& branch) { return SMF_KeyHash()(branch.view()); }
-    SMF_HashChains chains_;
-    std::array<Ids, Entries> branches_;
-    size_t filled_ = 0;
-    uint8_t next_ = 0;
-};
 
 class Encoder final : public SMF_FieldEncoder {
   public:
@@ -193,7 +108,7 @@ class Encoder final : public SMF_FieldEncoder {
     }
 
     void writeBranch(Parts parts) {
-        Ids known;
+        SMF_BranchIds known;
         for (std::string_view part : parts) {
             int entry = strings_.find(part);
             if (entry < 0) break;
@@ -204,7 +119,7 @@ class Encoder final : public SMF_FieldEncoder {
                 return out().writeByte(static_cast<uint8_t>(entry));
         out().writeByte(branches_.next() | 0x80);
         out().writeByte(static_cast<uint8_t>(parts.size()));
-        Ids ids;
+        SMF_BranchIds ids;
         for (std::string_view part : parts) ids.add(emit(part));
         branches_.fillNext(ids);
     }
@@ -214,8 +129,8 @@ class Encoder final : public SMF_FieldEncoder {
     uint32_t count_ = 0;
     std::string previousText_;
     std::vector<std::string_view> previous_;
-    Strings strings_;
-    Branches branches_;
+    SMF_TreeStrings strings_;
+    SMF_TreeBranches branches_;
 };
 
 // --- Reading.
@@ -244,7 +159,7 @@ class Decoder final : public SMF_TreeDecoder {
         bool isSet = false;
     };
     struct Branch {
-        Ids ids;
+        SMF_BranchIds ids;
         bool isSet = false;
     };
     static constexpr size_t BatchBytes = 1 << 22;  // of texts kept aside: the batch ends then
