@@ -38,6 +38,9 @@ class SMF_FieldHandle {
     const SMF_FieldMeta& meta() const;
     SMF_Field& field() const;
 
+    // The row that reads take their value from, from 1; 0 when there is none.
+    int64_t row() const noexcept { return data_->loadRow; }
+
     // Through the value object.
     int64_t as64() const { return field().as64(); }
     IPE_Object asObject() const { return field().asObject(); }

@@ -123,7 +123,7 @@ IPE_RE::IPE_RE(const IPE_Object& source, const IPE_Arguments& arguments)
     for (const OptionKeyword& keyword : OptionKeywords)
         if (arguments.hasKeyword(keyword.name)) options |= keyword.option;
 
-    std::string pattern = takeOptions(untilNul(source->c_str()));
+    std::string pattern = IPE_TakePatternOptions(untilNul(source->c_str()), invert_);
     bool inStretches = !(options & PCRE2_FIRSTLINE) && pattern.find("(*") == std::string::npos &&
                        pattern.find("\\G") == std::string::npos;
     if (inStretches) options |= PCRE2_USE_OFFSET_LIMIT;
@@ -157,7 +157,7 @@ IPE_RE::IPE_RE(const IPE_Object& source, const IPE_Arguments& arguments)
 
 IPE_RE::~IPE_RE() = default;
 
-std::string IPE_RE::takeOptions(std::string_view pattern) {
+std::string IPE_TakePatternOptions(std::string_view pattern, bool& invert) {
     size_t mark = pattern.find(OptionMark);
     std::string result(pattern.substr(0, mark));
     while (mark != std::string_view::npos) {
@@ -165,7 +165,7 @@ std::string IPE_RE::takeOptions(std::string_view pattern) {
         mark = pattern.find(OptionMark);
         std::string_view piece = pattern.substr(0, mark);
         size_t close = piece.find('}');
-        if (piece.substr(0, close) == "N") invert_ = true;
+        if (piece.substr(0, close) == "N") invert = true;
         if (close != std::string_view::npos) result += piece.substr(close + 1);
     }
     return result;

@@ -20,6 +20,9 @@
 
 #include "ipe/object/ipe_moduletype.h"
 
+// The pattern without its option blocks; `invert` is set when one of them reads "N".
+std::string IPE_TakePatternOptions(std::string_view pattern, bool& invert);
+
 class IPE_RE final : public IPE_ModuleType {
   public:
     static const char TypeName[];
@@ -49,7 +52,6 @@ class IPE_RE final : public IPE_ModuleType {
     struct Compiled;
     struct MatchMemory;
     static MatchMemory& memory();
-    std::string takeOptions(std::string_view pattern);
     int match(std::string_view text, bool pairs) const;
     int matchOnce(std::string_view text, size_t start, size_t limit, uint32_t options, bool pairs) const;
 

@@ -14,7 +14,7 @@ constexpr int MaximumNesting = 1000;
 
 class Reader {
   public:
-    explicit Reader(IPE_Tokenizer& source) : source_(source) {}
+    explicit Reader(IPE_TokenSource& source) : source_(source) {}
     IPE_Object value();
 
   private:
@@ -27,7 +27,7 @@ class Reader {
         if (++depth_ > MaximumNesting) source_.syntaxError("Nested too deeply");
         source_.next();
     }
-    IPE_Tokenizer& source_;
+    IPE_TokenSource& source_;
     int depth_ = 0;
 };
 
@@ -92,6 +92,8 @@ IPE_Object Reader::value() {
 }
 
 }  // namespace
+
+IPE_Object IPE_ReadLiteral(IPE_TokenSource& source) { return Reader(source).value(); }
 
 IPE_Object parse_literal(std::string_view text, bool packed, bool json) {
     std::string unpacked;

@@ -8,6 +8,11 @@
 
 #include "ipe/object/ipe_type.h"
 
+class IPE_TokenSource;
+
+// Reads the value that begins at the current token and moves past it; its faults are syntax errors of the
+// source.
+IPE_Object IPE_ReadLiteral(IPE_TokenSource& source);
 // Reads one value. A text that begins with "~", or any text when `packed` is set, is unpacked first; a
 // failure there is an assertion. `json` selects the JSON scanner. Anything but a literal raises
 // IPESyntaxException "$decode\n$position".

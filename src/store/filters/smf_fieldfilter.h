@@ -1,0 +1,102 @@
+// SMF_FieldFilter: one test on one field, and what the tests of all types share.
+//
+// A test reads its own piece of the query and then answers once for each row. Reading happens once and may
+// allocate; answering does not, beyond what the field's value takes.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "runtime/ipe_object.h"
+#include "store/smf_fieldhandle.h"
+
+class IPE_TokenSource;
+class SMF_FilterContext;
+
+// Where a test stands. The dictionary is that of the record filter and all filters nested in it.
+struct SMF_FilterScope {
+    SMF_Record& record;
+    SMF_FilterContext* context;  // may be null
+    IPE_Object variables;
+};
+
+class SMF_FieldFilter {
+  public:
+    virtual ~SMF_FieldFilter();
+    // Reads the test that begins at the current token, behind the field's name, and leaves the source at the
+    // first token that is not part of it. False when it read nothing. Faults are syntax errors of the source.
+    virtual bool parse(IPE_TokenSource& tokens, std::string_view name, int depth) = 0;
+    virtual void evaluate(bool& result) = 0;
+
+    // The answer depends on more than the stored data.
+    bool isNotCacheable() const noexcept { return notCacheable_; }
+    // evaluate() only adds to the accumulator and gives no answer.
+    bool measures() const noexcept { return measures_; }
+
+    SMF_FieldFilter(const SMF_FieldFilter&) = delete;
+    SMF_FieldFilter& operator=(const SMF_FieldFilter&) = delete;
+
+  protected:
+    // `index` is a field of the record. A writer's record is an assertion.
+    SMF_FieldFilter(const SMF_FilterScope& scope, int32_t index);
+    // Connects `handle` to the field that the current token names, and moves past it.
+    void connectOther(SMF_FieldHandle& handle, IPE_TokenSource& tokens) const;
+    // "Expecting ..." as a syntax error.
+    [[noreturn]] static void expecting(IPE_TokenSource& tokens, std::string_view what);
+
+    SMF_FilterScope scope_;
+    const SMF_RecordMeta& recordMeta_;
+    std::shared_ptr<SMF_FieldMeta> meta_;
+    bool notCacheable_ = false;
+    bool measures_ = false;
+};
+
+enum class SMF_Comparison : uint8_t { Equal, NotEqual, Less, LessEqual, Greater, GreaterEqual };
+
+template <class T>
+bool SMF_Compares(SMF_Comparison comparison, const T& left, const T& right) {
+    switch (comparison) {
+        case SMF_Comparison::Equal: return left == right;
+        case SMF_Comparison::NotEqual: return left != right;
+        case SMF_Comparison::Less: return left < right;
+        case SMF_Comparison::LessEqual: return left <= right;
+        case SMF_Comparison::Greater: return left > right;
+        case SMF_Comparison::GreaterEqual: return left >= right;
+    }
+    return false;
+}
+
+// --- Pieces of the query. Each moves past what it takes.
+
+// `=`, `==`, `<>`, `<`, `<=`, `>`, `>=`; with `words` also `eq`, `ne`, `lt`, `le`, `gt`, `ge`.
+std::optional<SMF_Comparison> SMF_TakeComparison(IPE_TokenSource& tokens, bool words);
+// The current token is this identifier, or a keyword of this text.
+bool SMF_AtWord(IPE_TokenSource& tokens, std::string_view word);
+bool SMF_TakeWord(IPE_TokenSource& tokens, std::string_view word);
+// The text of the current token if it can be a name in a list: an identifier, keyword, number or string
+// literal; empty for others. Does not move.
+std::string SMF_NameAt(IPE_TokenSource& tokens);
+// One name, or names between `[` and `]` separated by `,`: each is given to `each`, which raises for a bad
+// one, while it is the current token.
+void SMF_TakeNames(IPE_TokenSource& tokens, const std::function<void(const std::string&)>& each);
+// A number and the word behind it, as in "3 days" or "5MB"; without a word `unit` is empty. The current token
+// must be a number.
+struct SMF_Quantity {
+    std::string number, unit;
+};
+SMF_Quantity SMF_TakeQuantity(IPE_TokenSource& tokens);
+
+// --- Values.
+
+// The decimal number at the start of a text, at most INT64_MAX.
+int64_t SMF_DecimalOf(std::string_view text) noexcept;
+// Bounded to 64 bits.
+int64_t SMF_SaturatingAdd(int64_t a, int64_t b) noexcept;
+int64_t SMF_SaturatingMultiply(int64_t a, int64_t b) noexcept;
+// ASCII letters without regard to case.
+bool SMF_SameWord(std::string_view a, std::string_view b) noexcept;
+// The lower-case form, in `text` itself or in `buffer`.
+std::string_view SMF_Fold(std::string_view text, std::string& buffer);

@@ -1,0 +1,22 @@
+// SMF_I64Filter: a 64-bit number compared with a number, which may have a unit, or with another field.
+//
+//   Size >= 5MB       Size ne Space       Size < 10
+#pragma once
+
+#include "store/fields/smf_i64field.h"
+#include "store/filters/smf_fieldfilter.h"
+
+class SMF_I64Filter final : public SMF_FieldFilter {
+  public:
+    SMF_I64Filter(const SMF_FilterScope& scope, int32_t index);
+    bool parse(IPE_TokenSource& tokens, std::string_view name, int depth) override;
+    void evaluate(bool& result) override;
+
+  private:
+    void parseNumber(IPE_TokenSource& tokens);
+
+    SMF_I64 value_, other_;
+    SMF_Comparison comparison_ = SMF_Comparison::Equal;
+    int64_t number_ = 0;
+    bool field_ = false;
+};

@@ -1,0 +1,55 @@
+// SMF_TextMatcher: a regular expression over texts, above all over the rows of a column.
+//
+//   SMF_TextMatcher matcher("\\.iso$", true);
+//   ... for each row: if (matcher.matches(name)) ...
+//
+// The answers are those of the engine for each value. What every match must contain is looked for in a whole
+// decoded batch at once, and the engine sees only the rows that have it; a pattern that is plain text needs
+// no engine at all.
+//
+// Bytes that are no UTF-8 count as U+FFFD each. A match that takes more than a bounded number of steps raises
+// RuntimeException "The PCRE engine returned an error". Belongs to one thread.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "store/fields/smf_stringfield.h"
+#include "store/filters/smf_batchsearch.h"
+
+class SMF_TextMatcher {
+  public:
+    // Option blocks (IPE_TakePatternOptions) are taken out of the pattern unless `plain` is set. A pattern
+    // that is none raises InvalidRegularExpressionException "$message".
+    SMF_TextMatcher(std::string_view pattern, bool ignoreCase, bool plain = false);
+    ~SMF_TextMatcher();
+    SMF_TextMatcher(const SMF_TextMatcher&) = delete;
+    SMF_TextMatcher& operator=(const SMF_TextMatcher&) = delete;
+
+    // Both are inverted when the pattern has the option N.
+    bool matches(std::string_view text);
+    // The value of the handle's current row.
+    bool matches(const SMF_String& handle);
+    // False when the engine finds nothing in the current value nor in any part of it.
+    bool mayFind(const SMF_String& handle) { return look(handle) != SMF_BatchSearch::No; }
+    bool isInverted() const noexcept { return invert_; }
+
+  private:
+    struct Code;
+    struct Memory;
+    static Memory& memory();
+    SMF_BatchSearch::Answer look(const SMF_String& handle);
+    bool find(std::string_view text);
+    int findInStretches(std::string_view text);
+    std::unique_ptr<Code> compile(uint32_t options) const;
+
+    static constexpr uint32_t FewRows = 8;  // a batch of fewer is not searched
+    std::string pattern_;
+    bool ignoreCase_, invert_ = false;
+    bool sure_ = false;  // a text that contains the literal matches
+    std::optional<SMF_BatchSearch> search_;
+    std::unique_ptr<Code> code_, stretched_;
+    std::string repaired_;
+};
