@@ -25,7 +25,8 @@ void SMF_ReaderTableType::requireFree() const {
 
 IPE_Object SMF_ReaderTableType::get(const IPE_Object& key) {
     requireFree();
-    int64_t index = key.is<IPE_StringType>() ? fields_->__getitem__(key)->__int__() : key->__int__();
+    int64_t index = key.is<IPE_StringType>() ? IPE_Dict_GetInt64(fields_, PyString_SafeCast(key)->view())
+                                             : key->__int__();
     table_.meta().nameOf(index);  // "Field index out of range"
     return table_.asObject(index);
 }
