@@ -50,16 +50,17 @@ def options(arguments):
     if len(found["source"]) + len(found["resource"]) == 0: raise BundleUsage, "there is nothing to pack"
     return found
 
-def walk(folder, prefix, files):
-    "Appends (path, name) for all files below a folder, in the order of their names."
+def walk(folder, prefix, pattern, files):
+    "Appends (path, name) for all files below a folder that the pattern matches, in the order of their names."
     listing = fs("ls_details", [folder, "*"])
     for name in listing["file"].keys("A"):
         if type(name) <> "StringType": raise BundleError, folder + ": the name of a file is no text"
         kind = listing["file"][name]["mode"] / 4096
-        if kind == 8 or kind == 10: files.append((folder + "/" + name, prefix + name))
+        if kind == 8 or kind == 10:
+            if wildmatch(pattern, name): files.append((folder + "/" + name, prefix + name))
     for name in listing["path"].keys("A"):
         if type(name) <> "StringType": raise BundleError, folder + ": the name of a folder is no text"
-        walk(folder + "/" + name, prefix + name + "/", files)
+        walk(folder + "/" + name, prefix + name + "/", pattern, files)
 
 def is_folder(path):
     try:
@@ -68,11 +69,11 @@ def is_folder(path):
         return False
     return True
 
-def files_of(paths):
+def files_of(paths, pattern):
     files = []
     for path in paths:
         if is_folder(path):
-            walk(path, "", files)
+            walk(path, "", pattern, files)
         else:
             files.append((path, path.split("/")[-1]))
     return files
@@ -82,16 +83,15 @@ def modules(files, pack):
     rows = []
     origin = {}
     for path, name in files:
-        if wildmatch("*.py", name):
-            for module in interpreter("load", path):
-                if module in origin: raise BundleError, "the module " + module + " stands in " + origin[module] + " and in " + name
-                origin[module] = name
-                stored = eval(repr(interpreter("module_get", module)))
-                stored["file"] = name
-                if pack:
-                    rows.append(["~" + repr(stored, zlib=1)])
-                else:
-                    rows.append([repr(stored)])
+        for module in interpreter("load", path):
+            if module in origin: raise BundleError, "the module " + module + " stands in " + origin[module] + " and in " + name
+            origin[module] = name
+            stored = eval(repr(interpreter("module_get", module)))
+            stored["file"] = name
+            if pack:
+                rows.append(["~" + repr(stored, zlib=1)])
+            else:
+                rows.append([repr(stored)])
     return rows
 
 def resources(files):
@@ -122,8 +122,8 @@ def fill(writer, name, columns, rows):
         table.append(row)
 
 def pack(wish):
-    module_rows = modules(files_of(wish["source"]), wish["pack"])
-    resource_rows = resources(files_of(wish["resource"]))
+    module_rows = modules(files_of(wish["source"], "*.py"), wish["pack"])
+    resource_rows = resources(files_of(wish["resource"], "*"))
     part = wish["output"] + ".part"
     writer = smf.writer.create()
     writer.open(part)
