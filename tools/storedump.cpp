@@ -157,13 +157,17 @@ class Verifier {
                 continue;
             }
             for (const auto& field : table.meta().fields) {
-                int64_t own = field->decoder->fieldRows();
                 std::string at = place + ", field \"" + plain(field->name) + "\"";
-                bool composite = columnsOf(*field).size() > 1;
-                if (own != table.rows() && !(composite && own == 0))
-                    throw Fault{at + ": " + std::to_string(own) + " values for " +
-                                std::to_string(table.rows()) + " rows"};
-                for (const Column& column : columnsOf(*field)) streams(at, *column.decoder);
+                std::vector<Column> columns = columnsOf(*field);
+                for (const Column& column : columns) {
+                    // Only the parts of a composite must know their rows.
+                    int64_t own = column.decoder->fieldRows();
+                    bool whole = columns.size() > 1 && &column == columns.data();
+                    if (own != table.rows() && !(whole && own == 0))
+                        throw Fault{at + ": " + std::to_string(own) + " values for " +
+                                    std::to_string(table.rows()) + " rows"};
+                    streams(at, *column.decoder);
+                }
                 column(at, *field->decoder, table.rows());
             }
         }
@@ -196,7 +200,6 @@ class Verifier {
     }
 
     void column(const std::string& place, SMF_FieldDecoder& decoder, int64_t rows) {
-        // The parts of a composite may restart at intervals of their own; its own number tells theirs.
         int64_t interval = decoder.zeroInterval();
         for (int64_t first = 1; first <= rows; first += interval) {
             decoder.load(0);
