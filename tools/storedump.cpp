@@ -92,13 +92,13 @@ void listStream(const char* what, SMF_DecoderStream& stream) {
 }
 
 void listField(const SMF_FieldMeta& field) {
-    printf("  field %d \"%s\": %s, codec %s\n", field.index, plain(field.name).c_str(),
-           std::string(SMF_TypeName(field.type)).c_str(), field.decoder->key().c_str());
-    printf("    tags %s\n", literal(field.tags).c_str());
+    printf("  field %d \"%s\": %s, codec %s, tags %s\n", field.index, plain(field.name).c_str(),
+           std::string(SMF_TypeName(field.type)).c_str(), field.decoder->key().c_str(),
+           literal(field.tags).c_str());
     for (const Column& column : columnsOf(field)) {
         SMF_FieldDecoder& decoder = *column.decoder;
         if (decoder.isShared()) continue;
-        printf("    %s: %s, %lld values, zero interval %lld\n", plain(column.name).c_str(),
+        printf("    %s: codec %s, %lld values, zero interval %lld\n", plain(column.name).c_str(),
                decoder.key().c_str(), static_cast<long long>(decoder.fieldRows()),
                static_cast<long long>(decoder.zeroInterval()));
         if (decoder.extra()) printf("      extra %s\n", literal(decoder.extra()).c_str());
