@@ -2,6 +2,7 @@
 // the module "startup". It runs no script itself.
 #include <unistd.h>
 
+#include "bundles.h"
 #include "entry.h"
 #include "ipe/language/ipe_programloader.h"
 #include "ipe/values/ipe_globals.h"
@@ -10,11 +11,6 @@
 #include "runtime/epa_lifecycle.h"
 
 namespace {
-
-// Relative to the program: the directory of the executable and the name.
-std::string besideProgram(const std::string& name) {
-    return platform::directoryOf(entryState().program) + "/" + name;
-}
 
 // A relative path is tried in the working directory, then in the directory of entry.
 std::string customPath() {
@@ -41,8 +37,13 @@ void component(bool up, const char*, void*) {
         return;
     }
     if (access("quillsrv_crypt=false.txt", F_OK) == 0) state.cryptEnabled = false;
-    globals.set("startup_type", IPE_String("py"));
-    load_source("", besideProgram("../ipe/startup.py"));
+    std::string directory = platform::directoryOf(state.program);
+    std::vector<std::string> bundles = bundleNames();
+    globals.set("startup_type", IPE_String(bundles.empty() ? "py" : "dat"));
+    if (bundles.empty())
+        load_source("", directory + "/../ipe/startup.py");
+    else
+        loadBundles(directory, bundles);
 }
 const EPA_Component registered(component, "*", nullptr);
 

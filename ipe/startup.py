@@ -1,8 +1,25 @@
 # The program of a serving quillsrv. It says that the server stands, and leaves; the server then stays in its loop
 # until it is told to stop. With --once among the arguments it ends the server at once, with exit code 0: a trial
-# start.
+# start. With --usage it makes the report of usage.py first and ends with its exit code, from source and from a bundle
+# alike.
 
 class startup:
+
+def beside():
+    "The folder of this source file, with its separator."
+    parts = beside.source[0].replace("\\", "/").split("/")
+    del parts[len(parts) - 1]
+    parts.append("")
+    return parts.join("/")
+
+def report_usage():
+    "A bundle has the modules in it; from source they are loaded first."
+    if global_get("startup_type") == "py":
+        for name in ["usage_options", "usage_output", "usage_accounts", "usage_store", "usage_walk", "usage_report", "usage_main"]:
+            interpreter("load", beside() + name + ".py")
+    import usage.main
+    usage.main.run()
+    sys_exit()
 
 def say(text):
     "Standard output may be a socket, which no script can open, or closed: then nobody reads it."
@@ -17,9 +34,14 @@ def state():
     if global_get("server_paused", False): return "paused"
     return "running"
 
-say("quillsrv serves on " + hostos("name") + ", " + state() + ", since " + strftime(localtime()))
+def serve():
+    say("quillsrv serves on " + hostos("name") + ", " + state() + ", since " + strftime(localtime()))
+    if "--once" in global_get("__program_args"):
+        global_set("__rc", 0)
+        say("quillsrv ends on request")
+        sys_exit()
 
-if "--once" in global_get("__program_args"):
-    global_set("__rc", 0)
-    say("quillsrv ends on request")
-    sys_exit()
+if "--usage" in global_get("__program_args"):
+    report_usage()
+else:
+    serve()

@@ -1,4 +1,4 @@
-# The command line: [--top N] [--dir FOLDER] in front of --custom.
+# The command line: [--top N] [--dir FOLDER] [--store FILE [--rescan]] in front of --custom.
 
 class usage.options:
 
@@ -13,14 +13,18 @@ def absolute(folder):
     return fs("get_env", "PWD", fs("pwd")) + "/" + folder
 
 def read(arguments):
-    "A dict with `folder`, an absolute path, and `top`, the number of rows of each table."
-    options = {"folder": ".", "top": 15}
+    "A dict with `folder`, an absolute path, and whether it was `given`, `top`, the number of rows of each table, `store`, an absolute path or None, `rescan`, and `made`, None until a store tells it."
+    options = {"folder": ".", "given": False, "top": 15, "store": None, "rescan": False, "made": None}
     i = 0
     while i < len(arguments):
         word = arguments[i]
         if word == "--custom": break
+        if word == "--rescan": options["rescan"] = True
         if i + 1 < len(arguments):
-            if word == "--dir": options["folder"] = arguments[i + 1]
+            if word == "--store": options["store"] = absolute(arguments[i + 1])
+            if word == "--dir":
+                options["folder"] = arguments[i + 1]
+                options["given"] = True
             if word == "--top": options["top"] = number(arguments[i + 1])
         i = i + 1
     options["folder"] = absolute(options["folder"])

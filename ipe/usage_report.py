@@ -69,8 +69,9 @@ def newest_first(entries):
 def unchanged(key):
     return key
 
-def summary(walk):
+def summary(walk, options):
     print "Usage of " + walk.folder
+    if options.made <> None: print "As it was on " + options.made + ", kept in " + options.store
     print
     print "%,12i %,20i %,20i  files: " % [walk.files, walk.size, walk.space] + human(walk.size) + ", " + human(walk.space) + " allocated"
     print "%,12i %20s %,20i  folders below it, their own space" % [walk.folders, "", walk.folder_space]
@@ -82,7 +83,7 @@ def summary(walk):
 
 def show(walk, options):
     walk.cut_largest()
-    summary(walk)
+    summary(walk, options)
     heading("Largest files")
     for size, path in walk.largest:
         print "%,20i  " % size + path

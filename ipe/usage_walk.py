@@ -5,9 +5,10 @@
 
 class usage.walk:
 
-def __init__(self, folder, top, out):
+def __init__(self, folder, top, source, out):
     self.folder = folder
     self.top = top
+    self.source = source
     self.out = out
     self.files = 0
     self.folders = 0
@@ -27,13 +28,6 @@ def __init__(self, folder, top, out):
     self.by_tree = {}
     self.largest = []
     self.least = -1
-    self.require_folder()
-
-def require_folder(self):
-    try:
-        fs("ls_details", [self.folder, "*"])
-    except Exception, e:
-        raise UsageError, e.decode + " '" + self.folder + "'"
 
 def readable(text):
     "Bytes of a name that are no text arrive as a mark and four digits, of which the last two are the byte."
@@ -72,13 +66,13 @@ def row(table, key):
     return counters
 
 def run(self):
-    "Walks the tree. Each entry of `open` is a folder's path and the counters of its first-level tree."
-    open = [([self.folder], None)]
+    "Walks the tree. Each entry of `open` is a folder's path, its number from 1 in the order in which folders are met, and the counters of its first-level tree."
+    open = [([self.folder], 1, None)]
     while len(open) > 0:
-        path, tree = open[-1]
+        path, id, tree = open[-1]
         del open[len(open) - 1]
         try:
-            listing = fs("ls_details", path + ["*"])
+            listing = self.source.listing(path, id)
         except SystemExit, e:
             raise (e.details)
         except Exception, e:
@@ -87,20 +81,21 @@ def run(self):
         if listing <> None:
             self.folder_contents(path, tree, listing, open)
         self.out.progress(self)
+    self.source.finish(self)
 
 def folder_contents(self, path, tree, listing, open):
-    for name, record in list(listing["path"]):
+    for name, record in listing["path"]:
         self.folders = self.folders + 1
         self.folder_space = self.folder_space + record["space"]
         below = tree
         if below == None: below = row(self.by_tree, shown([name]))
-        open.append((path + [name], below))
-    for name, record in list(listing["hard"]):
+        open.append((path + [name], self.folders + 1, below))
+    for name, record in listing["hard"]:
         if record["mode"] / 4096 == 10:
             self.links = self.links + 1
         else:
             self.mounts.append(shown(path + [name]))
-    files = list(listing["file"])
+    files = listing["file"]
     if len(files) > 0:
         if tree == None: tree = row(self.by_tree, "(files of the folder itself)")
         self.count_files(path, tree, files)

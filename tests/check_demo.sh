@@ -114,7 +114,21 @@ touch -d '2000-01-01 00:00:00' "$tree/beta/linked.dat"
 [ "$(id -u)" -ne 0 ] || chown 54321 "$tree/beta/linked.dat"
 chmod 000 "$tree/closed/inner"
 
+stored() { # DIR: the report while a store is made, and out of the store, is the one without
+  local store=$work/store.dat run
+  for run in made answered; do
+    "${drop[@]}" "$server" --top 1000000 --dir "$1" --store "$store" --custom "$source_dir/ipe/usage.py" \
+      2>"$work/errors" </dev/null | tr -d , >"$work/$run"
+    same "$1: exit code, store $run" "${PIPESTATUS[0]}" "$code"
+    [ ! -s "$work/errors" ] || { echo "FAILED: $1, store $run, writes on standard error"; head -5 "$work/errors"; failed=1; }
+    same "$1: store $run" "$(grep -av '^As it was on ' "$work/$run")" "$(cat "$work/report")"
+  done
+  same "$1: the day of the store" "$(grep -ac "^As it was on $(date -r "$store" +%F) .* kept in $store" "$work/answered")" 1
+  rm "$store"
+}
+
 compare "$tree" yes
+stored "$tree"
 unread=$("${drop[@]}" find "$tree" -type d ! -readable -printf x 2>/dev/null | wc -c)
 same "unreadable folders" "$(figures 'folders that could')" "$unread"
 same "exit code" "$code" "$([ "$unread" -gt 0 ] && echo 1 || echo 0)"
@@ -137,6 +151,7 @@ fi
 
 # --- A real tree
 compare /usr/share "$([ "$(count /usr/share -xdev -type f -links +1)" -eq 0 ] && echo yes || echo no)"
+stored /usr/share
 
 # --- The command line
 expect() { # WHAT CODE PATTERN ARGUMENTS...
@@ -148,6 +163,23 @@ expect() { # WHAT CODE PATTERN ARGUMENTS...
 }
 expect "a missing folder" 2 "No such file or directory '$work/absent'" --dir "$work/absent"
 expect "a bad number" 2 "wants a number" --top 0x --dir "$work"
+
+# --- Stores that do not answer
+answers() { # WHAT CODE PATTERN ARGUMENTS...: as `expect`, with the store
+  local what=$1 want=$2 pattern=$3
+  shift 3
+  expect "$what" "$want" "$pattern" --store "$work/kept.dat" "$@"
+}
+printf 'not a store' >"$work/kept.dat"
+answers "a foreign file" 2 "kept.dat' does not hold a walk: The database has a corrupt header" --dir "$tree/beta"
+same "a foreign file stays as it is" "$(cat "$work/kept.dat")" "not a store"
+answers "a scan anew" 0 "^Usage of $tree/beta" --dir "$tree/beta" --rescan
+answers "the folder from the store" 0 "^As it was on " --top 3
+answers "another folder" 2 "does not hold a walk: it is of '$tree/beta'" --dir "$tree/alpha"
+head -c $(($(stat -c %s "$work/kept.dat") / 2)) "$work/kept.dat" >"$work/cut" && mv "$work/cut" "$work/kept.dat"
+answers "a cut store" 2 "does not hold a walk"
+expect "a store that cannot be made" 2 "No such file or directory: '$work/absent/x.dat.part'" --dir "$tree/beta" \
+  --store "$work/absent/x.dat"
 (cd "$tree" && expect "a relative folder" 0 "^Usage of $tree/beta" --dir beta) || failed=1
 
 [ "$failed" -eq 0 ] && echo "every figure agrees"

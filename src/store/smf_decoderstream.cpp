@@ -184,6 +184,20 @@ void SMF_DecoderStream::refill() {
 
 void SMF_DecoderStream::tooShort() const { SMF_IllegalData(file_.name()); }
 
+int64_t SMF_DecoderStream::bytesInFile() {
+    bool compressed = mode_ & (SMF_ModeZlib | SMF_ModeLz4);
+    int64_t sum = 0;
+    for (int64_t i = 0; i < blockCount(); ++i) {
+        uint8_t length[4];
+        int64_t at = table_[static_cast<size_t>(i)];
+        if (!compressed)
+            sum += std::max<int64_t>(sizeOf(i), 0);
+        else if (at >= 0 && file_.read(at, length, 4) == 4)
+            sum += 4 + static_cast<int64_t>(little(length, 4));
+    }
+    return sum;
+}
+
 bool SMF_DecoderStream::verify() {
     int64_t before = file_.damage().count;
     for (int64_t i = 0; i < blockCount(); ++i)

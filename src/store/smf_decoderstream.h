@@ -40,6 +40,9 @@ class SMF_DecoderStream final : public SMF_ByteCursor {
     SMF_BlockRef hold() const override { return current_; }
     int64_t remaining() const noexcept override { return length_ - position(); }
 
+    // Bytes that the blocks take in the file, with the lengths before them; a block that lies outside counts
+    // none. Reads each block's length.
+    int64_t bytesInFile();
     // True when every block decompresses to its size; false notes the damage. Reads the whole stream.
     bool verify();
 

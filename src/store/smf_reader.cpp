@@ -24,6 +24,11 @@ void SMF_Reader::open(std::string_view path) {
     open(SMF_OpenForReading(path));
 }
 
+void SMF_Reader::open(const EPA_FileName& path) {
+    close();
+    open(SMF_OpenForReading(path));
+}
+
 void SMF_Reader::open(std::unique_ptr<SMF_File> file) {
     close();
     name_ = file->name();

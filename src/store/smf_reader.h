@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "runtime/streams/epa_fileerror.h"
 #include "store/smf_fielddecoder.h"
 #include "store/smf_headerreader.h"
 
@@ -19,6 +20,7 @@ class SMF_Reader {
     // Closes first. What is no store raises Corruption "The database has a corrupt header", an empty one
     // Runtime "The database file is empty"; a file that cannot be opened IOError.
     void open(std::string_view path);
+    void open(const EPA_FileName& path);
     void open(std::unique_ptr<SMF_File> file);
     void close();
     bool isOpen() const noexcept { return store_ != nullptr; }

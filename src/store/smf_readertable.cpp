@@ -27,7 +27,8 @@ void SMF_ReaderTable::connect(SMF_Reader& reader, std::string_view name) {
     jumps105_.reset();
     data104_.reset();
     reader_ = &reader;
-    const auto& store = reader.store();
+    store_ = reader.store();
+    const auto& store = store_;
     int64_t at = reader.location(name);
     if (at == -1)
         SMF_Fail(SMF_Runtime, "Unable to determine internal table location $table", reader.name(),
@@ -56,7 +57,7 @@ void SMF_ReaderTable::connect(SMF_Reader& reader, std::string_view name) {
 }
 
 void SMF_ReaderTable::connectOld(const SMF_HeaderReader& header) {
-    const auto& store = reader_->store();
+    const auto& store = store_;
     SMF_File& file = *store->file;
     SMF_RecordMeta& meta = *data_.meta;
     for (const auto& [key, value] : header.chain(SMF_OldOptions, file, nullptr))

@@ -51,6 +51,7 @@ class SMF_ReaderTable final : public SMF_Record {
     void seekOld(int64_t row);
 
     SMF_Reader* reader_ = nullptr;
+    std::shared_ptr<SMF_StoreFile> store_;  // what this table reads, even when the reader goes on to another
     bool currentLayout_ = true;
     int64_t rows_ = 0;
     int64_t position_ = 0;

@@ -14,12 +14,16 @@ std::string_view SMF_Writer::fileName() const noexcept { return name_; }
 
 void SMF_Writer::open(std::string_view path) { open(SMF_Create(path)); }
 
+void SMF_Writer::open(const EPA_FileName& path) { open(SMF_Create(path)); }
+
 void SMF_Writer::open(std::unique_ptr<SMF_File> file) {
     tables_.clear();
     root_.reset();
     fileHeader_.reset();
     main_ = nullptr;
+    file_ = nullptr;
     failed_ = false;
+    ++opened_;
     name_ = file->name();
     auto header = std::make_unique<SMF_HeaderWriter>(*file);
     header->setNumber(SMF_FileVersion, 3);
@@ -112,6 +116,12 @@ void SMF_WriterTable::finishCreate(std::string_view name, SMF_Writer& writer, ui
     meta.write(writer.context(meta));
     writer.addTable(data_.meta);
     writer_ = &writer;
+    opened_ = writer.opened_;
+}
+
+void SMF_WriterTable::requireOpen() const {
+    if (!writer_ || opened_ != writer_->opened_) error(SMF_Runtime, "Not connected");
+    writer_->requireUsable();
 }
 
 namespace {
@@ -137,7 +147,7 @@ void SMF_WriterTable::createFromSchema(std::string_view name, const IPE_Object& 
     for (int32_t i = 0; i < fields.count(); ++i) {
         int64_t type = integerOf(fields[i], "type");
         IPE_Object label = entryOf(fields[i], "name"), tags = entryOf(fields[i], "tags");
-        XPK_Assert(!label.isNull());
+        XPK_Assert(!label.isNull() && type >= INT32_MIN && type <= INT32_MAX);
         meta().addField(static_cast<int32_t>(type), IPE_Object_Text(label), tags);
     }
     int64_t size = integerOf(sizes, "size"), zero = integerOf(sizes, "zero");
@@ -153,8 +163,7 @@ void SMF_WriterTable::createFromSchema(std::string_view name, const IPE_Object& 
 }
 
 void SMF_WriterTable::commit() {
-    if (!writer_) error(SMF_Runtime, "Not connected");
-    writer_->requireUsable();
+    requireOpen();
     SMF_RecordMeta& meta = *data_.meta;
     for (size_t i = 0; i < meta.fields.size(); ++i) meta.fields[i]->encoder->check(*data_.fields[i]);
     try {
@@ -166,7 +175,7 @@ void SMF_WriterTable::commit() {
 }
 
 void SMF_WriterTable::append(const IPE_Object& values) {
-    if (!writer_) error(SMF_Runtime, "Not connected");
+    requireOpen();
     const IPE_Object* items = nullptr;
     int32_t count = 0;
     if (values.is<IPE_TupleType>()) {

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "runtime/streams/epa_fileerror.h"
 #include "store/smf_fieldencoder.h"
 #include "store/smf_record.h"
 
@@ -22,6 +23,7 @@ class SMF_Writer {
     ~SMF_Writer();
 
     void open(std::string_view path);
+    void open(const EPA_FileName& path);
     void open(std::unique_ptr<SMF_File> file);
     // Finishes every table and the file. Nothing on a writer that is not open.
     void close();
@@ -44,6 +46,7 @@ class SMF_Writer {
     std::vector<std::shared_ptr<SMF_RecordMeta>> tables_;
     bool compressed_ = false;
     bool failed_ = false;
+    uint64_t opened_ = 0;  // counts the files, so that a table of an earlier one is told from a current one
     std::string name_;
 };
 
@@ -60,7 +63,8 @@ class SMF_WriterTable final : public SMF_Record {
     // The script path: the pair that a reader table's schema gives. Missing or wrong entries are assertions.
     void createFromSchema(std::string_view name, const IPE_Object& schema, SMF_Writer& writer);
 
-    // Stores the current values as the next record. Values keep for the next one.
+    // Stores the current values as the next record. Values keep for the next one. Runtime "Not connected"
+    // before the table is created and once its file is closed.
     void commit();
     // Assigns the items of a list or tuple to the fields, then commits. Too few items: IndexError "list index
     // out of range", with nothing stored.
@@ -68,5 +72,7 @@ class SMF_WriterTable final : public SMF_Record {
 
   private:
     void finishCreate(std::string_view name, SMF_Writer& writer, uint32_t blockSize, uint32_t zeroInterval);
+    void requireOpen() const;
     SMF_Writer* writer_ = nullptr;
+    uint64_t opened_ = 0;  // the writer's file that this table is part of
 };
