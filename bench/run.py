@@ -274,8 +274,10 @@ def main():
             for name, ours, theirs in measure_pools(options.pools):
                 say("| %s | %.1f | %.1f | %.2f |" % (name, ours, theirs, ours / theirs))
     if options.markdown:
-        # What stands behind this heading is written by hand and stays.
-        _, heading, kept = read_text(options.markdown).partition("\n## Fuzz runs\n")
+        # What stands behind the tables of this program comes from others and stays.
+        text = read_text(options.markdown)
+        others = [at for at in (text.find("\n## " + name) for name in ("Store", "XML", "Fuzz")) if at >= 0]
+        heading, kept = "", text[min(others):] if others else ""
         with open(options.markdown, "w", encoding="utf-8") as file:
             file.write("\n".join(out) + "\n" + heading + kept)
 
