@@ -113,6 +113,7 @@ class RawEncoder final : public SMF_FieldEncoder {
     }
 };
 const SMF_EncoderRegistration rawEncoders[] = {{"DZAE", SMF_MakeEncoder<RawEncoder>},
+                                               {"EZAE", SMF_MakeEncoder<RawEncoder>},
                                                {"FZAE", SMF_MakeEncoder<RawEncoder>},
                                                {"GZAE", SMF_MakeEncoder<RawEncoder>},
                                                {"JZAE", SMF_MakeEncoder<RawEncoder>}};
@@ -131,6 +132,33 @@ std::string readRaw(const std::string& key, std::string_view bytes, int rows) {
     });
     return fault == "none" ? out : out + fault;
 }
+
+// A field on a stream that all fields of its table share, as the older layout has it.
+struct SharedField {
+    SharedField(const std::string& key, std::string_view bytes) {
+        SMF_EncoderStream out(file, nullptr, true, 4096);
+        out.write(bytes.data(), bytes.size());
+        out.finish();
+        SMF_HeaderReader header;
+        header.read(file, 0);
+        stream = std::make_unique<SMF_DecoderStream>(file, header, "the records");
+        auto meta = std::make_shared<SMF_FieldMeta>(key[0] - 'A', "Old", 0);
+        meta->decoder = decoder = SMF_CreateDecoder(key);
+        decoder->attach(std::make_shared<SMF_StoreFile>(), *meta, *stream);
+        decoder->restart();
+        field = SMF_MakeField(meta, record);
+    }
+    std::string row(int64_t number) {
+        record.loadRow = number;
+        decoder->decodeNext(number);
+        return field->asText();
+    }
+    SMF_MemoryFile file{"old.smf"};
+    std::unique_ptr<SMF_DecoderStream> stream;
+    std::shared_ptr<SMF_FieldDecoder> decoder;
+    SMF_RecordData record;
+    std::unique_ptr<SMF_Field> field;
+};
 
 }  // namespace
 
@@ -318,16 +346,14 @@ TEST(NumberCodecs, MomentsAreTwoFieldsBehindOne) {
     rawExtra = nullptr;
 }
 
-// Rows on a stream that several decoders share: each part takes its next page when it needs the first byte.
+// Each part of a moment takes its next page when it needs the first byte of it.
 TEST(NumberCodecs, PartsOfAMomentOnASharedStream) {
     using namespace std::string_literals;
-    SMF_MemoryFile file("old.smf");
-    SMF_EncoderStream pages(file, nullptr, true, 4096);
+    std::string entries = "\1\x80\1\2\3\0"s, times, pages;
     auto page = [&](std::string bytes) {
         bytes.resize(32);
-        pages.write(bytes.data(), 32);
+        pages += bytes;
     };
-    std::string entries = "\1\x80\1\2\3\0"s, times;
     for (int i = 0; i < 12; ++i) entries += "\1\0"s;
     for (char i = 0; i < 8; ++i) times += "\2\0\0"s + i;
     page(entries + "\2\x81");  // 13 rows, then a run whose date stands on the next page
@@ -336,31 +362,52 @@ TEST(NumberCodecs, PartsOfAMomentOnASharedStream) {
     page("\1\7\7\7");
     page("\1\x80\x0b\x0c\x0d\0"s);
     page("\1\1\1\1");
-    pages.finish();
-    SMF_HeaderReader header;
-    header.read(file, 0);
-    SMF_DecoderStream stream(file, header, "the records");
-    auto decoder = std::static_pointer_cast<SMF_DateTimeDecoder>(SMF_CreateDecoder("JDAD"));
-    decoder->attach(std::make_shared<SMF_StoreFile>(), SMF_FieldMeta(SMF_TypeDateTime, "Old", 0), stream);
-    auto row = [&](int64_t number) {
-        decoder->decodeNext(number);
-        decoder->load(number);
-        const auto& dates = decoder->dates().batch();
-        const auto& times = decoder->times().batch();
-        EXPECT_TRUE(dates.contains(number - 1) && times.contains(number - 1));
-        return dateText(dates.values[0]) + " " + timeText(times.values[0]);
-    };
-    decoder->restart();
-    EXPECT_EQ(stream.position(), 0);
+    SharedField moments("JDAD", pages);
+    EXPECT_EQ(moments.stream->position(), 0);
     for (int64_t i = 1; i <= 17; ++i) {
         std::string time = i < 17 ? timeText({0, 0, static_cast<int8_t>((i - 1) / 2)}) : "07:07:07";
-        EXPECT_EQ(row(i), (i == 14 || i == 15 ? "0006-05-04 " : "0003-02-01 ") + time);
-        EXPECT_EQ(stream.position(), 32 * (i < 14 ? 2 : i < 17 ? 3 : 4)) << i;
+        EXPECT_EQ(moments.row(i), (i == 14 || i == 15 ? "0006-05-04 " : "0003-02-01 ") + time);
+        EXPECT_EQ(moments.stream->position(), 32 * (i < 14 ? 2 : i < 17 ? 3 : 4)) << i;
     }
-    decoder->restart();
-    EXPECT_EQ(row(18), "0013-12-11 01:01:01");
-    EXPECT_EQ(faultOf([&] { row(19); }), "DatabaseError: Record reader has detected illegal data");
-    EXPECT_EQ(faultOf([&] { decoder->load(19); }), "DatabaseError: Record reader has detected illegal data");
+    moments.decoder->restart();
+    EXPECT_EQ(moments.row(18), "0013-12-11 01:01:01");
+    const std::string illegal = "DatabaseError: Record reader has detected illegal data";
+    EXPECT_EQ(faultOf([&] { moments.row(19); }), illegal);
+    EXPECT_EQ(faultOf([&] { moments.field->asText(); }), illegal);
+}
+
+// Batches read whole values at hand; a shared stream is read a row and, in small pages, a byte at a time.
+TEST(NumberCodecs, BatchesAgreeWithSingleRows) {
+    std::mt19937 random(11);
+    auto below = [&](unsigned limit) { return static_cast<char>(random() % limit); };
+    // Item `i` of a stream of this scheme.
+    auto item = [&](std::string_view key, int i) {
+        char fresh = i < 4 || below(3) == 0 ? '\x80' : '\0', code = i < 4 ? static_cast<char>(i) : below(4);
+        std::string count(1, static_cast<char>(1 + below(below(5) ? 2 : 250)));
+        std::string four{below(25), below(13), below(60), below(20)};
+        if (key == "GSAD") return count + four.substr(0, 3);
+        if (key == "FSAD") return four;
+        std::string entry = static_cast<char>(fresh | code) + (fresh ? four : "");
+        if (key == "DDAD") return entry;
+        if (key == "FDAD") return count + entry;
+        std::string number(below(5), '\x83');
+        number += below(128);
+        return key == "DRAD" ? count + number : number;
+    };
+    for (const char* key : {"DSAD", "DDAD", "DMAD", "DRAD", "ESAD", "FSAD", "FDAD", "GSAD"})
+        for (int round = 0; round < 100; ++round) {
+            std::string bytes;
+            for (int i = 0; i < 1 + round * 4; ++i) bytes += item(key, i);
+            bytes.resize((bytes.size() + 31) / 32 * 32);
+            if (round % 2) bytes[random() % bytes.size()] = static_cast<char>(random());
+            std::string expected;
+            SharedField single(key, bytes);
+            std::string fault = faultOf([&] {
+                for (int64_t row = 1; row <= 900; ++row) expected += single.row(row) + " ";
+            });
+            if (fault != "none") expected += fault;
+            ASSERT_EQ(readRaw(key, bytes, 900), expected) << key << ' ' << hex(bytes);
+        }
 }
 
 TEST(NumberCodecs, HandlesAndSpansAgreeWithObjects) {
