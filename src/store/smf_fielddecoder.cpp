@@ -174,6 +174,8 @@ std::string_view SMF_StringDecoder::keep(std::string_view text) {
 bool SMF_StringDecoder::holdBlock() {
     SMF_BlockRef block = in().hold();
     if (!block) return false;
+    // The first block is in memory anyway; more of them count as texts made.
+    if (!held_.empty()) keptBytes_ += block->size;
     held_.push_back(std::move(block));
     heldLimit_ = in().limit();
     return true;

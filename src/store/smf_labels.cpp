@@ -135,9 +135,3 @@ uint32_t SMF_LabelIdentifier(std::string_view text) noexcept {
     uint32_t block = digits(text.substr(0, 4), 16) * 64 + digits(text.substr(5, 2), 10);
     return (block << 10) + digits(text.substr(8), 10);
 }
-
-size_t SMF_LabelCount() noexcept {
-    size_t count = 0;
-    for (const Block& block : Blocks) count += block.texts.size();
-    return count;
-}

@@ -3,7 +3,6 @@
 // The blocks of the table each begin at a base number and go upward without a gap. Any thread.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -16,6 +15,3 @@ std::string_view SMF_LabelText(uint32_t identifier) noexcept;
 //   hhhh:dd.dddd            the same; 12 characters, any character at the dot
 // Anything else is 0. Digits are read up to the first character that is none.
 uint32_t SMF_LabelIdentifier(std::string_view text) noexcept;
-
-// Entries in the table.
-size_t SMF_LabelCount() noexcept;

@@ -17,7 +17,7 @@ class OneCodec {
   public:
     using Tags = std::vector<std::pair<const char*, IPE_Object>>;
 
-    // Raw: put() is not used, the stream holds what raw() gives.
+    // Give values with put() and then close(), or the bytes of the stream with raw().
     OneCodec(std::string key, int32_t type, const Tags& tags = {}, uint32_t zero = 100000,
              uint32_t block = 4096)
         : key_(std::move(key)), file_(std::make_unique<SharedFile>(content_)), zero_(zero), block_(block) {
@@ -66,6 +66,22 @@ class OneCodec {
         }
         return out;
     }
+    // As all(), with the stream shared as in the older layout.
+    std::string allShared() {
+        SMF_DecoderStream* stream = decoder_->dataStream();
+        std::shared_ptr<SMF_FieldDecoder>& decoder = data_.meta->fields[0]->decoder;
+        decoder = SMF_CreateDecoder(decoder_->key());
+        decoder->attach(store_, *data_.meta->fields[0], *stream);
+        stream->seek(0);
+        decoder->restart();
+        std::string out;
+        for (int64_t row = 1; row <= rows_; ++row) {
+            decoder->decodeNext(row);
+            out += IPE_Object_ToString(value(row)) + " ";
+        }
+        decoder = decoder_;
+        return out;
+    }
 
   private:
     struct Raw final : SMF_FieldEncoder {
@@ -85,14 +101,14 @@ class OneCodec {
         int64_t at = encoder_->header().home();
         encoder_->close();
         main_->finish();
-        auto store = std::make_shared<SMF_StoreFile>();
-        store->file = std::make_unique<SharedFile>(content_);
+        store_ = std::make_shared<SMF_StoreFile>();
+        store_->file = std::make_unique<SharedFile>(content_);
         SMF_HeaderReader header;
-        header.read(*store->file, main_->header().home());
-        store->mainStream = std::make_unique<SMF_DecoderStream>(*store->file, header, "main");
-        header.read(*store->mainStream, at);
+        header.read(*store_->file, main_->header().home());
+        store_->mainStream = std::make_unique<SMF_DecoderStream>(*store_->file, header, "main");
+        header.read(*store_->mainStream, at);
         decoder_ = SMF_CreateDecoder(header.string(SMF_CodecKey));
-        decoder_->connect(store, *data_.meta->fields[0], header, rows);
+        decoder_->connect(store_, *data_.meta->fields[0], header, rows);
         data_.meta->fields[0]->decoder = decoder_;
     }
 
@@ -105,5 +121,6 @@ class OneCodec {
     std::unique_ptr<SMF_EncoderStream> main_;
     std::shared_ptr<SMF_FieldEncoder> encoder_;
     std::shared_ptr<SMF_FieldDecoder> decoder_;
+    std::shared_ptr<SMF_StoreFile> store_;
     int64_t rows_ = 0;
 };
