@@ -12,7 +12,7 @@
 #include "store/smf_fielddecoder.h"
 
 // One byte for each symbol of a decoder, kept while the symbols keep their numbers; 0 for those not met.
-class SMF_SymbolTable {
+class SMF_SymbolAnswers {
   public:
     // True when the symbols have new numbers: all bytes are 0 again.
     bool follow(const SMF_StringDecoder& decoder) {
@@ -68,7 +68,7 @@ class SMF_BatchSearch {
     const SMF_StringDecoder* decoder_ = nullptr;
     int64_t first_ = 0;
     uint32_t count_ = 0;
-    SMF_SymbolTable symbols_;
+    SMF_SymbolAnswers symbols_;
     uint32_t symbolsJudged_ = 0;
     bool symbolsMatter_ = false;
     std::vector<uint8_t> answers_;

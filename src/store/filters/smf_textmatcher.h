@@ -46,8 +46,9 @@ class SMF_TextMatcher {
     std::unique_ptr<Code> compile(uint32_t options) const;
 
     static constexpr uint32_t FewRows = 8;  // a batch of fewer is not searched
+    bool invert_ = false;  // set while pattern_ is made
     std::string pattern_;
-    bool ignoreCase_, invert_ = false;
+    bool ignoreCase_;
     bool sure_ = false;  // a text that contains the literal matches
     std::optional<SMF_BatchSearch> search_;
     std::unique_ptr<Code> code_, stretched_;
