@@ -147,6 +147,18 @@ TEST(TextMatcher, LongAndBrokenTextsEnd) {
     EXPECT_FALSE(SMF_TextMatcher("\xF4\x8F\xBF\xB9N}a", false, true).isInverted());
 }
 
+TEST(TextMatcher, SearchAgreesWithItsPlainTwin) {
+    Random random(9);
+    for (int round = 0; round < 3000; ++round) {
+        std::string text(random() % 90, ' '), needle(1 + random() % (round % 5 ? 4 : 40), 'a');
+        for (char& c : text) c = static_cast<char>('a' + random() % 3 % 2);
+        for (char& c : needle) c = static_cast<char>('a' + random() % 3 % 2);
+        ASSERT_EQ(SMF_FindBytes(text.data(), text.size(), needle),
+                  SMF_FindBytesPlain(text.data(), text.size(), needle))
+            << text << " " << needle;
+    }
+}
+
 TEST(TextMatcher, LowerCaseAgreesWithItsPlainTwin) {
     Random random(5);
     for (int round = 0; round < 300; ++round) {

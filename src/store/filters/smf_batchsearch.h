@@ -79,3 +79,7 @@ class SMF_BatchSearch {
 // was there. The second form is the plain twin of the first.
 bool SMF_LowerBytes(const char* from, size_t size, char* to) noexcept;
 bool SMF_LowerBytesPlain(const char* from, size_t size, char* to) noexcept;
+
+// Where `needle`, which is not empty, first stands in the text, or null; and its plain twin.
+const char* SMF_FindBytes(const char* text, size_t size, std::string_view needle) noexcept;
+const char* SMF_FindBytesPlain(const char* text, size_t size, std::string_view needle) noexcept;
