@@ -11,7 +11,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "ipe/values/ipe_codepoints.h"
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -50,6 +52,30 @@ bool SMF_LowerBytes(const char* from, size_t size, char* to) noexcept {
     std::memcpy(halves, &all, sizeof halves);
     bool beyond = ((halves[0] | halves[1]) & 0x8080808080808080u) != 0;
     return SMF_LowerBytesPlain(from + i, size - i, to + i) || beyond;
+}
+
+const char* SMF_FindBytesPlain(const char* text, size_t size, std::string_view needle) noexcept {
+    return static_cast<const char*>(memmem(text, size, needle.data(), needle.size()));
+}
+
+const char* SMF_FindBytes(const char* text, size_t size, std::string_view needle) noexcept {
+#if defined(__SSE2__)
+    // Sixteen places at once where both the needle's first and last byte stand.
+    size_t reach = needle.size() - 1;
+    const __m128i first = _mm_set1_epi8(needle.front()), last = _mm_set1_epi8(needle.back());
+    while (size >= reach + 16) {
+        __m128i begins = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text)), first);
+        __m128i ends = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + reach)), last);
+        auto places = static_cast<unsigned>(_mm_movemask_epi8(_mm_and_si128(begins, ends)));
+        for (; places != 0; places &= places - 1) {
+            const char* place = text + __builtin_ctz(places);
+            if (std::memcmp(place, needle.data(), needle.size()) == 0) return place;
+        }
+        text += 16;
+        size -= 16;
+    }
+#endif
+    return SMF_FindBytesPlain(text, size, needle);
 }
 
 SMF_BatchSearch::SMF_BatchSearch(std::string_view needle, bool ignoreCase)
@@ -125,8 +151,7 @@ void SMF_BatchSearch::mark(const SMF_TextValue* values, size_t from, size_t to, 
     size_t i = from;
     const char* end = bytes + size;
     for (const char* at = bytes; at < end;) {
-        auto* hit = static_cast<const char*>(
-            memmem(at, static_cast<size_t>(end - at), needle_.data(), needle_.size()));
+        const char* hit = SMF_FindBytes(at, static_cast<size_t>(end - at), needle_);
         if (!hit) return;
         const char* place = begin + (hit - bytes);
         while (i < to && (values[i].length == 0 || values[i].base + values[i].length <= place)) ++i;

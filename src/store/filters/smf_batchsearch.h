@@ -12,7 +12,7 @@
 #include "store/smf_fielddecoder.h"
 
 // One byte for each symbol of a decoder, kept while the symbols keep their numbers; 0 for those not met.
-class SMF_SymbolMarks {
+class SMF_SymbolAnswers {
   public:
     // True when the symbols have new numbers: all bytes are 0 again.
     bool follow(const SMF_StringDecoder& decoder) {
@@ -68,7 +68,7 @@ class SMF_BatchSearch {
     const SMF_StringDecoder* decoder_ = nullptr;
     int64_t first_ = 0;
     uint32_t count_ = 0;
-    SMF_SymbolMarks symbols_;
+    SMF_SymbolAnswers symbols_;
     uint32_t symbolsJudged_ = 0;
     bool symbolsMatter_ = false;
     std::vector<uint8_t> answers_;
@@ -79,3 +79,7 @@ class SMF_BatchSearch {
 // was there. The second form is the plain twin of the first.
 bool SMF_LowerBytes(const char* from, size_t size, char* to) noexcept;
 bool SMF_LowerBytesPlain(const char* from, size_t size, char* to) noexcept;
+
+// Where `needle`, which is not empty, first stands in the text, or null; and its plain twin.
+const char* SMF_FindBytes(const char* text, size_t size, std::string_view needle) noexcept;
+const char* SMF_FindBytesPlain(const char* text, size_t size, std::string_view needle) noexcept;

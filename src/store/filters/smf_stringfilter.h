@@ -52,6 +52,6 @@ class SMF_StringFilter final : public SMF_FieldFilter {
     size_t skip_ = 0;
     std::unique_ptr<SMF_TextMatcher> matcher_;  // null for a set
     std::unordered_set<std::string, Hash, std::equal_to<>> members_;
-    SMF_SymbolMarks answers_;  // for values that are a symbol: 1 no, 2 yes
+    SMF_SymbolAnswers answers_;  // for values that are a symbol: 1 no, 2 yes
     std::string folded_;
 };

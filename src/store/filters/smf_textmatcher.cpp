@@ -175,23 +175,3 @@ int SMF_TextMatcher::findInStretches(std::string_view text) {
 }
 
 bool SMF_TextMatcher::matches(std::string_view text) { return find(text) != invert_; }
-
-SMF_BatchSearch::Answer SMF_TextMatcher::look(const SMF_String& handle) {
-    SMF_StringDecoder* decoder = handle.decoder();
-    int64_t row = handle.row();
-    if (!search_ || !decoder || row <= 0) return SMF_BatchSearch::Maybe;
-    if (!decoder->batch().contains(row - 1)) decoder->load(row);
-    if (decoder->batch().count < FewRows) return SMF_BatchSearch::Maybe;
-    return search_->of(*decoder, row - 1);
-}
-
-bool SMF_TextMatcher::matches(const SMF_String& handle) {
-    switch (look(handle)) {
-        case SMF_BatchSearch::No: return invert_;
-        case SMF_BatchSearch::Yes:
-            if (sure_) return !invert_;
-            break;
-        case SMF_BatchSearch::Maybe: break;
-    }
-    return matches(handle.get());
-}

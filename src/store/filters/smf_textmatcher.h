@@ -31,7 +31,12 @@ class SMF_TextMatcher {
     // Both are inverted when the pattern has the option N.
     bool matches(std::string_view text);
     // The value of the handle's current row.
-    bool matches(const SMF_String& handle);
+    bool matches(const SMF_String& handle) {
+        SMF_BatchSearch::Answer answer = look(handle);
+        if (answer == SMF_BatchSearch::No) return invert_;
+        if (answer == SMF_BatchSearch::Yes && sure_) return !invert_;
+        return matches(handle.get());
+    }
     // False when the engine finds nothing in the current value nor in any part of it.
     bool mayFind(const SMF_String& handle) { return look(handle) != SMF_BatchSearch::No; }
     bool isInverted() const noexcept { return invert_; }
@@ -40,14 +45,22 @@ class SMF_TextMatcher {
     struct Code;
     struct Memory;
     static Memory& memory();
-    SMF_BatchSearch::Answer look(const SMF_String& handle);
+    SMF_BatchSearch::Answer look(const SMF_String& handle) {
+        SMF_StringDecoder* decoder = handle.decoder();
+        int64_t row = handle.row();
+        if (!search_ || !decoder || row <= 0) return SMF_BatchSearch::Maybe;
+        if (!decoder->batch().contains(row - 1)) decoder->load(row);
+        if (decoder->batch().count < FewRows) return SMF_BatchSearch::Maybe;
+        return search_->of(*decoder, row - 1);
+    }
     bool find(std::string_view text);
     int findInStretches(std::string_view text);
     std::unique_ptr<Code> compile(uint32_t options) const;
 
     static constexpr uint32_t FewRows = 8;  // a batch of fewer is not searched
+    bool invert_ = false;                   // set while pattern_ is made
     std::string pattern_;
-    bool ignoreCase_, invert_ = false;
+    bool ignoreCase_;
     bool sure_ = false;  // a text that contains the literal matches
     std::optional<SMF_BatchSearch> search_;
     std::unique_ptr<Code> code_, stretched_;

@@ -75,10 +75,16 @@ void SMF_TreeFilter::parseLiteral(IPE_TokenSource& tokens) {
 
 void SMF_TreeFilter::evaluate(bool& result) {
     std::string_view text = value_.text();
-    if (malformed_) {
-        result = text.find(MalformedMark) != std::string_view::npos;
-        return;
+    if (!known_ || text != last_) {
+        last_ = text;
+        known_ = true;
+        lastAnswer_ = test(text);
     }
+    result = lastAnswer_;
+}
+
+bool SMF_TreeFilter::test(std::string_view text) {
+    if (malformed_) return text.find(MalformedMark) != std::string_view::npos;
     if (end_) {
         const std::string& separator = static_cast<const SMF_TreeData&>(*meta_->data).separator;
         size_t last = separator.empty() ? std::string_view::npos : text.rfind(separator);
@@ -91,5 +97,5 @@ void SMF_TreeFilter::evaluate(bool& result) {
         if (!exactCase_) text = SMF_Fold(text, folded_);
         hit = contains_ ? text.find(literal_) != std::string_view::npos : text == literal_;
     }
-    result = hit != invert_;
+    return hit != invert_;
 }

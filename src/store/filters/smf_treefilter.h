@@ -24,9 +24,13 @@ class SMF_TreeFilter final : public SMF_FieldFilter {
   private:
     bool parseOptions(IPE_TokenSource& tokens);
     void parseLiteral(IPE_TokenSource& tokens);
+    bool test(std::string_view text);
 
     SMF_Tree value_;
     std::string literal_, folded_;
     std::optional<EPA_WildPattern> wild_;
     bool end_ = false, malformed_ = false, exactCase_ = false, contains_ = false, invert_ = false;
+    // Neighbouring rows often lie in one path.
+    std::string last_;
+    bool known_ = false, lastAnswer_ = false;
 };
