@@ -33,7 +33,8 @@ void SMF_FieldEncoder::connect(const SMF_EncoderContext& context, const SMF_Fiel
 }
 
 void SMF_FieldEncoder::store(SMF_Field& value) {
-    if (rows_ % zero_ == 0) {
+    if (atRestart()) {
+        nextRestart_ += zero_;
         reset();
         jumps_->writeLittle64(static_cast<uint64_t>(data_->position()));
     }

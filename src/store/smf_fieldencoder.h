@@ -60,7 +60,7 @@ class SMF_FieldEncoder {
     virtual void encode(SMF_Field& value) = 0;
     SMF_EncoderStream& out() noexcept { return *data_; }
     // The next value stands at a restart point: reset() comes before it.
-    bool atRestart() const noexcept { return rows_ % zero_ == 0; }
+    bool atRestart() const noexcept { return rows_ == nextRestart_; }
     const std::string& fileName() const noexcept;
     // For composites, whose store() gives the value to its parts.
     void countRow() noexcept { ++rows_; }
@@ -72,6 +72,7 @@ class SMF_FieldEncoder {
     std::unique_ptr<SMF_HeaderWriter> header_;
     std::string key_;
     int64_t rows_ = 0;
+    int64_t nextRestart_ = 0;
     uint32_t zero_ = 10;
 };
 
