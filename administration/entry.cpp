@@ -29,8 +29,11 @@ namespace {
 constexpr char Help[] =
     "usage: quillsrv [OPTION...]\n"
     "\n"
-    "Without options the server runs in the foreground: it runs ../ipe/startup.py, relative to the program,\n"
-    "and serves until SIGTERM, SIGINT or the script ends it. Its exit code is the script global __rc.\n"
+    "Without options the server runs in the foreground: it runs the bundles *.dat beside the program or, "
+    "when\n"
+    "there are none, ../ipe/startup.py, relative to the program, and serves until SIGTERM, SIGINT or the "
+    "script\n"
+    "ends it. Its exit code is the script global __rc.\n"
     "\n"
     "  --custom FILE        run the module startup_custom of FILE once and end; FILE reaches to the end of\n"
     "                       the command line, so other options and the script's arguments stand before it\n"

@@ -114,13 +114,16 @@ void SMF_RecordMeta::write(const SMF_EncoderContext& context) {
 }
 
 void SMF_RecordMeta::store(SMF_RecordData& record) {
-    for (size_t i = 0; i < fields.size(); ++i) fields[i]->encoder->store(*record.fields[i]);
+    // A field that was added after the table was written has no encoder.
+    for (size_t i = 0; i < fields.size(); ++i)
+        if (fields[i]->encoder) fields[i]->encoder->store(*record.fields[i]);
     record.row = ++rows;
 }
 
 void SMF_RecordMeta::close() {
     if (!header) return;
-    for (const auto& field : fields) field->encoder->close();
+    for (const auto& field : fields)
+        if (field->encoder) field->encoder->close();
     header->setNumber64(SMF_TableRows, rows);
     header->update();
 }

@@ -165,7 +165,8 @@ void SMF_WriterTable::createFromSchema(std::string_view name, const IPE_Object& 
 void SMF_WriterTable::commit() {
     requireOpen();
     SMF_RecordMeta& meta = *data_.meta;
-    for (size_t i = 0; i < meta.fields.size(); ++i) meta.fields[i]->encoder->check(*data_.fields[i]);
+    for (size_t i = 0; i < meta.fields.size(); ++i)
+        if (meta.fields[i]->encoder) meta.fields[i]->encoder->check(*data_.fields[i]);
     try {
         meta.store(data_);
     } catch (...) {

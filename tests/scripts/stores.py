@@ -40,6 +40,9 @@ fault("too few values", "IndexError: list index out of range", files.append, ["s
 fault("no list", "TypeError: Require a 'ListType' but given a 'StringType'", files.append, "text")
 writer.close()
 fault("append behind close", "DatabaseError: Not connected", files.append, record(0))
+writer.open(path + ".next")
+fault("append to a table of the file before", "DatabaseError: Not connected", files.append, record(0))
+writer.close()
 
 # Faults of a schema
 def create(schema):
@@ -110,7 +113,10 @@ for i in range(0, 25):
     copy.append(record(i))
 second.options({})
 second.close()
+earlier = reader.table("Path")
 reader.open(path + ".second")
+earlier.seek(3)
+fault_class("a table of the file before", "IOError", earlier.get, "Path")
 same("a table from a schema", count_rows(reader.table("File")), 25)
 same("no option", reader.options(), {"compressed": False})
 
