@@ -220,10 +220,9 @@ class Verifier {
             int64_t row = first;
             try {
                 table.top();
-                for (table.seek(first); row < std::min(table.rows(), first + interval - 1); ++row) {
-                    table.next();
-                    values_ += static_cast<int64_t>(table.meta().fields.size());
-                }
+                table.seek(first);
+                while (++row < std::min(table.rows() + 1, first + interval)) table.next();
+                values_ += (row - first) * static_cast<int64_t>(table.meta().fields.size());
             } catch (const XPK_Exception& e) {
                 throw Fault{place + ", row " + std::to_string(row) + ": " + messageOf(e)};
             }
