@@ -148,7 +148,8 @@ class Verifier {
 
     void run() {
         if (reader_.hasMainStream()) blocks("the headers", *reader_.store()->mainStream);
-        for (const auto& [name, position] : reader_.tables()) {
+        for (const auto& entry : reader_.tables()) {
+            const std::string& name = entry.first;
             SMF_ReaderTable table;
             std::string place = "table \"" + plain(name) + "\"";
             guard(place, [&] { table.connect(reader_, name); });
