@@ -148,7 +148,8 @@ class Verifier {
 
     void run() {
         if (reader_.hasMainStream()) blocks("the headers", *reader_.store()->mainStream);
-        for (const auto& [name, position] : reader_.tables()) {
+        for (const auto& entry : reader_.tables()) {
+            const std::string& name = entry.first;
             SMF_ReaderTable table;
             std::string place = "table \"" + plain(name) + "\"";
             guard(place, [&] { table.connect(reader_, name); });
@@ -220,10 +221,9 @@ class Verifier {
             int64_t row = first;
             try {
                 table.top();
-                for (table.seek(first); row < std::min(table.rows(), first + interval - 1); ++row) {
-                    table.next();
-                    values_ += static_cast<int64_t>(table.meta().fields.size());
-                }
+                table.seek(first);
+                while (++row < std::min(table.rows() + 1, first + interval)) table.next();
+                values_ += (row - first) * static_cast<int64_t>(table.meta().fields.size());
             } catch (const XPK_Exception& e) {
                 throw Fault{place + ", row " + std::to_string(row) + ": " + messageOf(e)};
             }

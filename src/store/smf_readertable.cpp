@@ -16,7 +16,7 @@ SMF_ReaderTable::SMF_ReaderTable() = default;
 SMF_ReaderTable::~SMF_ReaderTable() = default;
 
 void SMF_ReaderTable::error(const char* type, std::string_view message) const {
-    SMF_Fail(type, message, reader_ ? std::string_view(reader_->name()) : std::string_view());
+    SMF_Fail(type, message, reader_ ? std::string_view(reader_->name()) : "");
 }
 
 void SMF_ReaderTable::connect(SMF_Reader& reader, std::string_view name) {

@@ -91,7 +91,7 @@ SMF_WriterTable::SMF_WriterTable(std::string_view fileName) {
 }
 
 void SMF_WriterTable::error(const char* type, std::string_view message) const {
-    SMF_Fail(type, message, data_.meta ? std::string_view(data_.meta->fileName) : std::string_view());
+    SMF_Fail(type, message, data_.meta ? std::string_view(data_.meta->fileName) : "");
 }
 
 void SMF_WriterTable::create(std::string_view name, SMF_Writer& writer, uint32_t blockSize,
