@@ -52,6 +52,12 @@ def __init__(self, path, folder):
         raise UsageError, e.decode
     self.files = self.writer.table("File", usage.columns.schema(usage.columns.file, {"program": usage.columns.program}))
 
+def fail(self, exception):
+    "A store that cannot be written is no unreadable folder: the walk ends, and nothing is left of the store."
+    if exception.raised == "SystemExit": raise (exception.details)
+    fs("erase", self.part)
+    raise UsageError, exception.decode
+
 def keep(self, id, hard, entries):
     files = self.files
     for name, record in entries:
@@ -67,18 +73,24 @@ def listing(self, path, id):
         raise (e.details)
     for name, record in found["path"]:
         self.paths.append([id, str(name), record["space"], ""])
-    self.keep(id, 1, found["hard"])
-    self.keep(id, 0, found["file"])
+    try:
+        self.keep(id, 1, found["hard"])
+        self.keep(id, 0, found["file"])
+    except Exception, e:
+        self.fail(e)
     return found
 
 def finish(self, walk):
     options = {"program": usage.columns.program, "made": strftime(localtime()), "files": walk.files, "bytes": walk.size}
-    table = self.writer.table("Path", usage.columns.schema(usage.columns.path, options))
-    for row in self.paths:
-        table.append(row)
-    self.writer.close()
-    fs("erase", self.path)
-    fs("rename", self.part, self.path)
+    try:
+        table = self.writer.table("Path", usage.columns.schema(usage.columns.path, options))
+        for row in self.paths:
+            table.append(row)
+        self.writer.close()
+        fs("erase", self.path)
+        fs("rename", self.part, self.path)
+    except Exception, e:
+        self.fail(e)
 
 class usage.replay:
 
@@ -119,9 +131,19 @@ def read_paths(self, table):
 def listing(self, path, id):
     if self.faults[id - 1] <> "": raise UnreadableFolder, self.faults[id - 1]
     found = {"path": self.below[id - 1], "hard": [], "file": []}
+    try:
+        self.read_files(id, found)
+    except SystemExit, e:
+        raise (e.details)
+    except Exception, e:
+        self.refuse(e.decode)
+    return found
+
+def read_files(self, id, found):
+    "The rows of one folder lie together."
     files = self.files
     while files.more():
-        if files.get(0) <> id: return found
+        if files.get(0) <> id: return
         row = files.record()
         record = {"size": row[3], "space": row[4], "mode": row[5], "links": row[6], "device": row[7], "inode": row[8], "owner": row[9], "modified": [row[10][:4].integer()]}
         if row[2] == 1:
@@ -129,7 +151,6 @@ def listing(self, path, id):
         else:
             found["file"].append((row[1], record))
         files.next()
-    return found
 
 def finish(self, walk):
     "A damaged block may read as other values; then the totals differ from those that were kept."

@@ -75,6 +75,8 @@ def run(self):
             listing = self.source.listing(path, id)
         except SystemExit, e:
             raise (e.details)
+        except UsageError, e:
+            raise (e.details)
         except Exception, e:
             self.unreadable.append((shown(path), e.decode))
             listing = None

@@ -176,10 +176,25 @@ same "a foreign file stays as it is" "$(cat "$work/kept.dat")" "not a store"
 answers "a scan anew" 0 "^Usage of $tree/beta" --dir "$tree/beta" --rescan
 answers "the folder from the store" 0 "^As it was on " --top 3
 answers "another folder" 2 "does not hold a walk: it is of '$tree/beta'" --dir "$tree/alpha"
+"$server" --store "$work/kept.dat" --custom "$source_dir/ipe/usage.py" >"$work/sound" 2>/dev/null </dev/null
+cp "$work/kept.dat" "$work/whole.dat"
+for part in 1 2 3 4 5 6 7 8 9; do
+  cp "$work/whole.dat" "$work/kept.dat"
+  printf 'damaged' | dd of="$work/kept.dat" bs=1 seek=$(($(stat -c %s "$work/whole.dat") * part / 10)) conv=notrunc status=none
+  "$server" --store "$work/kept.dat" --custom "$source_dir/ipe/usage.py" >"$work/out" 2>"$work/errors" </dev/null
+  code=$?
+  [ "$code" -eq 2 ] && grep -q "does not hold a walk" "$work/errors" || cmp -s "$work/out" "$work/sound" ||
+    { echo "FAILED: damage at $part tenths of a store: exit code $code"; head -3 "$work/out" "$work/errors"; failed=1; }
+done
 head -c $(($(stat -c %s "$work/kept.dat") / 2)) "$work/kept.dat" >"$work/cut" && mv "$work/cut" "$work/kept.dat"
 answers "a cut store" 2 "does not hold a walk"
 expect "a store that cannot be made" 2 "No such file or directory: '$work/absent/x.dat.part'" --dir "$tree/beta" \
   --store "$work/absent/x.dat"
+if mount -t tmpfs -o size=100k none "$work/mounts/point" 2>/dev/null; then
+  expect "a full disk" 2 "No space left on device" --dir /usr/share --store "$work/mounts/point/x.dat"
+  same "nothing is left of the store" "$(ls -A "$work/mounts/point")" ""
+  umount "$work/mounts/point"
+fi
 (cd "$tree" && expect "a relative folder" 0 "^Usage of $tree/beta" --dir beta) || failed=1
 
 [ "$failed" -eq 0 ] && echo "every figure agrees"

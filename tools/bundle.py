@@ -126,11 +126,15 @@ def pack(wish):
     resource_rows = resources(files_of(wish["resource"], "*"))
     part = wish["output"] + ".part"
     writer = smf.writer.create()
-    writer.open(part)
-    writer.options({"compressed": 1})
-    fill(writer, "modules", ["source"], module_rows)
-    fill(writer, "resources", ["name", "hash", "base"], resource_rows)
-    writer.close()
+    try:
+        writer.open(part)
+        writer.options({"compressed": 1})
+        fill(writer, "modules", ["source"], module_rows)
+        fill(writer, "resources", ["name", "hash", "base"], resource_rows)
+        writer.close()
+    except Exception, e:
+        fs("erase", part)
+        raise (e.details)
     fs("erase", wish["output"])
     fs("rename", part, wish["output"])
     say("/dev/stdout", "%s: %i modules, %i resources\n" % [wish["output"], len(module_rows), len(resource_rows)])

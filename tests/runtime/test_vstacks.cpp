@@ -46,6 +46,7 @@ Number rolledUp(int32_t mode, bool propagate, Number first, Number second) {
 }
 
 struct Folder {
+    Folder(int64_t size, int64_t greatest) : size(size), greatest(greatest) {}
     int64_t size, greatest;
     std::vector<std::unique_ptr<Folder>> folders;
 };
