@@ -132,28 +132,21 @@ std::string sums(SMF_ReaderTable& table, Columns& c) {
 template <class Value>
 class BySymbol {
   public:
-    Value& at(const SMF_StringDecoder& decoder, uint32_t symbol,
-              const std::function<Value(std::string_view)>& make) {
+    // Makes the values of all symbols that are new; before a stretch of rows is looked at.
+    template <class Make>
+    const Value* follow(const SMF_StringDecoder& decoder, Make make) {
         if (epoch_ != decoder.symbolEpoch()) {
             epoch_ = decoder.symbolEpoch();
             values_.clear();
-            known_.clear();
         }
-        if (symbol >= values_.size()) {
-            values_.resize(decoder.symbolCount());
-            known_.resize(decoder.symbolCount());
-        }
-        if (!known_[symbol]) {
-            values_[symbol] = make(decoder.symbol(symbol));
-            known_[symbol] = 1;
-        }
-        return values_[symbol];
+        while (values_.size() < decoder.symbolCount())
+            values_.push_back(make(decoder.symbol(static_cast<uint32_t>(values_.size()))));
+        return values_.data();
     }
 
   private:
     uint32_t epoch_ = 0;
     std::vector<Value> values_;
-    std::vector<char> known_;
 };
 
 std::string lower(std::string_view text) {
@@ -181,8 +174,9 @@ std::string byExtension(SMF_ReaderTable& table, Columns& c) {
         auto a = c.size.span();
         auto b = c.space.span(a.size());
         auto n = c.name.span(b.size());
+        const uint32_t* groupOfSymbol = bySymbol.follow(names, groupOf);
         for (size_t i = 0; i < n.size(); ++i) {
-            Group& group = groups[bySymbol.at(names, n[i].symbol, groupOf)];
+            Group& group = groups[groupOfSymbol[n[i].symbol]];
             ++group.count;
             group.size += a[i];
             group.space += b[i];
@@ -228,12 +222,13 @@ std::string largest(SMF_ReaderTable& table, Columns& c) {
         auto d = c.modified.dates(a.size());
         auto o = c.owner.span(d.size());
         auto n = c.name.span(o.size());
+        const char* owners = ownerWanted.follow(*c.owner.decoder(), owner);
+        const char* extensions = extensionWanted.follow(*c.name.decoder(), extension);
         int64_t first = table.position();
         int64_t least = heap.size() < Wanted ? -1 : heap.front().first;
         for (size_t i = 0; i < n.size(); ++i) {
             if (a[i] < least || d[i].year < since.year) continue;
-            if (!ownerWanted.at(*c.owner.decoder(), o[i].symbol, owner)) continue;
-            if (!extensionWanted.at(*c.name.decoder(), n[i].symbol, extension)) continue;
+            if (!owners[o[i].symbol] || !extensions[n[i].symbol]) continue;
             std::pair<int64_t, int64_t> entry{a[i], -(first + static_cast<int64_t>(i))};
             if (heap.size() == Wanted) {
                 if (!(entry > heap.front())) continue;
