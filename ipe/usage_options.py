@@ -20,12 +20,16 @@ def read(arguments):
         word = arguments[i]
         if word == "--custom": break
         if word == "--rescan": options["rescan"] = True
-        if i + 1 < len(arguments):
-            if word == "--store": options["store"] = absolute(arguments[i + 1])
+        if word in ["--store", "--dir", "--top"]:
+            i = i + 1
+            if i == len(arguments): raise UsageError, word + " wants a value"
+            value = arguments[i]
+            if value[:2] == "--": raise UsageError, word + " wants a value"
+            if word == "--store": options["store"] = absolute(value)
             if word == "--dir":
-                options["folder"] = arguments[i + 1]
+                options["folder"] = value
                 options["given"] = True
-            if word == "--top": options["top"] = number(arguments[i + 1])
+            if word == "--top": options["top"] = number(value)
         i = i + 1
     options["folder"] = absolute(options["folder"])
     return options

@@ -163,6 +163,7 @@ expect() { # WHAT CODE PATTERN ARGUMENTS...
 }
 expect "a missing folder" 2 "No such file or directory '$work/absent'" --dir "$work/absent"
 expect "a bad number" 2 "wants a number" --top 0x --dir "$work"
+expect "an option in the place of a value" 2 "store wants a value" --dir "$tree/beta" --store
 
 # --- Stores that do not answer
 answers() { # WHAT CODE PATTERN ARGUMENTS...: as `expect`, with the store

@@ -2,6 +2,7 @@
 #include "store/smf_fielddecoder.h"
 
 #include <algorithm>
+#include <atomic>
 #include <map>
 
 #include "store/smf_decoderstream.h"
@@ -141,7 +142,17 @@ void SMF_FieldDecoder::decodeNext(int64_t row) {
 
 // --- Texts.
 
-SMF_StringDecoder::SMF_StringDecoder() : symbols_(std::make_unique<SMF_SymbolTable>()) {}
+namespace {
+uint32_t newEpoch() noexcept {
+    static std::atomic<uint32_t> last{0};
+    uint32_t epoch;
+    do epoch = ++last;
+    while (epoch == 0);
+    return epoch;
+}
+}  // namespace
+
+SMF_StringDecoder::SMF_StringDecoder() : symbols_(std::make_unique<SMF_SymbolTable>()), epoch_(newEpoch()) {}
 SMF_StringDecoder::~SMF_StringDecoder() = default;
 
 char* SMF_StringDecoder::keepRoom(size_t size) {
@@ -196,7 +207,7 @@ void SMF_StringDecoder::beginEpoch() {
     for (uint32_t& symbol : keptSymbols())
         if (symbol != NoSymbol) symbol = symbols->idOf(symbols_->text(symbol));
     symbols_ = std::move(symbols);
-    ++epoch_;
+    epoch_ = newEpoch();
 }
 
 void SMF_StringDecoder::beginBatch() {

@@ -166,7 +166,8 @@ class SMF_DateTimeDecoder : public SMF_FieldDecoder {
 
 // Texts. Symbols are numbered from 1 as their texts are met and keep their number for as long as
 // symbolEpoch() stays the same, so that a consumer may keep a table by symbol; equal texts have equal
-// symbols. An epoch never ends within a batch.
+// symbols. An epoch never ends within a batch. No two decoders of the process share an epoch, not even when
+// one takes the other's place in memory; none is 0.
 class SMF_StringDecoder : public SMF_DecoderOf<SMF_TextValue> {
   public:
     SMF_StringDecoder();
@@ -208,7 +209,7 @@ class SMF_StringDecoder : public SMF_DecoderOf<SMF_TextValue> {
     void beginEpoch();
 
     std::unique_ptr<SMF_SymbolTable> symbols_;
-    uint32_t epoch_ = 0;
+    uint32_t epoch_;
     size_t symbolBytes_ = 0;  // of the table when the batch began
     std::vector<SMF_BlockRef> held_;
     const uint8_t* heldLimit_ = nullptr;  // limit() within the last held block

@@ -188,6 +188,7 @@ def hits(text, *rest):
 
 same("numbers", hits("Size >= 400MB"), [22, 23, 24, 25])
 same("texts", hits("Name = \"file1.txt\""), [2])
+same("a pattern that takes an empty text", len(hits("Owner = 'q?.*'")), 25)
 same("flags", len(hits("Attributes has H")), 8)
 same("dates", hits("Made < 20020101"), [1, 2])
 same("and, or", hits("Count > 20000 and Size > 500MB"), [24, 25])
@@ -197,6 +198,15 @@ same("tokens", cursor.filter("Count > 5")[0]["value"], "Count")
 fault_class("a bad filter", "InvalidFilterException", cursor.filter, "Count >")
 cursor.range(1, 10)
 same("leaves the one before; the range counts rows, not hits", rows(cursor), [2, 3, 4, 5, 6, 7, 8, 9, 10])
+
+
+cursor.connect("File")
+cursor.range(2, 1)
+same("one row before", step(cursor), 2)
+same("without the field", cursor.record(1).has_key("Kind"), 0)
+cursor.filter("def Kind string {} if (Count > 0): (% Kind 'some')")
+cursor.range(2, 1)
+same("a declared field", [step(cursor), cursor.record(1).get("Kind")], [2, "some"])
 
 # --- What is no store
 other = open(path + ".other", "w")

@@ -8,6 +8,7 @@
 #include "store/fields/smf_flagfield.h"
 #include "store/fields/smf_stringfield.h"
 #include "store/fields/smf_treefield.h"
+#include "store/filters/smf_textmatcher.h"
 #include "store/smf_labels.h"
 
 using namespace codec_contract;
@@ -425,6 +426,27 @@ TEST(TextCodecs, EntriesKeepTheirTextsWhenSymbolsBeginAnew) {
         epoch = text.decoder()->symbolEpoch();
     }
     EXPECT_EQ(changes, 1u);
+}
+
+// The decoder of the second table may well lie where that of the first one lay.
+TEST(TextCodecs, WhatAMatcherKnowsOfOneTableIsForgottenAtTheNext) {
+    SMF_TextMatcher matcher("alph", true);
+    for (const char* name : {"alpha.txt", "betaa.txt", "alpha.txt"}) {
+        auto bytes = makeStore([&](SMF_Writer& writer) {
+            SMF_WriterTable table("memory.smf");
+            SMF_String text;
+            text.connect(table, "Text", "F");
+            table.create("T", writer, 4096, 100);
+            text.set(name);
+            for (int i = 0; i < 10; ++i) table.commit();
+        });
+        OpenTable open(bytes, "T");
+        SMF_String text;
+        text.connect(open.table, "Text");
+        open.table.top();
+        open.table.next();
+        EXPECT_EQ(matcher.matches(text), name[0] == 'a');
+    }
 }
 
 // --- Value classes.

@@ -184,7 +184,7 @@ void SMF_BatchSearch::searchRun(const SMF_TextValue* values, size_t from, size_t
 
 void SMF_BatchSearch::search(const SMF_StringDecoder& decoder) {
     const auto& batch = decoder.batch();
-    decoder_ = nullptr;  // until all is done
+    epoch_ = 0;  // until all is done
     first_ = batch.first;
     count_ = batch.count;
     if (answers_.size() < count_) answers_.resize(count_);
@@ -207,5 +207,5 @@ void SMF_BatchSearch::search(const SMF_StringDecoder& decoder) {
         to = i + 1;
     }
     if (from != None) searchRun(values, from, to);
-    decoder_ = &decoder;
+    epoch_ = decoder.symbolEpoch();
 }

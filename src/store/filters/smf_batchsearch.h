@@ -46,7 +46,8 @@ class SMF_BatchSearch {
     // the needle's could count as equal.
     Answer of(const SMF_StringDecoder& decoder, int64_t row) {
         const auto& batch = decoder.batch();
-        if (&decoder != decoder_ || batch.first != first_ || batch.count != count_) search(decoder);
+        if (decoder.symbolEpoch() != epoch_ || batch.first != first_ || batch.count != count_)
+            search(decoder);
         return static_cast<Answer>(answers_[static_cast<size_t>(row - first_)]);
     }
 
@@ -64,8 +65,8 @@ class SMF_BatchSearch {
 
     std::string needle_;
     bool ignoreCase_;
-    bool hasRelatives_;  // the needle has letters that others beyond ASCII count as equal to
-    const SMF_StringDecoder* decoder_ = nullptr;
+    bool hasRelatives_;   // the needle has letters that others beyond ASCII count as equal to
+    uint32_t epoch_ = 0;  // of the decoder searched last; 0 for none
     int64_t first_ = 0;
     uint32_t count_ = 0;
     SMF_SymbolAnswers symbols_;

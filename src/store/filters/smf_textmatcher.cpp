@@ -126,6 +126,8 @@ std::unique_ptr<SMF_TextMatcher::Code> SMF_TextMatcher::compile(uint32_t options
 }
 
 bool SMF_TextMatcher::find(std::string_view text) {
+    // The machine code takes a null pointer for no text at all, and a column's empty text may be one.
+    if (text.empty()) text = std::string_view("", 0);
     if (!isUtf8(text)) {
         repair(text, repaired_);
         text = repaired_;

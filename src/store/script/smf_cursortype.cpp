@@ -48,6 +48,7 @@ IPE_Object SMF_CursorType::filter(const IPE_Arguments& arguments) {
     IPE_Object tokens = IPE_NewList();
     std::string_view text = arguments.text(0);
     if (text.empty()) return tokens;
+    if (!chosen_) columns_.clear();  // the text may declare fields
     auto compiled = std::make_unique<SMF_RecordFilter>(*table_, nullptr);
     if (!variables_.isNull()) compiled->setVariables(variables_);
     compiled->compile(text, tokens);
