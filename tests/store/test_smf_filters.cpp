@@ -194,6 +194,8 @@ TEST_F(Filters, DatesCompareByParts) {
         {"When > 2006-06-15-12:30 and When < 20070101", "2 3 6"},
         {"When >= 20060630123001", "2 3 6"},
         {"Day = 2006-06-14 + 1 day", "1"},
+        {"When = 20060614 + 1 day", "1"},  // a day stays a day
+        {"  When = 2006-06-22 - 1 week", "1"},
         {"Day = 2006-06-18 - 3 days", "1"},
         {"Day = 2006-06-18 - 3DAYS", "1"},
         {"Day + 3 days = 2006-06-18", "1"},

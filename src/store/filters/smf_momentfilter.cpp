@@ -199,19 +199,28 @@ void SMF_MomentFilter::setMoment(int64_t time, IPE_TokenSource& tokens) {
     setMask();
 }
 
+// A literal without a time stands for its day: shifted by whole days it stays one, also across a change of
+// the zone.
 void SMF_MomentFilter::shiftParts(IPE_TokenSource& tokens) {
+    constexpr int64_t SecondsADay = 86400, MostDays = 4'000'000;
     if (starred_) tokens.syntaxError("An offset needs a date without *");
+    bool isDay = !present_[3] && !present_[4] && !present_[5];
+    int64_t days = shift_ / SecondsADay;
+    bool byDays = isDay && shift_ % SecondsADay == 0 && days > -MostDays && days < MostDays;
     std::tm parts{};
     parts.tm_year = static_cast<int>(right_[0] - 1900);
     parts.tm_mon = static_cast<int>(right_[1] - 1);
-    parts.tm_mday = static_cast<int>(right_[2]);
+    parts.tm_mday = static_cast<int>(right_[2] + (byDays ? days : 0));
     parts.tm_hour = static_cast<int>(right_[3]);
     parts.tm_min = static_cast<int>(right_[4]);
     parts.tm_sec = static_cast<int>(right_[5]);
     parts.tm_isdst = parts.tm_wday = -1;
     time_t moment = std::mktime(&parts);
     if (moment == -1 && parts.tm_wday == -1) tokens.syntaxError("The date is out of range");
-    setMoment(SMF_SaturatingAdd(moment, shift_), tokens);
+    if (!byDays) return setMoment(SMF_SaturatingAdd(moment, shift_), tokens);
+    right_[0] = parts.tm_year + 1900;
+    right_[1] = parts.tm_mon + 1;
+    right_[2] = parts.tm_mday;
 }
 
 // Parts that the field does not have are not compared.

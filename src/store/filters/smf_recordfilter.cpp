@@ -128,6 +128,8 @@ bool SMF_RecordFilter::isMarkedNotCacheable() const {
 // --- Compiling.
 
 bool SMF_RecordFilter::compile(std::string_view text, const IPE_Object& tokens) {
+    // A query is one line; blanks in front of it are no indent.
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
     if (text.empty()) return true;
     QueryTokens source(tokens);
     source.assign(text);
