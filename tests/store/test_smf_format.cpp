@@ -360,3 +360,28 @@ TEST(Format, IncompleteStoresAreRefused) {
     EXPECT_EQ(open.table.rows(), 2);
     EXPECT_EQ(open.reader.tables().size(), 1u);
 }
+
+TEST(Format, FieldsAddedLateAndTypesWithoutAClass) {
+    auto bytes = makeStore([](SMF_Writer& writer) {
+        SMF_WriterTable table("m");
+        SMF_I32 n, late;
+        n.connect(table, "N", "R");
+        table.create("T", writer, 4096, 10);
+        late.connect(table, "Late", "R");
+        n.set(7);
+        late.set(-1);
+        table.commit();
+        SMF_WriterTable none("m");
+        none.addField("x", 1, {});
+        EXPECT_EQ(faultOf([&] { none.create("none", writer, 0, 0); }),
+                  "SystemError: There is no field encoder available for BS");
+    });
+    OpenTable open(bytes, "T");
+    EXPECT_EQ(open.table.rows(), 1);
+    EXPECT_EQ(open.table.meta().fields.size(), 1u);
+    // A handle of a table that is connected anew has to be connected anew, too.
+    SMF_I32 n;
+    n.connect(open.table, "N");
+    open.table.connect(open.reader, "T");
+    EXPECT_EQ(faultOf([&] { n.get(); }), "DatabaseError: Field is not connected to a table");
+}
