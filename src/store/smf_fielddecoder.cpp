@@ -210,6 +210,8 @@ void SMF_StringDecoder::beginBatch() {
     roomNext_ = nullptr;
     roomLeft_ = keptBytes_ = 0;
     if (symbols_->size() > MostSymbols || symbols_->bytes() > MostSymbolBytes) beginEpoch();
+    // Blocks that a table names again and again could fill every entry with the longest text.
+    if (symbols_->bytes() > SMF_TextLimit) SMF_IllegalData(fileName());
     symbolBytes_ = symbols_->bytes();
 }
 
