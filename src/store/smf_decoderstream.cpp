@@ -44,7 +44,13 @@ SMF_DecoderStream::SMF_DecoderStream(SMF_File& file, const SMF_HeaderReader& hea
         at > file.size() - count * entry)
         SMF_CorruptHeader(file.name());
     length_ = wide ? header.number64(SMF_StreamLength) : blockSize_ * count;
-    if (length_ < 0 || length_ > blockSize_ * count) SMF_CorruptHeader(file.name());
+    // Blocks that a table names again and again could make a stream of any length; the last block of an older
+    // stream may count for more than it holds.
+    bool zlib = mode_ & SMF_ModeZlib, compressed = zlib || (mode_ & SMF_ModeLz4);
+    auto inFile = static_cast<size_t>(file.size());
+    auto most = static_cast<int64_t>(compressed ? SMF_MostDecompressed(zlib, inFile) : inFile);
+    if (length_ < 0 || length_ > blockSize_ * count || length_ > most + 64 * count + blockSize_)
+        SMF_CorruptHeader(file.name());
     std::vector<uint8_t> bytes(static_cast<size_t>(count * entry));
     if (file.read(at, bytes.data(), bytes.size()) != bytes.size()) SMF_CorruptHeader(file.name());
     table_.reserve(static_cast<size_t>(count));

@@ -307,6 +307,17 @@ TEST(Format, DamagedBlocksReadAsZero) {
     for (int32_t value : {-1, 1, INT32_MAX}) EXPECT_EQ(fault(set(13, value)), corrupt) << value;
     for (int32_t value : {-1, INT32_MAX}) EXPECT_EQ(fault(set(62, value)), corrupt) << value;
     for (int32_t value : {-1, INT32_MAX}) EXPECT_EQ(fault(set(64, value)), corrupt) << value;
+    // One block named 200 times makes more than a file of this size can hold.
+    auto again = [](std::string& bytes, plain::Record& header) {
+        for (auto& entry : header.numbers) {
+            if (entry.first == 12) entry.second = 1 << 30;
+            if (entry.first == 13) entry.second = 200;
+            if (entry.first == 63) entry.second = 99;
+            if (entry.first == 64) entry.second = static_cast<int32_t>(bytes.size());
+        }
+        for (int i = 0; i < 200; ++i) bytes += plain::little(64, 8);
+    };
+    EXPECT_EQ(fault(again), corrupt);
 }
 
 TEST(Format, TablesAreFoundAndLimited) {
