@@ -56,5 +56,5 @@ void SMF_PageCursor::refill() {
 
 // The shared stream knows the file's name.
 void SMF_PageCursor::tooShort() const {
-    for (;;) shared_.readByte();
+    for (;;) shared_.tooShort();  // does not return
 }

@@ -75,6 +75,9 @@ class SMF_ByteCursor {
     // The most bytes that can still come: a length above it cannot be true.
     virtual int64_t remaining() const noexcept = 0;
 
+    // Raises what a value that the data cannot hold raises.
+    [[noreturn]] virtual void tooShort() const = 0;
+
   protected:
     virtual void refill() = 0;
 
@@ -83,7 +86,6 @@ class SMF_ByteCursor {
 
   private:
     void readSlow(uint8_t* out, size_t size);
-    [[noreturn]] virtual void tooShort() const = 0;
 };
 
 // The pages of one decoder on a stream that the decoders of all fields share (older layout).

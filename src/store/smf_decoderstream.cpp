@@ -37,14 +37,21 @@ SMF_DecoderStream::SMF_DecoderStream(SMF_File& file, const SMF_HeaderReader& hea
     mode_ = header.number(SMF_StreamMode);
     blockSize_ = header.number(SMF_BlockSize);
     int64_t count = header.number(SMF_BlockCount);
-    bool wide = header.has(SMF_StreamLength);
+    wide_ = header.has(SMF_StreamLength);
+    bool wide = wide_;
     int64_t at = wide ? header.number64(SMF_Table64) : static_cast<uint32_t>(header.number(SMF_Table32));
     int64_t entry = wide ? 8 : 4;
     if (blockSize_ <= 0 || blockSize_ > SMF_MaxBlockSize || count < 0 || at < 0 ||
         at > file.size() - count * entry)
         SMF_CorruptHeader(file.name());
     length_ = wide ? header.number64(SMF_StreamLength) : blockSize_ * count;
-    if (length_ < 0 || length_ > blockSize_ * count) SMF_CorruptHeader(file.name());
+    // Blocks that a table names again and again could make a stream of any length; the last block of an older
+    // stream may count for more than it holds.
+    bool zlib = mode_ & SMF_ModeZlib, compressed = zlib || (mode_ & SMF_ModeLz4);
+    auto inFile = static_cast<size_t>(file.size());
+    auto most = static_cast<int64_t>(compressed ? SMF_MostDecompressed(zlib, inFile) : inFile);
+    if (length_ < 0 || length_ > blockSize_ * count || length_ > most + 64 * count + blockSize_)
+        SMF_CorruptHeader(file.name());
     std::vector<uint8_t> bytes(static_cast<size_t>(count * entry));
     if (file.read(at, bytes.data(), bytes.size()) != bytes.size()) SMF_CorruptHeader(file.name());
     table_.reserve(static_cast<size_t>(count));
@@ -129,7 +136,9 @@ std::shared_ptr<SMF_Block> SMF_DecoderStream::decode(int64_t number) {
         made = SMF_Decompress(zlib, raw.data(), raw.size(), block->bytes.get(),
                               std::min(room, SMF_MostDecompressed(zlib, raw.size())));
     if (compressed && !fault && made < static_cast<int64_t>(wanted)) {
-        fault = made < 0 ? "does not decompress" : "is too short";
+        // The older layout tells no length: its last block ends where the data ends.
+        bool mayEnd = !wide_ && number + 1 == blockCount();
+        if (made < 0 || !mayEnd) fault = made < 0 ? "does not decompress" : "is too short";
         std::shared_ptr<SMF_Block> partial = std::exchange(block, makeBlock(room, false));
         if (made > 0) std::memcpy(block->bytes.get(), partial->bytes.get(), static_cast<size_t>(made));
     }

@@ -23,7 +23,7 @@ class SMF_DecoderStream final : public SMF_ByteCursor {
 
     // Takes the header that has been read. `name` tells the stream in messages. Raises the corrupt-header
     // error for numbers that cannot be: a block size of 0 or above SMF_MaxBlockSize, a block table that is
-    // not in the file, a length that the blocks cannot hold.
+    // not in the file, a length that the blocks, or any blocks of this file, cannot hold.
     SMF_DecoderStream(SMF_File& file, const SMF_HeaderReader& header, std::string name);
 
     SMF_File& file() const noexcept { return file_; }
@@ -61,6 +61,7 @@ class SMF_DecoderStream final : public SMF_ByteCursor {
     SMF_File& file_;
     std::string name_;
     int32_t mode_ = 0;
+    bool wide_ = true;  // the current layout, which tells the length
     int64_t blockSize_ = 0;
     int64_t length_ = 0;
     std::vector<int64_t> table_;

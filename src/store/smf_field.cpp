@@ -43,8 +43,13 @@ std::string SMF_Field::asText() { return IPE_Object_Text(asObject()); }
 
 void SMF_Field::reset() {
     clear();
-    if (IPE_Type* value = meta_->tags.as<IPE_DictType>()->findText("IPEDefault"))
-        assignObject(IPE_Object(value));
+    if (IPE_Type* value = meta_->tags.as<IPE_DictType>()->findText("IPEDefault")) {
+        // In older files every tag is a text.
+        if (value->typeName() == IPE_StringType::TypeName && typeNumber() != SMF_TypeTime)
+            assignText(value->c_str());
+        else
+            assignObject(IPE_Object(value));
+    }
 }
 
 const IPE_Object& SMF_Field::fixedValue() const noexcept {

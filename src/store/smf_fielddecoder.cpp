@@ -94,6 +94,7 @@ void SMF_FieldDecoder::load(int64_t row) {
 
 void SMF_FieldDecoder::jumpTo(int64_t bucket) {
     bucket_ = -1;
+    XPK_Assert(bucket <= jumps_->length() / 8);  // the product could overflow
     jumps_->seek(bucket * 8);
     auto position = static_cast<int64_t>(jumps_->readLittle(8));
     data_->seek(position);
@@ -204,8 +205,11 @@ std::string_view SMF_StringDecoder::take(size_t size) {
 
 void SMF_StringDecoder::beginEpoch() {
     auto symbols = std::make_unique<SMF_SymbolTable>();
-    for (uint32_t& symbol : keptSymbols())
+    std::span<uint32_t> kept = keptSymbols();
+    std::vector<uint32_t> renumbered(kept.begin(), kept.end());  // out of memory leaves the old ones
+    for (uint32_t& symbol : renumbered)
         if (symbol != NoSymbol) symbol = symbols->idOf(symbols_->text(symbol));
+    std::ranges::copy(renumbered, kept.begin());
     symbols_ = std::move(symbols);
     epoch_ = newEpoch();
 }
@@ -217,6 +221,8 @@ void SMF_StringDecoder::beginBatch() {
     roomNext_ = nullptr;
     roomLeft_ = keptBytes_ = 0;
     if (symbols_->size() > MostSymbols || symbols_->bytes() > MostSymbolBytes) beginEpoch();
+    // Blocks that a table names again and again could fill every entry with the longest text.
+    if (symbols_->bytes() > SMF_TextLimit) SMF_IllegalData(fileName());
     symbolBytes_ = symbols_->bytes();
 }
 

@@ -53,7 +53,10 @@ const SMF_FieldMeta& SMF_FieldHandle::meta() const {
 
 SMF_Field& SMF_FieldHandle::field() const {
     if (!meta_) unconnected();
-    return data_->field(index_);
+    SMF_Field& field = data_->field(index_);
+    // The record may have been connected to another table since.
+    if (&field.meta() != meta_.get()) unconnected();
+    return field;
 }
 
 SMF_FieldDecoder* SMF_FieldHandle::plainDecoder() const noexcept {

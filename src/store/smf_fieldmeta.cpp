@@ -49,6 +49,10 @@ void SMF_FieldMeta::exportTo(IPE_DictType& dictionary) const {
     if (data) data->exportTo(dictionary);
 }
 
+bool SMF_DecodesType(std::string_view key, int32_t type) {
+    return !SMF_TypeName(type).empty() && !key.empty() && SMF_SameType(key[0] - 'A', type);
+}
+
 std::string_view SMF_TypeName(int32_t type) {
     switch (type) {
         case SMF_TypeString:

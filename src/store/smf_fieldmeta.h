@@ -56,6 +56,8 @@ struct SMF_FieldMeta {
 
 // "String", "I32", ... of a type number; empty when the type has no class.
 std::string_view SMF_TypeName(int32_t type);
+// True when the type has a class and the codec key begins with the type's letter.
+bool SMF_DecodesType(std::string_view key, int32_t type);
 // The type of a handle takes a field of that type; 0 and 10 count as equal.
 inline bool SMF_SameType(int32_t a, int32_t b) {
     return a == b || (a == SMF_TypeString && b == SMF_TypeString10) ||

@@ -181,13 +181,18 @@ std::vector<std::pair<std::string, std::string>> SMF_HeaderReader::chain(
     std::vector<std::pair<std::string, std::string>> pairs;
     std::unordered_set<int32_t> seen;
     SMF_HeaderReader record;
+    int64_t left = mainStream ? mainStream->length() : file.size();
     for (int32_t at = number(code); at != -1; at = record.number(SMF_PairNext)) {
         if (!seen.insert(at).second) SMF_CorruptHeader(fileName_);
         if (mainStream)
             record.read(*mainStream, at);
         else
             record.read(file, at);
-        pairs.emplace_back(record.string(SMF_PairKey), record.string(SMF_PairValue));
+        const std::string &key = record.string(SMF_PairKey), &value = record.string(SMF_PairValue);
+        // Records that lie within each other's texts could make far more of a file than it holds.
+        left -= static_cast<int64_t>(key.size() + value.size());
+        if (left < 0) SMF_CorruptHeader(fileName_);
+        pairs.emplace_back(key, value);
     }
     return pairs;
 }

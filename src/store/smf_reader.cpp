@@ -46,6 +46,7 @@ void SMF_Reader::close() {
     if (store_) store_->file->close();
     store_ = nullptr;
     tables_.clear();
+    places_.clear();
     compressed_ = false;
 }
 
@@ -61,20 +62,18 @@ void SMF_Reader::readHeader(SMF_HeaderReader& header, int64_t position) const {
         header.read(*store_->file, position);
 }
 
-int64_t SMF_Reader::location(std::string_view name) const noexcept {
-    for (const auto& table : tables_)
-        if (table.first == name) return table.second;
-    return -1;
+int64_t SMF_Reader::location(std::string_view name) const {
+    auto found = places_.find(std::string(name));
+    return found == places_.end() ? -1 : tables_[found->second].second;
 }
 
 // A name that comes twice keeps its place and takes the later position, as a dictionary does.
 void SMF_Reader::enter(const std::string& name, int64_t position) {
-    for (auto& table : tables_) {
-        if (table.first != name) continue;
-        table.second = position;
-        return;
-    }
-    tables_.emplace_back(name, position);
+    auto [place, isNew] = places_.try_emplace(name, tables_.size());
+    if (isNew)
+        tables_.emplace_back(name, position);
+    else
+        tables_[place->second].second = position;
 }
 
 void SMF_Reader::readDirectory() {
@@ -87,15 +86,23 @@ void SMF_Reader::readDirectory() {
     auto once = [&](int64_t position) {
         if (!seen.insert(position).second) SMF_CorruptHeader(name_);
     };
+    // Records that lie within each other's names could make far more of a file than it holds.
+    auto enterRecord = [&](int64_t position, int64_t& left) {
+        const std::string& name = record.string(SMF_TableName);
+        left -= static_cast<int64_t>(name.size());
+        if (left < 0) SMF_CorruptHeader(name_);
+        enter(name, position);
+    };
     if (header.has(SMF_MainStream)) {
         SMF_HeaderReader main;
         main.read(file, header.number64(SMF_MainStream));
         store_->mainStream = std::make_unique<SMF_DecoderStream>(file, main, "the main stream");
         record.read(*store_->mainStream, 0);
+        int64_t left = store_->mainStream->length();
         for (int64_t at = record.number64(SMF_NextTable); at != 0; at = record.number64(SMF_NextTable)) {
             once(at);
             record.read(*store_->mainStream, at);
-            enter(record.string(SMF_TableName), at);
+            enterRecord(at, left);
         }
     } else if (flags & FlagDirectory) {
         for (const auto& [name, position] : header.chain(SMF_OldDirectory, file, nullptr))
@@ -103,10 +110,11 @@ void SMF_Reader::readDirectory() {
     } else {
         int32_t at = header.number(SMF_OldNextTable);
         if (at == 0) SMF_Fail(SMF_Runtime, "The database file is empty", name_);
+        int64_t left = file.size();
         for (; at != -1; at = record.number(SMF_OldNextTable)) {
             once(at);
             record.read(file, at);
-            enter(record.string(SMF_TableName), at);
+            enterRecord(at, left);
         }
     }
 }

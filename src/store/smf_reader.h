@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -28,7 +29,7 @@ class SMF_Reader {
     // Table names with the positions of their headers, in the order of the file.
     const std::vector<std::pair<std::string, int64_t>>& tables() const noexcept { return tables_; }
     // -1 for a name that is not there.
-    int64_t location(std::string_view name) const noexcept;
+    int64_t location(std::string_view name) const;
     const std::string& name() const noexcept { return name_; }
     bool compressed() const noexcept { return compressed_; }
     bool hasMainStream() const noexcept { return store_ && store_->mainStream != nullptr; }
@@ -43,6 +44,7 @@ class SMF_Reader {
 
     std::shared_ptr<SMF_StoreFile> store_;
     std::vector<std::pair<std::string, int64_t>> tables_;
+    std::unordered_map<std::string, size_t> places_;  // of the names in tables_
     std::string name_;
     bool compressed_ = false;
 };

@@ -92,9 +92,10 @@ void SMF_ReaderTable::connectOld(const SMF_HeaderReader& header) {
         int32_t index = meta.addField(type, record.string(SMF_FieldName), tags);
         SMF_FieldMeta& field = *meta.fields[static_cast<size_t>(index)];
         std::string key = record.string(SMF_CodecKey);
-        if (key.empty() || !SMF_SameType(key[0] - 'A', type) || !data104_) SMF_IllegalData(file.name());
+        if (!SMF_DecodesType(key, type) || !data104_) SMF_IllegalData(file.name());
         field.decoder = SMF_CreateDecoder(key);
         field.decoder->attach(store, field, *data104_);
+        field.decoder->restart();
         decoders_.push_back(field.decoder);
     }
 }
@@ -167,8 +168,11 @@ void SMF_ReaderTable::seekOld(int64_t row) {
         return next();
     }
     if (position_ == target) return next();
-    if (zero_ && jumps105_) {
+    if (decoders_.empty()) {
+        position_ = target;
+    } else if (zero_ && jumps105_) {
         int64_t bucket = target / zero_;
+        XPK_Assert(bucket <= jumps105_->length() / 4);  // the product could overflow
         jumps105_->seek(bucket * 4);
         auto at = static_cast<int64_t>(jumps105_->readLittle(4));
         data104_->seek(at);

@@ -84,11 +84,14 @@ void SMF_RecordMeta::load(const SMF_HeaderReader& table, const std::shared_ptr<S
         SMF_FieldMeta& field = *fields[static_cast<size_t>(index)];
         std::string key = header.string(SMF_CodecKey);
         // The value class of the type reads the decoder's batch, so the two must agree.
-        bool agree = !key.empty() && SMF_SameType(key[0] - 'A', type);
-        if (!agree) SMF_IllegalData(fileName);
+        if (!SMF_DecodesType(key, type)) SMF_IllegalData(fileName);
         field.decoder = SMF_CreateDecoder(key);
         field.decoder->connect(store, field, header, rows);
     }
+}
+
+void SMF_RecordMeta::chooseEncoders() {
+    for (const auto& field : fields) field->encoder = SMF_ChooseEncoder(*field);
 }
 
 void SMF_RecordMeta::write(const SMF_EncoderContext& context) {
@@ -103,7 +106,6 @@ void SMF_RecordMeta::write(const SMF_EncoderContext& context) {
     table->setNumber64(SMF_NextField, 0);
     SMF_HeaderWriter* previous = table.get();
     for (const auto& field : fields) {
-        field->encoder = SMF_ChooseEncoder(*field);
         field->encoder->connect(context, *field);
         // A field header's own link stands in its reserved numbers; the update at close writes it.
         previous->setNumber64(SMF_NextField, field->encoder->header().home());
@@ -113,8 +115,13 @@ void SMF_RecordMeta::write(const SMF_EncoderContext& context) {
     header = std::move(table);
 }
 
+// A field that was added after the headers were written has no encoder, and is not stored.
+void SMF_RecordMeta::check(const SMF_RecordData& record) const {
+    for (size_t i = 0; i < fields.size(); ++i)
+        if (fields[i]->encoder) fields[i]->encoder->check(*record.fields[i]);
+}
+
 void SMF_RecordMeta::store(SMF_RecordData& record) {
-    // A field that was added after the table was written has no encoder.
     for (size_t i = 0; i < fields.size(); ++i)
         if (fields[i]->encoder) fields[i]->encoder->store(*record.fields[i]);
     record.row = ++rows;

@@ -49,8 +49,12 @@ struct SMF_RecordMeta {
     // Reads the table header's numbers and its chain of fields; every decoder connects. For more than 128
     // fields Corruption "Record reader has detected > 128 fields".
     void load(const SMF_HeaderReader& header, const std::shared_ptr<SMF_StoreFile>& store);
-    // Makes the table header, the encoders and the field headers, and appends them all.
+    // Gives every field its encoder, by its type and tags.
+    void chooseEncoders();
+    // Makes the table header and the field headers, and appends them all.
     void write(const SMF_EncoderContext& context);
+    // Raises for a value that no encoder takes, with nothing stored.
+    void check(const SMF_RecordData& record) const;
     // Gives each field's value to its encoder and counts the row.
     void store(SMF_RecordData& record);
     // Closes the encoders and updates the table header. Nothing when nothing was written.

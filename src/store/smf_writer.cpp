@@ -54,8 +54,8 @@ SMF_EncoderContext SMF_Writer::context(const SMF_RecordMeta& meta) {
 void SMF_Writer::addTable(const std::shared_ptr<SMF_RecordMeta>& meta) {
     if (tables_.size() >= SMF_MaxTables) SMF_Fail(SMF_Runtime, "writer.MaxTables exceded", name_);
     SMF_HeaderWriter& before = tables_.empty() ? *root_ : *tables_.back()->header;
-    before.setNumber64(SMF_NextTable, meta->header->home());
     tables_.push_back(meta);
+    before.setNumber64(SMF_NextTable, meta->header->home());
 }
 
 void SMF_Writer::close() {
@@ -112,7 +112,10 @@ void SMF_WriterTable::finishCreate(std::string_view name, SMF_Writer& writer, ui
     meta.zero = zeroInterval;
     meta.zlib = writer.compressed();
     meta.complete = true;
+    meta.chooseEncoders();
     rebuild();
+    // Tags and defaults may be objects of a script, whose text forms may have closed the writer meanwhile.
+    writer.requireUsable();
     meta.write(writer.context(meta));
     writer.addTable(data_.meta);
     writer_ = &writer;
@@ -165,8 +168,7 @@ void SMF_WriterTable::createFromSchema(std::string_view name, const IPE_Object& 
 void SMF_WriterTable::commit() {
     requireOpen();
     SMF_RecordMeta& meta = *data_.meta;
-    for (size_t i = 0; i < meta.fields.size(); ++i)
-        if (meta.fields[i]->encoder) meta.fields[i]->encoder->check(*data_.fields[i]);
+    meta.check(data_);
     try {
         meta.store(data_);
     } catch (...) {
@@ -177,19 +179,14 @@ void SMF_WriterTable::commit() {
 
 void SMF_WriterTable::append(const IPE_Object& values) {
     requireOpen();
-    const IPE_Object* items = nullptr;
-    int32_t count = 0;
-    if (values.is<IPE_TupleType>()) {
-        count = values.as<IPE_TupleType>()->count();
-        items = count ? &values.as<IPE_TupleType>()->at(0) : nullptr;
-    } else {
-        IPE_ListType* list = PyList_SafeCast(values);
-        count = list->count();
-        items = count ? &list->at(0) : nullptr;
-    }
+    if (!values.is<IPE_TupleType>()) PyList_SafeCast(values);
+    auto* items = static_cast<IPE_SequenceType*>(values.get());
     for (size_t i = 0; i < data_.fields.size(); ++i) {
-        if (static_cast<int32_t>(i) >= count) XPK_Raise("IndexError", "list index out of range").raise();
-        data_.fields[i]->assignObject(items[i]);
+        // An item's text form may be a script's own, which may change the list.
+        if (static_cast<int32_t>(i) >= items->count())
+            XPK_Raise("IndexError", "list index out of range").raise();
+        IPE_Object item = items->at(static_cast<int32_t>(i));
+        data_.fields[i]->assignObject(item);
     }
     commit();
 }

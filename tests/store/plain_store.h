@@ -111,7 +111,7 @@ struct File {
         for (size_t i = 0; i < count; ++i) {
             std::string block = content.substr(i * blockSize, blockSize);
             if (wide && i + 1 == count && mode) block += '\0';
-            if (!wide || !mode) block.resize(blockSize);
+            if (!mode) block.resize(blockSize);
             std::string packed = mode == 1 ? zlibStored(block) : mode == 2 ? lz4Literals(block) : block;
             table.push_back(append(mode ? little(packed.size(), 4) + packed : packed));
         }

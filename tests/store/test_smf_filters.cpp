@@ -311,7 +311,6 @@ TEST_F(Filters, FaultsAreFaultsOfTheQuery) {
                               "and and ?",
                               "Count = 'abc",
                               "\tCount = 5",
-                              " Count = 5",
                               "Count = \xC3\xA9",
                               "= 5",
                               "'text'",

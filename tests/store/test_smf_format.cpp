@@ -307,6 +307,17 @@ TEST(Format, DamagedBlocksReadAsZero) {
     for (int32_t value : {-1, 1, INT32_MAX}) EXPECT_EQ(fault(set(13, value)), corrupt) << value;
     for (int32_t value : {-1, INT32_MAX}) EXPECT_EQ(fault(set(62, value)), corrupt) << value;
     for (int32_t value : {-1, INT32_MAX}) EXPECT_EQ(fault(set(64, value)), corrupt) << value;
+    // One block named 200 times makes more than a file of this size can hold.
+    auto again = [](std::string& bytes, plain::Record& header) {
+        for (auto& entry : header.numbers) {
+            if (entry.first == 12) entry.second = 1 << 30;
+            if (entry.first == 13) entry.second = 200;
+            if (entry.first == 63) entry.second = 99;
+            if (entry.first == 64) entry.second = static_cast<int32_t>(bytes.size());
+        }
+        for (int i = 0; i < 200; ++i) bytes += plain::little(64, 8);
+    };
+    EXPECT_EQ(fault(again), corrupt);
 }
 
 TEST(Format, TablesAreFoundAndLimited) {
@@ -359,4 +370,29 @@ TEST(Format, IncompleteStoresAreRefused) {
     OpenTable open(bytes, "T");
     EXPECT_EQ(open.table.rows(), 2);
     EXPECT_EQ(open.reader.tables().size(), 1u);
+}
+
+TEST(Format, FieldsAddedLateAndTypesWithoutAClass) {
+    auto bytes = makeStore([](SMF_Writer& writer) {
+        SMF_WriterTable table("m");
+        SMF_I32 n, late;
+        n.connect(table, "N", "R");
+        table.create("T", writer, 4096, 10);
+        late.connect(table, "Late", "R");
+        n.set(7);
+        late.set(-1);
+        table.commit();
+        SMF_WriterTable none("m");
+        none.addField("x", 1, {});
+        EXPECT_EQ(faultOf([&] { none.create("none", writer, 0, 0); }),
+                  "SystemError: There is no field encoder available for BS");
+    });
+    OpenTable open(bytes, "T");
+    EXPECT_EQ(open.table.rows(), 1);
+    EXPECT_EQ(open.table.meta().fields.size(), 1u);
+    // A handle of a table that is connected anew has to be connected anew, too.
+    SMF_I32 n;
+    n.connect(open.table, "N");
+    open.table.connect(open.reader, "T");
+    EXPECT_EQ(faultOf([&] { n.get(); }), "DatabaseError: Field is not connected to a table");
 }

@@ -211,6 +211,7 @@ TEST(OldLayout, RowsReadForwardAndBySeek) {
                     ASSERT_EQ(number.get(), i * 3 - 5);
                 }
                 EXPECT_EQ(table.position(), 301);
+                EXPECT_EQ(open.reader.store()->file->damage().count, 0);
                 for (int64_t row : {300, 1, 2, 299, 21, 20, 19, 150, 150, 151, 40, 41, 300}) {
                     table.seek(row);
                     ASSERT_EQ(rowOf(table), wanted(row - 1)) << row;
@@ -258,4 +259,58 @@ TEST(OldLayout, DamageIsNamed) {
                     type == "SystemError" || type == "IndexError")
             << type << " at " << at;
     }
+}
+
+// Numbers that no writer makes: jumps without records, more rows than a position can count, names that lie
+// within each other.
+TEST(OldLayout, OddNumbersEnd) {
+    auto table = [](int32_t jump, int32_t zero, int32_t rowsHigh) {
+        plain::File file;
+        size_t headerSize = plain::Record().number(2, 0).number(106, 0).at(0).size();
+        file.bytes.resize(headerSize);
+        int64_t jumps = file.append(file.stream(std::string(8, 0), 0, 4096, false));
+        int64_t at = file.append(plain::Record()
+                                     .number(100, -1)
+                                     .number(101, 5)
+                                     .number(102, rowsHigh)
+                                     .number(103, 0)
+                                     .number(104, -1)
+                                     .number(105, jump ? static_cast<int32_t>(jumps) : -1)
+                                     .number(106, -1)
+                                     .number(107, zero)
+                                     .number(130, -1)
+                                     .text(210, "Old"));
+        file.bytes.replace(0, headerSize,
+                           plain::Record().number(2, 0).number(106, static_cast<int32_t>(at)).at(0));
+        return shared(file.bytes);
+    };
+    for (int32_t jump : {0, 1})
+        for (int32_t zero : {0, 1, 20}) {
+            OpenTable open(table(jump, zero, INT32_MAX), "Old");
+            open.table.seek(open.table.rows());
+            EXPECT_EQ(open.table.position(), open.table.rows());
+        }
+
+    // 200 table headers, the name of each reaching to the end that they share.
+    constexpr size_t Count = 200, Step = 22;
+    size_t headerSize = plain::Record().number(2, 0).number(106, 0).at(0).size();
+    std::string bytes = plain::Record().number(2, 0).number(106, static_cast<int32_t>(headerSize)).at(0);
+    size_t end = headerSize + Count * Step + 300;
+    for (size_t i = 0; i < Count; ++i) {
+        size_t at = bytes.size();
+        int32_t next = i + 1 < Count ? static_cast<int32_t>(at + Step) : -1;
+        std::string head = plain::Record().number(106, next).at(static_cast<int64_t>(at));
+        head.pop_back();
+        auto tag = static_cast<char>(210 ^ static_cast<uint8_t>(at + head.size()));
+        head += tag;
+        head += static_cast<char>(tag ^ '\xFF');
+        head += plain::big32(static_cast<uint32_t>(end - at - head.size() - 4));
+        head.resize(Step, 'x');
+        bytes += head;
+    }
+    bytes.resize(end, 'x');
+    bytes += static_cast<char>(255 ^ static_cast<uint8_t>(end));
+    SMF_Reader reader;
+    EXPECT_EQ(faultOf([&] { reader.open(std::make_unique<SharedFile>(shared(bytes))); }),
+              "DatabaseError: The database has a corrupt header");
 }

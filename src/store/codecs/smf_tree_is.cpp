@@ -241,14 +241,19 @@ class Decoder final : public SMF_TreeDecoder {
         uint32_t size = in().readTextLength();
         if (size > in().remaining()) illegal();
         text.isSet = false;
+        textBytes_ -= text.view.size();
         if (text.bytes) {
             asideBytes_ += text.view.size();
             aside_.push_back(std::move(text));
         }
+        text.view = {};
+        // Blocks that a table names again and again could fill every entry with the longest text.
+        if (textBytes_ + size > SMF_TextLimit) illegal();
         text.bytes = std::make_unique_for_overwrite<char[]>(size);
         in().read(text.bytes.get(), size);
         text.view = {text.bytes.get(), size};
         if (oem_) convert(text);
+        textBytes_ += text.view.size();
         text.isSet = true;
     }
 
@@ -297,6 +302,7 @@ class Decoder final : public SMF_TreeDecoder {
     const bool oem_;
     bool reversed_ = false;
     std::array<Text, Entries> texts_;
+    size_t textBytes_ = 0;  // of the views of texts_
     std::array<Branch, Entries> branches_;
     uint32_t remaining_ = 0;
     SMF_TreeValue value_;  // of the run in hand

@@ -13,12 +13,18 @@
 
 #include <algorithm>
 
+namespace {
+// A block table that names one block again and again could feed a number for days.
+constexpr unsigned MostShift = 7 * SMF_MostNumber;
+}  // namespace
+
 uint64_t SMF_GetUnsigned(SMF_ByteCursor& in) {
     uint64_t value = 0;
     for (unsigned shift = 0;; shift += 7) {
         uint8_t byte = in.readByte();
         if (shift < 64) value |= uint64_t{byte & 0x7Fu} << shift;
         if (byte < 0x80) return value;
+        if (shift > MostShift) in.tooShort();
     }
 }
 
@@ -29,6 +35,7 @@ int64_t SMF_GetSigned(SMF_ByteCursor& in) {
         bool last = byte < 0x80;
         if (shift < 64) value |= uint64_t{byte & (last ? 0x3Fu : 0x7Fu)} << shift;
         if (last) return static_cast<int64_t>(byte & 0x40 ? 0 - value : value);
+        if (shift > MostShift) in.tooShort();
     }
 }
 

@@ -11,6 +11,7 @@
 
 inline constexpr uint32_t SMF_NumberPage = 32;  // bytes of a page of the number schemes
 inline constexpr size_t SMF_LongestNumber = 10;
+inline constexpr unsigned SMF_MostNumber = 4096;  // bytes that a reader follows a number
 
 // Both give the number of bytes written to `out`, at most SMF_LongestNumber.
 inline size_t SMF_PutUnsigned(uint64_t value, uint8_t* out) {
@@ -37,7 +38,7 @@ inline size_t SMF_PutSigned(int64_t value, uint8_t* out) {
 }
 
 // One number, byte by byte, across pages. Bits above the 64th are lost; a number longer than
-// SMF_LongestNumber is read to its end.
+// SMF_LongestNumber is read to its end, up to SMF_MostNumber bytes; beyond, SMF_ByteCursor::tooShort().
 uint64_t SMF_GetUnsigned(SMF_ByteCursor& in);
 int64_t SMF_GetSigned(SMF_ByteCursor& in);
 

@@ -105,7 +105,10 @@ void SMF_TreeField::assignObject(const IPE_Object& value) {
     IPE_ListType* list = PyList_SafeCast(value);
     if (list->count() > static_cast<int32_t>(MostComponents)) tooDeep();
     std::vector<std::string> texts;
-    for (int32_t i = 0; i < list->count(); ++i) texts.push_back(IPE_Object_Text(list->at(i)));
+    for (int32_t i = 0; i < list->count(); ++i) {
+        IPE_Object item = list->at(i);  // its text form may be a script's, which may change the list
+        texts.push_back(IPE_Object_Text(item));
+    }
     std::vector<std::string_view> parts(texts.begin(), texts.end());
     assignParts(parts);
 }
