@@ -129,7 +129,7 @@ bool SMF_RecordFilter::isMarkedNotCacheable() const {
 
 bool SMF_RecordFilter::compile(std::string_view text, const IPE_Object& tokens) {
     // A query is one line; blanks in front of it are no indent.
-    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
     if (text.empty()) return true;
     QueryTokens source(tokens);
     source.assign(text);
