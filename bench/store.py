@@ -110,10 +110,13 @@ def main():
         if not os.path.exists(path("files.csv")):
             run("csv", path("files.csv"), *files)
         ours = json.loads(run("query", path("lz4.smf"), "--rounds", str(options.rounds)))
+        for name in ("duck.db", "lite.db"):
+            if os.path.exists(path(name)):
+                os.unlink(path(name))
         duck = duckdb_answers(path("files.csv"), path("duck.db"), options.rounds, work)
-        if os.path.exists(path("lite.db")):
-            os.unlink(path("lite.db"))
         lite = sqlite_answers(path("files.csv"), path("lite.db"), options.rounds)
+        duck_size, lite_size = (os.path.getsize(path(name)) if os.path.exists(path(name)) else 0
+                                for name in ("duck.db", "lite.db"))
     finally:
         if not options.work:
             shutil.rmtree(work)
@@ -136,9 +139,9 @@ def main():
     out += ["", "| Writing | seconds | bytes a row |", "|---|---|---|"]
     for label, figures in (("store, LZ4", lz4), ("store, zlib", zlib)):
         out.append("| %s | %.2f | %.1f |" % (label, figures["seconds"], figures["bytes"] / figures["rows"]))
-    for label, peer in (("DuckDB from CSV", duck), ("SQLite from CSV", lite)):
+    for label, peer, size in (("DuckDB, from CSV", duck, duck_size), ("SQLite, from CSV, with an index", lite, lite_size)):
         if "load" in peer:
-            out.append("| %s | %.2f | |" % (label, peer["load"]["ms"] / 1000))
+            out.append("| %s | %.2f | %.1f |" % (label, peer["load"]["ms"] / 1000, size / options.files))
     print("\n".join(out))
     for line in differing:
         print(line, file=sys.stderr)
