@@ -174,7 +174,17 @@ int setLinger(int fd, bool on, int seconds) {
     return ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &value, sizeof value) == 0 ? 0 : errno;
 }
 
-int unsentBytes(int fd, int& out) { return ::ioctl(fd, SIOCOUTQ, &out) == 0 ? 0 : errno; }
+int waitSettled(int fd, int milliseconds, bool& settled) {
+    int unsent = 0;
+    if (::ioctl(fd, SIOCOUTQ, &unsent) != 0) return errno;
+    settled = unsent == 0;
+    if (settled) return 0;
+    pollfd entry{fd, 0, 0};  // errors and hang-ups are always told
+    int count = ::poll(&entry, 1, milliseconds);
+    if (count < 0 && errno != EINTR) return errno;
+    settled = count > 0;
+    return 0;
+}
 
 int waitSocket(int fd, SocketEvent event, int milliseconds, bool& ready) {
     pollfd entry{fd, static_cast<short>(event == SocketEvent::Readable ? POLLIN : POLLOUT), 0};

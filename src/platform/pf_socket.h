@@ -43,8 +43,9 @@ int sendBytes(int fd, const void* bytes, size_t size, size_t& sent);
 // EINVAL for a side outside SocketSide. Shutting a listening or connecting descriptor ends what it does.
 int shutdownSocket(int fd, int side);
 int setLinger(int fd, bool on, int seconds);
-// Bytes that the peer has not acknowledged.
-int unsentBytes(int fd, int& out);
+// Waits at most `milliseconds` for a broken connection. `settled`: it is broken, or the peer has acknowledged
+// every byte.
+int waitSettled(int fd, int milliseconds, bool& settled);
 
 enum class SocketEvent { Readable, Writable };
 // Waits at most `milliseconds`, 0 to look only. `ready` is also true for errors and ends: the call then

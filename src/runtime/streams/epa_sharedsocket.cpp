@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 
 #include "runtime/epa_shutdown.h"
 #include "runtime/streams/epa_socketerror.h"
@@ -21,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds Slice(500);
-constexpr milliseconds LingerStep(5);
+constexpr int LingerStep = 5;  // milliseconds
 
 }  // namespace
 
@@ -48,11 +47,10 @@ void EPA_SharedSocket::finish() noexcept {
     if (seconds > 0) {
         // The system's own lingering close cannot be interrupted.
         (void)platform::shutdownSocket(fd_, static_cast<int>(platform::SocketSide::Send));
-        int unsent = 0;
-        for (auto until = Clock::now() + std::chrono::seconds(seconds);
-             XPK_IsRunning() && Clock::now() < until && platform::unsentBytes(fd_, unsent) == 0 &&
-             unsent > 0;)
-            std::this_thread::sleep_for(LingerStep);
+        const auto until = Clock::now() + std::chrono::seconds(seconds);
+        bool settled = false;
+        while (!settled && XPK_IsRunning() && Clock::now() < until)
+            if (platform::waitSettled(fd_, LingerStep, settled)) break;
         (void)platform::setLinger(fd_, false, 0);
     }
     platform::Descriptor last(fd_);
