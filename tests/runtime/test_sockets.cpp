@@ -250,6 +250,15 @@ TEST_F(Sockets, EndOfData) {
               }),
               "RuntimeError: the connection has been closed");
     EXPECT_EQ(raised([&] { put(pair.out, "x"); }), "WSAECONNRESET: Connection reset by peer");
+    // A peer that has ended its own side still gets answers.
+    Pair half;
+    put(call(half.client, "get_ostream"), "question");
+    socketOf(half.client).data().timeout = 50;
+    socketOf(half.client).drain(1);
+    EXPECT_EQ(line(half.in), "question");
+    EXPECT_EQ(line(half.in), "");
+    put(half.out, "answer");
+    EXPECT_EQ(half.clientReads(6), "answer");
     Pair ended;
     call(ended.client, "close");
     EXPECT_EQ(raised([&] {

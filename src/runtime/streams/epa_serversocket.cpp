@@ -42,7 +42,8 @@ struct AcceptOptions {
         data.shutdownMode = side;
         data.timeout = timeout;
         if (hasLinger)
-            EPA_CheckSocket(data.connection.setLinger(lingerOn, lingerSeconds), "setsockopt (SO_LINGER)");
+            EPA_SocketCall("setsockopt (SO_LINGER)",
+                           [&] { return data.connection.setLinger(lingerOn, lingerSeconds); });
     }
     int side, timeout;
     bool hasLinger = false, lingerOn = false;
@@ -107,14 +108,14 @@ IPE_Object EPA_CreateServerSocket(const IPE_Arguments& arguments) {
     XPK_TraceNumber(trace.state(), "backlog", backlog);
 
     platform::Descriptor descriptor;
-    EPA_CheckSocket(platform::openTcpSocket(descriptor), "socket");
+    EPA_SocketCall("socket", [&] { return platform::openTcpSocket(descriptor); });
     platform::Endpoint local{0, EPA_PortOf(port, "bind")};
     if (!address.empty() && address != "*") local.address = EPA_HostAddress(address);
     const int fd = descriptor.get();
-    EPA_CheckSocket(platform::reuseAddress(fd), "setsocketopt");
-    EPA_CheckSocket(platform::bindSocket(fd, local), "bind");
-    EPA_CheckSocket(platform::listenSocket(fd, clamped(backlog, 0, INT_MAX)), "listen");
-    if (port == 0) EPA_CheckSocket(platform::localEndpoint(fd, local), "getsockname");
+    EPA_SocketCall("setsocketopt", [&] { return platform::reuseAddress(fd); });
+    EPA_SocketCall("bind", [&] { return platform::bindSocket(fd, local); });
+    EPA_SocketCall("listen", [&] { return platform::listenSocket(fd, clamped(backlog, 0, INT_MAX)); });
+    if (port == 0) EPA_SocketCall("getsockname", [&] { return platform::localEndpoint(fd, local); });
     auto data = std::make_shared<EPA_ServerSocketData>(std::move(descriptor));
     data->local = local;
     IPE_Object socket = IPE_New<EPA_ServerSocket>(std::move(data));

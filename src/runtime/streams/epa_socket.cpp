@@ -130,10 +130,11 @@ void EPA_Socket::drain(int side) {
     bool hungUp = false;
     {
         EPA_SharedSocket::Use use(data_->connection);
-        {
-            XPK_ApiScope api("shutdown");
-            EPA_CheckSocket(platform::shutdownSocket(use.fd(), side), "shutdown");
-        }
+        EPA_SocketCall("shutdown", [&] {
+            int error = platform::shutdownSocket(use.fd(), side);
+            // The peer has broken the connection: there is nothing left to end or to drain.
+            return error == ENOTCONN ? 0 : error;
+        });
         if (side != static_cast<int>(platform::SocketSide::Receive)) data_->sendingEnded = true;
         XPK_ApiScope api("recv");
         char block[DrainBlock];
@@ -174,10 +175,9 @@ IPE_Object EPA_Socket::__callmethod__(int method, const IPE_Arguments& arguments
         case GetAddress: {
             arguments.check("", "get_address");
             requireOpen();
-            XPK_ApiScope api("getpeername");
             EPA_SharedSocket::Use use(data_->connection);
             platform::Endpoint peer;
-            EPA_CheckSocket(platform::peerEndpoint(use.fd(), peer), "getpeername");
+            EPA_SocketCall("getpeername", [&] { return platform::peerEndpoint(use.fd(), peer); });
             return IPE_String(platform::quadText(peer.address));
         }
         case Close:
@@ -213,22 +213,16 @@ uint16_t EPA_PortOf(int64_t port, const char* function) {
 IPE_Object EPA_CreateSocket(const IPE_Arguments& arguments) {
     arguments.check("si", "create");
     platform::Descriptor descriptor;
-    {
-        XPK_ApiScope api("socket");
-        EPA_CheckSocket(platform::openTcpSocket(descriptor), "socket");
-    }
+    EPA_SocketCall("socket", [&] { return platform::openTcpSocket(descriptor); });
     platform::Endpoint to{EPA_HostAddress(arguments.text(0)), EPA_PortOf(arguments.integer(1), "connect")};
     auto data = std::make_shared<EPA_SocketData>(std::move(descriptor));
-    {
-        XPK_ApiScope api("connect");
+    EPA_SocketCall("connect", [&] {
         EPA_SharedSocket::Use use(data->connection);
         int error = platform::connectSocket(use.fd(), to);
-        if (error == EINPROGRESS) {
-            if (await(use, SocketEvent::Writable, 0) == EPA_SocketWait::Stopped) EPA_RaiseSystemExit();
-            error = platform::socketError(use.fd());
-        }
-        EPA_CheckSocket(error, "connect");
-    }
+        if (error != EINPROGRESS) return error;
+        if (await(use, SocketEvent::Writable, 0) == EPA_SocketWait::Stopped) EPA_RaiseSystemExit();
+        return platform::socketError(use.fd());
+    });
     IPE_Object socket = IPE_New<EPA_Socket>(std::move(data));
     socket->__bind__();
     return socket;

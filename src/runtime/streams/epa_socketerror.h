@@ -14,5 +14,16 @@
 // Nothing for 0, otherwise raises the error that the system's `error` stands for.
 void EPA_CheckSocket(int error, const char* function, XPK_Place where = XPK_Place::current());
 
+// Makes one call of the platform under its name and raises what it fails with.
+template <class Call>
+void EPA_SocketCall(const char* function, Call call, XPK_Place where = XPK_Place::current()) {
+    int error;
+    {
+        XPK_ApiScope api(function, where.file, where.line);
+        error = call();
+    }
+    EPA_CheckSocket(error, function, where);
+}
+
 // ValueError "I/O operation on closed socket".
 [[noreturn]] void EPA_RaiseClosedSocket(XPK_Place where = XPK_Place::current());

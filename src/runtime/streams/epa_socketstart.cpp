@@ -34,10 +34,7 @@ IPE_Object EPA_ListAddresses() {
         if (platform::probeIpv4() != 0) XPK_Raise("RuntimeError", "Unable to open a UDP socket").raise();
     }
     std::vector<platform::InterfaceAddress> interfaces;
-    {
-        XPK_ApiScope api("getifaddrs");
-        EPA_CheckSocket(platform::listInterfaces(interfaces), "getifaddrs");
-    }
+    EPA_SocketCall("getifaddrs", [&] { return platform::listInterfaces(interfaces); });
     IPE_Object list = IPE_NewList();
     for (const auto& each : interfaces) {
         std::string text = platform::quadText(each.address);
