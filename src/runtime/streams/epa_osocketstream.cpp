@@ -1,7 +1,9 @@
 // Output to sockets.
 //
 // Small writes fill up the last chunk; a flush joins the chunks and sends once. Files go out in blocks, and
-// every few blocks a flush keeps the memory bounded whatever the size of the file.
+// what waits is sent every few blocks, so the memory is bounded whatever the size of the file. Such a send,
+// which nobody asked for, may end inside a character; where text is converted, the beginning of that one
+// waits on.
 
 #include "runtime/streams/epa_osocketstream.h"
 
@@ -47,6 +49,17 @@ class StreamSource final : public EPA_SendSource {
     EPA_IStream& stream_;
 };
 
+// Bytes at the end that begin a character and do not finish it.
+size_t cutOff(std::string_view text) {
+    for (size_t i = 1; i <= std::min<size_t>(3, text.size()); ++i) {
+        auto byte = static_cast<unsigned char>(text[text.size() - i]);
+        if ((byte & 0xC0) == 0x80) continue;
+        size_t length = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 1;
+        return length > i ? i : 0;
+    }
+    return 0;
+}
+
 std::unique_ptr<EPA_SendSource> sourceOf(const IPE_Object& value) {
     std::unique_ptr<EPA_SendSource> source;
     if (auto* stream = dynamic_cast<EPA_IStream*>(value.get()))
@@ -61,21 +74,24 @@ std::unique_ptr<EPA_SendSource> sourceOf(const IPE_Object& value) {
 
 void EPA_SetSendSourceOpener(EPA_SendSourceOpener opener) { fileOpener = opener; }
 
-void EPA_OSocketStream::write(const void* bytes, size_t size) {
-    const char* from = static_cast<const char*>(bytes);
-    total_ += size;
-    pending_ += size;
-    for (size_t taken; size > 0; from += taken, size -= taken) {
+void EPA_OSocketStream::append(std::string_view bytes) {
+    pending_ += bytes.size();
+    for (size_t taken; !bytes.empty(); bytes.remove_prefix(taken)) {
         if (chunks_.empty() || chunks_.back().count == ChunkSize) {
             chunks_.push_back({nullptr, 0});
             heap_.allocate(ChunkSize, chunks_.back().bytes);
         }
         Chunk& chunk = chunks_.back();
-        taken = std::min(size, ChunkSize - chunk.count);
-        std::memcpy(chunk.bytes + chunk.count, from, taken);
+        taken = std::min(bytes.size(), ChunkSize - chunk.count);
+        std::memcpy(chunk.bytes + chunk.count, bytes.data(), taken);
         chunk.count += taken;
     }
-    if (autoFlush_ && pending_ > AutoFlushAbove) flush();
+}
+
+void EPA_OSocketStream::write(const void* bytes, size_t size) {
+    total_ += size;
+    append({static_cast<const char*>(bytes), size});
+    if (autoFlush_ && pending_ > AutoFlushAbove) sendPending(true);
 }
 
 void EPA_OSocketStream::drop() {
@@ -84,30 +100,27 @@ void EPA_OSocketStream::drop() {
     pending_ = 0;
 }
 
-void EPA_OSocketStream::sendNative(std::string_view text) {
+void EPA_OSocketStream::flush() { sendPending(false); }
+
+void EPA_OSocketStream::sendPending(bool moreFollows) {
+    if (chunks_.empty()) return;
+    std::string whole;
+    whole.reserve(pending_);
+    for (const Chunk& chunk : chunks_) whole.append(chunk.bytes, chunk.count);
+    drop();
+    if (!convert_) {
+        socket().send(whole.data(), whole.size());
+        return;
+    }
+    if (moreFollows) {
+        size_t kept = cutOff(whole);
+        append(std::string_view(whole).substr(whole.size() - kept));
+        whole.resize(whole.size() - kept);
+    }
     EPA_Unicode unicode;
-    unicode.setUtf8(text);
+    unicode.setUtf8(whole);
     std::string_view native = unicode.native();
     socket().send(native.data(), native.size());
-}
-
-void EPA_OSocketStream::flush() {
-    if (chunks_.empty()) return;
-    struct Dropper {
-        EPA_OSocketStream& stream;
-        ~Dropper() { stream.drop(); }
-    } dropper{*this};
-    std::string joined;
-    std::string_view whole(chunks_[0].bytes, chunks_[0].count);
-    if (chunks_.size() > 1) {
-        joined.reserve(pending_);
-        for (const Chunk& chunk : chunks_) joined.append(chunk.bytes, chunk.count);
-        whole = joined;
-    }
-    if (convert_)
-        sendNative(whole);
-    else
-        socket().send(whole.data(), whole.size());
 }
 
 void EPA_OSocketStream::reset() {
@@ -148,7 +161,7 @@ void EPA_OSocketStream::sendFile(const IPE_Object& value) {
         if (got == 0) XPK_Raise("IOError", "stream eof").raise();
         write(block, got);
         left -= static_cast<int64_t>(got);
-        if (pending_ > FileFlushAbove) flush();
+        if (pending_ > FileFlushAbove) sendPending(true);
     }
     flush();
 }

@@ -62,8 +62,9 @@ class EPA_OSocketStream final : public EPA_OStream {
         size_t count;
     };
     EPA_Socket& socket() const noexcept { return *socket_.as<EPA_Socket>(); }
+    void append(std::string_view bytes);
     void drop();
-    void sendNative(std::string_view text);
+    void sendPending(bool moreFollows);
 
     IPE_Object socket_;
     EPA_StringHeap heap_;
