@@ -43,8 +43,7 @@ int sendBytes(int fd, const void* bytes, size_t size, size_t& sent);
 // EINVAL for a side outside SocketSide. Shutting a listening or connecting descriptor ends what it does.
 int shutdownSocket(int fd, int side);
 int setLinger(int fd, bool on, int seconds);
-// Waits at most `milliseconds` for a broken connection. `settled`: it is broken, or the peer has acknowledged
-// every byte.
+// `settled`: the peer has acknowledged every byte, or the connection is broken. Waits `milliseconds` if not.
 int waitSettled(int fd, int milliseconds, bool& settled);
 
 enum class SocketEvent { Readable, Writable };
