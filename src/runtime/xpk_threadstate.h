@@ -86,6 +86,29 @@ class XPK_ThreadScope {
     XPK_ThreadState* outer_;
 };
 
+// Notes the system call that the thread is inside while the object lives. `name` is a literal.
+class XPK_ApiScope {
+  public:
+    explicit XPK_ApiScope(const char* name, const char* file = __builtin_FILE(),
+                          int line = __builtin_LINE()) noexcept
+        : state_(XPK_CurrentThread()) {
+        if (!state_) return;
+        state_->apiLine = line;
+        state_->apiFile = file;
+        state_->apiName = name;
+    }
+    ~XPK_ApiScope() {
+        if (!state_) return;
+        state_->apiLine = 0;
+        state_->apiFile = state_->apiName = nullptr;
+    }
+    XPK_ApiScope(const XPK_ApiScope&) = delete;
+    XPK_ApiScope& operator=(const XPK_ApiScope&) = delete;
+
+  private:
+    XPK_ThreadState* state_;
+};
+
 // Pushes a trace frame and pops it on every way out. At depth 512 a push asks for process shutdown and pushes
 // nothing; the pop then removes an older frame. On a thread without state everything here does nothing.
 class XPK_TraceScope {

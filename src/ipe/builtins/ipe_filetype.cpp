@@ -24,6 +24,7 @@
 #include "ipe/values/ipe_savedreader.h"
 #include "ipe/values/ipe_stringtype.h"
 #include "runtime/epa_unicode.h"
+#include "runtime/streams/epa_osocketstream.h"
 
 const char IPE_FileType::TypeName[] = "FileType";
 
@@ -91,6 +92,25 @@ class FileSource : public EPA_ByteSource {
   private:
     IPE_FileType& file_;
 };
+
+// A file object that a socket stream sends.
+class FileToSend final : public EPA_SendSource {
+  public:
+    explicit FileToSend(IPE_FileType& file) : file_(file) {}
+    int64_t seek(int64_t offset, int origin) override { return file_.seek(offset, origin); }
+    size_t read(void* buffer, size_t size) override { return file_.readSome(buffer, size); }
+
+  private:
+    IPE_FileType& file_;
+};
+
+const bool sendable = [] {
+    EPA_SetSendSourceOpener([](const IPE_Object& value) -> std::unique_ptr<EPA_SendSource> {
+        auto* file = value.tryAs<IPE_FileType>();
+        return file ? std::make_unique<FileToSend>(*file) : nullptr;
+    });
+    return true;
+}();
 
 class Digest {
   public:
