@@ -3,7 +3,8 @@
 // It works on one line at a time. What ends a run of ordinary bytes is searched with memchr, and the run goes
 // straight from the line into the token's string; only runs with entities or dropped blanks are put together
 // aside first. No construct nests here but tags, and of those only the open ones' tokens are kept, so hostile
-// depth costs a handle a level and no native stack.
+// depth costs a handle a level and no native stack. Names of tags, and the blanks between them, are the same
+// few texts over and over; a small table of the latest lets the list hold one string of each many times.
 //
 // Where a line ends inside an end tag or an instruction, the token takes the rest of the line.
 #include "ipe/xml/ipe_pyxparser.h"
@@ -24,6 +25,7 @@ constexpr struct {
     std::string_view name;
     char byte;
 } Entities[] = {{"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&amp;", '&'}};
+constexpr size_t Short = 16;      // bytes of a text that may come again
 constexpr size_t CodeLength = 6;  // of "&#x41;"
 
 [[noreturn]] void fail(const char* message, XPK_Place where = XPK_Place::current()) {
@@ -118,6 +120,19 @@ void IPE_PyxParser::skipBlanks() {
     while (at_ < end_ && isBlank(*at_)) ++at_;
 }
 
+IPE_Object IPE_PyxParser::shared(char kind, std::string_view text) {
+    if (text.empty()) return token(kind, text);
+    size_t slot = (static_cast<unsigned char>(text.front()) * 5u + static_cast<unsigned char>(text.back()) +
+                   text.size() * 37u + static_cast<unsigned char>(kind)) %
+                  recent_.size();
+    IPE_Object& recent = recent_[slot];
+    if (recent) {
+        std::string_view known = recent.as<IPE_StringType>()->view();
+        if (known[0] == kind && known.substr(1) == text) return recent;
+    }
+    return recent = token(kind, text);
+}
+
 bool IPE_PyxParser::step(IPE_ListType& tokens) {
     if (at_ == end_) return endOfLine(tokens);
     if (*at_ == '<')
@@ -165,7 +180,7 @@ void IPE_PyxParser::endTag(IPE_ListType& tokens) {
     const char* name = at_ + 2;
     const char* close = findByte(name, end_, '>');
     const char* stop = close ? close : end_;
-    tokens.append(token(')', between(name, stop)));
+    tokens.append(shared(')', between(name, stop)));
     at_ = close ? close + 1 : end_;
     if (!strict_) return;
 
@@ -195,7 +210,7 @@ void IPE_PyxParser::startTag(IPE_ListType& tokens) {
     const char* name = ++at_;
     auto ends = [this] { return *at_ == '>' || (*at_ == '/' && at_ + 1 < end_ && at_[1] == '>'); };
     while (at_ < end_ && !isBlank(*at_) && !ends()) ++at_;
-    IPE_Object tag = token('(', between(name, at_));
+    IPE_Object tag = shared('(', between(name, at_));
     tokens.append(tag);
     if (!tagEnds(tokens, tag)) attributes(tokens, tag);
 }
@@ -209,7 +224,7 @@ bool IPE_PyxParser::tagEnds(IPE_ListType& tokens, const IPE_Object& tag) {
     }
     if (*at_ != '/' || at_ + 1 == end_ || at_[1] != '>') return false;
     at_ += 2;
-    tokens.append(token(')', tag.as<IPE_StringType>()->view().substr(1)));
+    tokens.append(shared(')', tag.as<IPE_StringType>()->view().substr(1)));
     return true;
 }
 
@@ -276,7 +291,7 @@ void IPE_PyxParser::characters(IPE_ListType& tokens) {
     std::string_view text = between(at_, tag ? tag : end_);
     at_ += text.size();
     if (text.find('&') == std::string_view::npos) {
-        tokens.append(token('-', text));
+        tokens.append(text.size() <= Short ? shared('-', text) : token('-', text));
         return;
     }
     scratch_.clear();

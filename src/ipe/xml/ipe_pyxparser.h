@@ -20,6 +20,7 @@
 // tokens. A parser belongs to one thread.
 #pragma once
 
+#include <array>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,6 +53,8 @@ class IPE_PyxParser {
     void skipOver(std::string_view mark, const char* atEnd);
     void cdata(IPE_ListType& tokens);
     void characters(IPE_ListType& tokens);
+    // As a new string, or one of this text that was used lately.
+    IPE_Object shared(char kind, std::string_view text);
     // Ends the tag if `>` or `/>` stands here.
     bool tagEnds(IPE_ListType& tokens, const IPE_Object& tag);
 
@@ -62,7 +65,8 @@ class IPE_PyxParser {
     const char* end_ = nullptr;
     std::string scratch_;           // a text that is not a run of the line
     std::vector<IPE_Object> open_;  // start tokens of the open tags; strict only
-    IPE_Object lineEnd_;            // "-\n", one string for the whole list
+    std::array<IPE_Object, 256> recent_;
+    IPE_Object lineEnd_;  // "-\n", one string for the whole list
 };
 
 // The list of all tokens.
