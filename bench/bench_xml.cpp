@@ -46,14 +46,28 @@ void countBytes(benchmark::State& state, size_t size) {
     state.SetBytesProcessed(static_cast<int64_t>(size) * state.iterations());
 }
 
-void pyx(benchmark::State& state) {
-    std::string text = "<all>\n" + records(static_cast<size_t>(state.range(0))) + "</all>\n";
+void parse(benchmark::State& state, const std::string& text) {
     onWorker([&] {
         for (auto _ : state) benchmark::DoNotOptimize(IPE_PyxTokens(text, true));
     });
     countBytes(state, text.size());
 }
+
+void pyx(benchmark::State& state) {
+    parse(state, "<all>\n" + records(static_cast<size_t>(state.range(0))) + "</all>\n");
+}
 BENCHMARK(pyx)->Arg(1 << 20)->Arg(8 << 20)->Unit(benchmark::kMillisecond);
+
+// What costs most by the byte: nothing but short tags, nothing but short attributes, CR at each line's end.
+void pyxOf(benchmark::State& state, const char* piece) {
+    std::string text = "<all>";
+    while (text.size() < 1 << 20) text += piece;
+    parse(state, text + "</all>");
+}
+BENCHMARK_CAPTURE(pyxOf, tags, "<a>1</a>")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(pyxOf, attributes, "<p a='1' b='22' c='333' d='4444'/>")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(pyxOf, crlf, "<path name='abcdefghijkl'>/srv/some/path/of/a/file</path>\r\n")
+    ->Unit(benchmark::kMillisecond);
 
 template <class Tool, class Take>
 void cut(benchmark::State& state, Take take) {

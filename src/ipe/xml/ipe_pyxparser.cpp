@@ -3,12 +3,13 @@
 // It works on one line at a time. What ends a run of ordinary bytes is searched with memchr, and the run goes
 // straight from the line into the token's string; only runs with entities or dropped blanks are put together
 // aside first. No construct nests here but tags, and of those only the open ones' tokens are kept, so hostile
-// depth costs a handle a level and no native stack. Names of tags, and the blanks between them, are the same
-// few texts over and over; a small table of the latest lets the list hold one string of each many times.
+// depth costs a handle a level and no native stack. Names of tags and other short texts come over and over; a
+// small table of the latest lets the list hold one string of each many times.
 //
 // Where a line ends inside an end tag or an instruction, the token takes the rest of the line.
 #include "ipe/xml/ipe_pyxparser.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "ipe/values/ipe_stringtype.h"
@@ -25,7 +26,8 @@ constexpr struct {
     std::string_view name;
     char byte;
 } Entities[] = {{"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&amp;", '&'}};
-constexpr size_t Short = 16;      // bytes of a text that may come again
+constexpr size_t Short = 24;  // bytes of a text that is likely to come again
+constexpr ptrdiff_t Near = 8;
 constexpr size_t CodeLength = 6;  // of "&#x41;"
 
 [[noreturn]] void fail(const char* message, XPK_Place where = XPK_Place::current()) {
@@ -40,7 +42,10 @@ constexpr size_t CodeLength = 6;  // of "&#x41;"
 
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
+// The byte, or null. Names and values are short, so the first bytes are looked at without a call.
 const char* findByte(const char* from, const char* to, char byte) {
+    for (const char* near = from + std::min<ptrdiff_t>(Near, to - from); from < near; ++from)
+        if (*from == byte) return from;
     return static_cast<const char*>(std::memchr(from, byte, static_cast<size_t>(to - from)));
 }
 
@@ -121,7 +126,7 @@ void IPE_PyxParser::skipBlanks() {
 }
 
 IPE_Object IPE_PyxParser::shared(char kind, std::string_view text) {
-    if (text.empty()) return token(kind, text);
+    if (text.empty() || text.size() > Short) return token(kind, text);
     size_t slot = (static_cast<unsigned char>(text.front()) * 5u + static_cast<unsigned char>(text.back()) +
                    text.size() * 37u + static_cast<unsigned char>(kind)) %
                   recent_.size();
@@ -255,7 +260,7 @@ void IPE_PyxParser::attribute(IPE_ListType& tokens) {
     const char* close = findByte(at_, end_, quote);
     decode(between(at_, close ? close : end_), scratch_);
     if (!close) failInTag("Expecting multiple line property values are not supported");
-    tokens.append(token('A', scratch_));
+    tokens.append(shared('A', scratch_));
     at_ = close + 1;
 }
 
@@ -290,8 +295,8 @@ void IPE_PyxParser::characters(IPE_ListType& tokens) {
     const char* tag = findByte(at_, end_, '<');
     std::string_view text = between(at_, tag ? tag : end_);
     at_ += text.size();
-    if (text.find('&') == std::string_view::npos) {
-        tokens.append(text.size() <= Short ? shared('-', text) : token('-', text));
+    if (!findByte(text.data(), text.data() + text.size(), '&')) {
+        tokens.append(shared('-', text));
         return;
     }
     scratch_.clear();
