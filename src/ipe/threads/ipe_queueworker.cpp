@@ -19,6 +19,9 @@
 
 namespace {
 
+// A worker frees what others have allocated: beyond this much it gives the blocks back to the pools.
+constexpr int64_t KeptBytes = 1 << 20;
+
 IPE_StringType* const jobName = IPE_StringType::intern("job");
 
 // The thread variable `job` for a scope.
@@ -64,12 +67,15 @@ void IPE_QueueWorker::body(EPA_ThreadPassportImpl& passport) {
 }
 
 void IPE_QueueWorker::run() {
+    const XPK_ThreadState& state = *XPK_CurrentThread();
     while (XPK_IsRunning()) {
         if (passport_.isBlocked()) passport_.clearHandler();
         IPE_Object job = queue_.take();
         if (!job || job.is<ThreadQueueShutdownThread>()) return;
         applyPriority();
         runJob(job);
+        job = nullptr;
+        if (state.pools.cachedBytes > KeptBytes) XPK_FlushThreadCaches();
     }
 }
 

@@ -57,12 +57,13 @@ IPE_Object IPE_Thread::findQueue(std::string_view name) {
 }
 
 IPE_Object IPE_Thread::queue(std::string_view name, const IPE_Object& settings) {
-    Guard guard(lock_);
-    auto found = queues_.find(name);
-    if (found != queues_.end()) return found->second;
+    if (IPE_Object found = findQueue(name)) return found;
     if (!settings) XPK_Raise("RuntimeError", "Queue does not exist").raise();
     PyDict_SafeCast(settings);
-    return queues_.emplace(name, IPE_New<IPE_ThreadQueue>(name, settings)).first->second;
+    // Made outside the lock; of two threads that make the same one, the first to enter it wins.
+    IPE_Object made = IPE_New<IPE_ThreadQueue>(name, settings);
+    Guard guard(lock_);
+    return queues_.try_emplace(std::string(name), made).first->second;
 }
 
 IPE_Object IPE_Thread::figures() {

@@ -97,16 +97,19 @@ void IPE_ThreadQueue::enqueue(const IPE_Object& job) {
     IPE_Object copy;
     if (job) copy = IPE_Object_Strip(job);
     if (!copy) IPE_Object_Copy(copy);  // raises
-    append(std::move(copy), true);
+    enqueueStripped(std::move(copy));
 }
 
-void IPE_ThreadQueue::enqueueStripped(IPE_Object job) { append(std::move(job), true); }
+void IPE_ThreadQueue::enqueueStripped(IPE_Object job) {
+    if (!append(std::move(job), true)) XPK_Raise("RuntimeError", "Queue is full").raise();
+}
 
-void IPE_ThreadQueue::append(IPE_Object job, bool bounded) {
+// False, and nothing is done, when the queue is full and `bounded` says that this matters.
+bool IPE_ThreadQueue::append(IPE_Object job, bool bounded) {
     bool wake;
     {
         Guard guard(lock_);
-        if (bounded && tail_ - head_ >= MaximumJobs) XPK_Raise("RuntimeError", "Queue is full").raise();
+        if (bounded && tail_ - head_ >= MaximumJobs) return false;
         if (tail_ - head_ == jobs_.size()) grow();
         jobs_[tail_ & (jobs_.size() - 1)] = std::move(job);
         ++tail_;
@@ -115,6 +118,7 @@ void IPE_ThreadQueue::append(IPE_Object job, bool bounded) {
         wake = wakeOne();
     }
     if (wake) semaphore_.release();
+    return true;
 }
 
 void IPE_ThreadQueue::grow() {

@@ -81,7 +81,7 @@ class IPE_ThreadQueue final : public IPE_ModuleType {
     void __setname__(const IPE_Object& name) override { IPE_Type::__setname__(name); }
 
   private:
-    void append(IPE_Object job, bool bounded);
+    bool append(IPE_Object job, bool bounded);
     bool takeNow(IPE_Object& job, bool& wake) EPA_REQUIRES(lock_);
     void grow() EPA_REQUIRES(lock_);
     bool wakeOne() EPA_REQUIRES(lock_);

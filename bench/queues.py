@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures the script queues inside a serving quillsrv and prints a table.
 
-usage: queue.py --server PATH [--jobs N] [--rounds N] [--markdown FILE]
+usage: queues.py --server PATH [--jobs N] [--rounds N] [--markdown FILE]
 
 Throughput: one script thread puts N empty jobs into a queue that two workers serve with a function that returns at
 once; the clock runs until the last job is done. Latency: a job every 3 ms to an idle worker, from the call of
@@ -76,8 +76,10 @@ def throughput(count):
     put = timer(begin)
     while ipe.thread.queue().empty.waiting > 0:
         pass
-    say("put", 1.0 * count / put)
-    say("jobs", 1.0 * count / timer(begin))
+    done = timer(begin)
+    if count == JOBS:
+        say("put", 1.0 * count / put)
+        say("jobs", 1.0 * count / done)
 
 def latency(count):
     queue = ipe.thread.queue("late")
@@ -113,6 +115,8 @@ def job(work):
         i = i + 1
     for i in [1, 2, 3]:
         latency(501)
+    for line in open("/proc/self/status").readlines():
+        if line.match("VmHWM:*"): say("memory", line.split(":")[1].strip().split(" ")[0])
     sys_exit()
 """
 
@@ -142,13 +146,14 @@ def main():
                 figures.setdefault(name, []).append(float(value))
     text = "\n".join([
         "## Queues", "",
-        "One script thread queues %d empty jobs for two workers; best of %d rounds (`bench/queue.py`)."
+        "One script thread queues %d empty jobs for two workers; best of %d rounds (`bench/queues.py`)."
         % (options.jobs, options.rounds), "",
         "| Measure | quillsrv | Aim |", "|---|---|---|",
         "| jobs queued and done a second | %d | 300000 |" % max(figures["jobs"]),
         "| jobs queued a second | %d | |" % max(figures["put"]),
         "| median from `enqueue` to the job's first line, idle worker | %.1f us | 30 us |" % min(figures["latency"]),
-        "| log records taken a second | %d | 200000 |" % max(figures["records"]), ""])
+        "| log records taken a second | %d | 200000 |" % max(figures["records"]),
+        "| most memory resident meanwhile | %d MB | |" % (max(figures["memory"]) / 1024), ""])
     print(text)
     if options.markdown:
         with open(options.markdown, encoding="utf-8") as file:
