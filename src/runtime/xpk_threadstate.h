@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include <string>
 #include <string_view>
 
 #include "runtime/epa_lock.h"
@@ -61,9 +62,9 @@ struct XPK_ThreadState {
     IPE_Frame* scriptFrame[ScriptFrameLimit] = {};
     uint32_t locale = 0;  // Windows locale id set by `_system`, 0 for the user's default
     // Log context of the two-step native log.
-    const char* logChannel = nullptr;
+    std::string logChannel;
     int logLevel = 0;
-    const char* logPath = nullptr;
+    std::string logPath;
     int logLine = 0;
 };
 
