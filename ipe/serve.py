@@ -42,7 +42,7 @@ def make_queue(name, module, settings, threads):
 def start():
     "Makes the queues. Their workers begin when the start-up program has ended."
     settings = serve.settings.read()
-    global_set("serve_started", time())
+    global_set("serve_started", timer())
     for name in ["serve_requests", "serve_connections", "serve_refused", "serve_rate", "serve_open"]:
         global_set(name, 0)
     make_queue("logger", "serve.logwriter", settings, 1)
@@ -222,7 +222,7 @@ import ipe.thread
 
 def figures():
     queues = ipe.thread.queue()
-    return {"uptime": time() - global_get("serve_started"), "requests": global_get("serve_requests", 0), "connections": global_get("serve_connections", 0), "open": global_get("serve_open", 0), "refused": global_get("serve_refused", 0), "rate": global_get("serve_rate", 0), "waiting": queues.connections.waiting, "system": hostos("name")}
+    return {"uptime": long(timer(global_get("serve_started"))), "requests": global_get("serve_requests", 0), "connections": global_get("serve_connections", 0), "open": global_get("serve_open", 0), "refused": global_get("serve_refused", 0), "rate": global_get("serve_rate", 0), "waiting": queues.connections.waiting, "system": hostos("name")}
 
 class serve.connection:
 
@@ -283,8 +283,9 @@ import serve.status
 
 def answer(text, output, state):
     parts = text.split(" ", 1)
-    word = parts[0].lower()
+    word = ""
     rest = ""
+    if len(parts) > 0: word = parts[0].lower()
     if len(parts) > 1: rest = parts[1]
     output(reply(word, rest, state), "\n", flush=1)
 
@@ -308,7 +309,8 @@ import serve.status
 reasons = {200: "OK", 400: "Bad Request", 404: "Not Found", 405: "Method Not Allowed", 431: "Request Header Fields Too Large"}
 
 def is_request(text):
-    return len(text.split(" HTTP/1.")) == 2
+    if wildmatch("* HTTP/1.*", text): return True
+    return False
 
 def read_headers(input, settings):
     "Header names in small letters; None when there are too many."
@@ -349,7 +351,7 @@ def answer(text, input, output, settings, state):
 def last_request(parts, headers):
     "A body that nobody reads would be taken for requests, so a request with one is the last."
     wanted = headers.get("connection", "").lower()
-    if "close" in wanted: return True
+    if wanted.find("close") > -1: return True
     if headers.get("content-length", "0") != "0" or len(headers.get("transfer-encoding", "")) > 0: return True
     if parts[2] == "HTTP/1.0" and wanted != "keep-alive": return True
     return False

@@ -39,7 +39,7 @@ def state():
     if global_get("server_paused", False): return "paused"
     return "running"
 
-def serve():
+def stand():
     say("quillsrv serves on " + hostos("name") + ", " + state() + ", since " + strftime(localtime()))
     if "--once" in global_get("__program_args"):
         global_set("__rc", 0)
@@ -51,4 +51,4 @@ if "--usage" in global_get("__program_args"):
 elif "--serve" in global_get("__program_args"):
     listen()
 else:
-    serve()
+    stand()
