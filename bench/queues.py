@@ -4,7 +4,7 @@
 usage: queues.py --server PATH [--jobs N] [--rounds N] [--markdown FILE]
 
 Throughput: one script thread puts N empty jobs into a queue that two workers serve with a function that returns at
-once; the clock runs until the last job is done. Latency: a job every 3 ms to an idle worker, from the call of
+once; the clock runs until the last job is taken. Latency: a job every 3 ms to an idle worker, from the call of
 `enqueue` to the first line of the job. Log: records that one script thread adds, until the last call has returned.
 The best of the rounds counts.
 """
@@ -149,7 +149,7 @@ def main():
         "One script thread queues %d empty jobs for two workers; best of %d rounds (`bench/queues.py`)."
         % (options.jobs, options.rounds), "",
         "| Measure | quillsrv | Aim |", "|---|---|---|",
-        "| jobs queued and done a second | %d | 300000 |" % max(figures["jobs"]),
+        "| jobs queued and taken a second | %d | 300000 |" % max(figures["jobs"]),
         "| jobs queued a second | %d | |" % max(figures["put"]),
         "| median from `enqueue` to the job's first line, idle worker | %.1f us | 30 us |" % min(figures["latency"]),
         "| log records taken a second | %d | 200000 |" % max(figures["records"]),
