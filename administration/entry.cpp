@@ -198,6 +198,7 @@ int quillEntry(int argc, char** argv) {
         return fputs(Help, stdout), 0;
     if (hasPlainArgument(argc, argv, "--version")) return puts("quillsrv " QUILL_VERSION), 0;
     if (platform::programPath(state.program) != 0) return 1;
+    platform::appendStandardStreams();
     if (char* directory = getcwd(nullptr, 0)) {
         state.entryDirectory = directory;
         free(directory);

@@ -1,7 +1,7 @@
 # The program of a serving quillsrv. It says that the server stands, and leaves; the server then stays in its loop
 # until it is told to stop. With --once among the arguments it ends the server at once, with exit code 0: a trial
 # start. With --usage it makes the report of usage.py first and ends with its exit code, from source and from a bundle
-# alike.
+# alike. With --serve it listens: see serve.py.
 
 class startup:
 
@@ -21,6 +21,11 @@ def report_usage():
     usage.main.run()
     sys_exit()
 
+def listen():
+    if global_get("startup_type") == "py": interpreter("load", beside() + "serve.py")
+    import serve.main
+    serve.main.start()
+
 def say(text):
     "Standard output may be a socket, which no script can open, or closed: then nobody reads it."
     try:
@@ -34,7 +39,7 @@ def state():
     if global_get("server_paused", False): return "paused"
     return "running"
 
-def serve():
+def stand():
     say("quillsrv serves on " + hostos("name") + ", " + state() + ", since " + strftime(localtime()))
     if "--once" in global_get("__program_args"):
         global_set("__rc", 0)
@@ -43,5 +48,7 @@ def serve():
 
 if "--usage" in global_get("__program_args"):
     report_usage()
+elif "--serve" in global_get("__program_args"):
+    listen()
 else:
-    serve()
+    stand()

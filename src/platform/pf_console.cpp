@@ -6,6 +6,7 @@
 
 #include "platform/pf_console.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -78,6 +79,16 @@ bool standardErrorIsJournal() {
 void setServiceConsole(bool service) { serviceConsole = service; }
 
 void setProgressShown(bool shown) { progressShown = shown; }
+
+void appendStandardStreams() {
+    for (int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+        struct stat status;
+        int flags = ::fcntl(fd, F_GETFL);
+        // A refusal leaves the stream as it is, which serves all who write through it alone.
+        if (flags >= 0 && ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
+            (void)::fcntl(fd, F_SETFL, flags | O_APPEND);
+    }
+}
 
 void messageBox(std::string_view caption, std::string_view text) {
     std::string line = visible(caption);

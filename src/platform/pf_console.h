@@ -12,6 +12,10 @@ namespace platform {
 // first.
 void setServiceConsole(bool service);
 
+// Makes standard output and standard error append where they lead to a file. Scripts open /dev/stdout and
+// /dev/stderr anew, with a position of their own: without this the two would write over each other.
+void appendStandardStreams();
+
 // "caption: text" on standard error and, as a service, in the system log. Control characters except line ends
 // are shown as \xNN, so that a hostile text cannot drive the terminal.
 void messageBox(std::string_view caption, std::string_view text);

@@ -51,6 +51,8 @@ class EPA_ThreadPassportImpl {
     // At most one handler at a time; a second one is an assertion. The handler lives until clearHandler.
     void setHandler(EPA_ShutdownHandler* handler);
     void clearHandler();
+    // Whether a handler is set, which is what "waiting" means.
+    bool isBlocked() const noexcept { return handler_ != nullptr; }
     // New `tls` and `tls_luacode`, and a new store of variables.
     void resetVariables();
     // Dictionaries of this thread alone.

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include <string>
 #include <string_view>
 
 #include "runtime/epa_lock.h"
@@ -61,9 +62,9 @@ struct XPK_ThreadState {
     IPE_Frame* scriptFrame[ScriptFrameLimit] = {};
     uint32_t locale = 0;  // Windows locale id set by `_system`, 0 for the user's default
     // Log context of the two-step native log.
-    const char* logChannel = nullptr;
+    std::string logChannel;
     int logLevel = 0;
-    const char* logPath = nullptr;
+    std::string logPath;
     int logLine = 0;
 };
 
@@ -84,6 +85,29 @@ class XPK_ThreadScope {
   private:
     XPK_ThreadState state_;
     XPK_ThreadState* outer_;
+};
+
+// Notes the system call that the thread is inside while the object lives. `name` is a literal.
+class XPK_ApiScope {
+  public:
+    explicit XPK_ApiScope(const char* name, const char* file = __builtin_FILE(),
+                          int line = __builtin_LINE()) noexcept
+        : state_(XPK_CurrentThread()) {
+        if (!state_) return;
+        state_->apiLine = line;
+        state_->apiFile = file;
+        state_->apiName = name;
+    }
+    ~XPK_ApiScope() {
+        if (!state_) return;
+        state_->apiLine = 0;
+        state_->apiFile = state_->apiName = nullptr;
+    }
+    XPK_ApiScope(const XPK_ApiScope&) = delete;
+    XPK_ApiScope& operator=(const XPK_ApiScope&) = delete;
+
+  private:
+    XPK_ThreadState* state_;
 };
 
 // Pushes a trace frame and pops it on every way out. At depth 512 a push asks for process shutdown and pushes

@@ -18,27 +18,35 @@ using Arguments = const IPE_Arguments&;
 
 struct Global {
     static IPE_Store& store() { return IPE_GlobalStore(); }
+    static IPE_Store& storeToChange(const IPE_Object&) { return store(); }
+    static IPE_Object get(const IPE_Object& name) { return store().get(name); }
     static constexpr const char* Missing = "There is no global variable $name";
 };
 
+// The job of a queue's worker is on loan to its thread.
 struct Thread {
     static IPE_Store& store() { return IPE_ThreadStore(); }
+    static IPE_Store& storeToChange(const IPE_Object& name) {
+        store().forgetLoan(name);
+        return store();
+    }
+    static IPE_Object get(const IPE_Object& name) { return store().own(name); }
     static constexpr const char* Missing = "There is no thread variable $name";
 };
 
 template <class Kind>
 IPE_Object setValue(Arguments a) {
     if (a.size() > 1)
-        Kind::store().set(a[0], a[1]);
+        Kind::storeToChange(a[0]).set(a[0], a[1]);
     else
-        Kind::store().remove(a[0]);
+        Kind::storeToChange(a[0]).remove(a[0]);
     return {};
 }
 
 template <class Kind>
 IPE_Object getValue(Arguments a) {
     if (a.size() == 0) return Kind::store().names();
-    IPE_Object value = Kind::store().get(a[0]);
+    IPE_Object value = Kind::get(a[0]);
     if (value) return value;
     if (a.size() > 1) return a[1];
     XPK_Raise("RuntimeError", Kind::Missing).string("name", a.text(0)).raise();
@@ -47,9 +55,9 @@ IPE_Object getValue(Arguments a) {
 template <class Kind>
 IPE_Object deleteValue(Arguments a) {
     if (a.size() > 1)
-        Kind::store().removeKey(a[0], a[1]);
+        Kind::storeToChange(a[0]).removeKey(a[0], a[1]);
     else
-        Kind::store().remove(a[0]);
+        Kind::storeToChange(a[0]).remove(a[0]);
     return {};
 }
 

@@ -11,6 +11,7 @@
 #include "ipe/values/ipe_numbers.h"
 #include "ipe/values/ipe_packed.h"
 #include "ipe/values/ipe_stringtype.h"
+#include "ipe/xml/ipe_pyxparser.h"
 #include "runtime/epa_unicode.h"
 #include "runtime/epa_wildmatch.h"
 
@@ -139,6 +140,8 @@ IPE_Object builtinJoin(Arguments a) { return PyList_SafeCast(a[0])->join(a.text(
 IPE_Object builtinFind(Arguments a) { return PyString_SafeCast(a[0])->find(a.text(1)); }
 IPE_Object builtinWildmatch(Arguments a) { return IPE_Bool(EPA_WildMatch(a.text(1), a.text(0))); }
 
+IPE_Object builtinPyxparser(Arguments a) { return IPE_PyxTokens(a.text(0), true); }
+
 IPE_Object builtinTranslate(Arguments a) {
     IPE_StackList stack;
     return a[0]->translate(stack);
@@ -167,6 +170,7 @@ const IPE_Builtin Rows[] = {
     {"join", "ls", builtinJoin},
     {"find", "ss", builtinFind},
     {"wildmatch", "ss", builtinWildmatch},
+    {"pyxparser", "s", builtinPyxparser},
     {"translate", "o", builtinTranslate},
 };
 const IPE_BuiltinTable registered(Rows);

@@ -23,7 +23,9 @@
 #include "ipe/values/ipe_packed.h"
 #include "ipe/values/ipe_savedreader.h"
 #include "ipe/values/ipe_stringtype.h"
+#include "ipe/xml/ipe_pyxparser.h"
 #include "runtime/epa_unicode.h"
+#include "runtime/streams/epa_osocketstream.h"
 
 const char IPE_FileType::TypeName[] = "FileType";
 
@@ -46,6 +48,7 @@ enum Method {
     Read,
     ReadU32,
     Md5,
+    XmlTokens,
     ReadEval,
     LoadBase64,
     Sha1,
@@ -66,6 +69,7 @@ constexpr struct {
     {"read", Read},
     {"read_U32", ReadU32, true},
     {"md5", Md5, true},
+    {"xmltokens", XmlTokens},
     {"readeval", ReadEval},
     {"load_base64", LoadBase64},
     {"sha1", Sha1, true},
@@ -90,6 +94,48 @@ class FileSource : public EPA_ByteSource {
 
   private:
     IPE_FileType& file_;
+};
+
+// A file object that a socket stream sends.
+class FileToSend final : public EPA_SendSource {
+  public:
+    explicit FileToSend(IPE_FileType& file) : file_(file) {}
+    int64_t seek(int64_t offset, int origin) override { return file_.seek(offset, origin); }
+    size_t read(void* buffer, size_t size) override { return file_.readSome(buffer, size); }
+
+  private:
+    IPE_FileType& file_;
+};
+
+const bool sendable = [] {
+    EPA_SetSendSourceOpener([](const IPE_Object& value) -> std::unique_ptr<EPA_SendSource> {
+        auto* file = value.tryAs<IPE_FileType>();
+        return file ? std::make_unique<FileToSend>(*file) : nullptr;
+    });
+    return true;
+}();
+
+// The file as a stream of lines. It reads ahead, so the file is its own until it ends.
+class FileLines final : public EPA_IStream {
+  public:
+    explicit FileLines(IPE_FileType& file) : file_(file) {}
+    bool isEof() override { return ended_; }
+    bool isClosed() override { return ended_; }
+    size_t readRaw(void* buffer, size_t size) override {
+        size_t got = file_.readSome(buffer, size);
+        ended_ = got < size;
+        return got;
+    }
+    void seek(int64_t offset, int origin) override {
+        file_.seek(offset, origin);
+        dropBuffer();
+        ended_ = false;
+    }
+    int64_t tell() override { return file_.seek(0, SEEK_CUR) - static_cast<int64_t>(buffered()); }
+
+  private:
+    IPE_FileType& file_;
+    bool ended_ = false;
 };
 
 class Digest {
@@ -311,6 +357,14 @@ IPE_Object IPE_FileType::digest(bool sha1) {
     return IPE_String(digest.hex(sha1 ? "0123456789abcdef" : "0123456789ABCDEF"));
 }
 
+IPE_Object IPE_FileType::xmlTokens(const IPE_Arguments& arguments) {
+    arguments.check("|o", "xmltokens");
+    require();
+    bool strict = arguments.size() == 0 || arguments[0]->__nonzero__();
+    IPE_Object lines = IPE_New<FileLines>(*this);
+    return IPE_PyxTokens(*static_cast<FileLines*>(lines.get()), strict);
+}
+
 IPE_Object IPE_FileType::loadBase64(const IPE_Arguments& arguments) {
     arguments.check("|ii", "load_base64");
     int64_t length = 0;
@@ -392,6 +446,7 @@ IPE_Object IPE_FileType::__callmethod__(int method, const IPE_Arguments& argumen
         case ReadEval: return readEval(arguments);
         case Md5: return digest(false);
         case Sha1: return digest(true);
+        case XmlTokens: return xmlTokens(arguments);
         case LoadBase64: return loadBase64(arguments);
         case Load: return loadValue();
         case Write: write(arguments); break;

@@ -14,6 +14,7 @@
 //   write(value, utf16)              the text of a string, the representation of anything else
 //   save(value), load()              an object file (ipe/values/ipe_savedreader.h)
 //   md5(), sha1()                    digests of the whole file, upper and lower case; up to 10 MB
+//   xmltokens(strict=True)           list of the XML tokens of what is left (ipe/xml/ipe_pyxparser.h)
 //   load_base64([offset, length])    a block, by default the rest, up to 10 MB
 //   save_base64(text, zlib)          writes what the text decodes to, inflated when it is a packed block
 //   close()
@@ -68,6 +69,7 @@ class IPE_FileType final : public IPE_Type {
     IPE_Object readEval(const IPE_Arguments& arguments);
     uint32_t readU32();
     IPE_Object digest(bool sha1);
+    IPE_Object xmlTokens(const IPE_Arguments& arguments);
     IPE_Object loadBase64(const IPE_Arguments& arguments);
     void saveBase64(const IPE_Arguments& arguments);
     void write(const IPE_Arguments& arguments);

@@ -134,6 +134,33 @@ void IPE_Store::bulkSet(const IPE_Object& entries) {
     root().update(*kept.as<IPE_DictType>());
 }
 
+// --- A value on loan.
+
+void IPE_Store::lend(const IPE_Object& name, const IPE_Object& object, const IPE_Object& stripped) {
+    IPE_Object key = keep(name);
+    {
+        Guard guard(lock_);
+        root().set(key, stripped);
+    }
+    lentName_ = std::move(key);
+    lent_ = object;
+}
+
+void IPE_Store::endLoan() {
+    IPE_Object gone = std::move(lent_);
+    IPE_Object name = std::move(lentName_);
+    if (name) remove(name);
+}
+
+void IPE_Store::forgetLoan(const IPE_Object& name) {
+    if (lent_ && IPE_Object_Equal(lentName_, name)) lent_ = nullptr;
+}
+
+IPE_Object IPE_Store::own(const IPE_Object& name) {
+    if (lent_ && IPE_Object_Equal(lentName_, name)) return lent_;
+    return get(name);
+}
+
 // --- Dictionaries.
 
 IPE_Object IPE_Store::dictionary(const IPE_Object& name) {

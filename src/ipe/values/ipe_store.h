@@ -34,6 +34,17 @@ class IPE_Store final : public IPE_Type {
     void remove(const IPE_Object& name);
     IPE_Object names();  // new list
 
+    // --- A value on loan, of a thread's own store: while the loan lasts, own() gives that thread the very
+    // object, to everybody else the name holds `stripped`, which nobody changes. One loan at a time. The
+    // store's own thread alone calls these.
+    void lend(const IPE_Object& name, const IPE_Object& object, const IPE_Object& stripped);
+    // Ends the loan and removes the name.
+    void endLoan();
+    // Lets go of the object if it is lent under this name: the name then holds what other threads see.
+    void forgetLoan(const IPE_Object& name);
+    // The lent object, or what get() gives.
+    IPE_Object own(const IPE_Object& name);
+
     // --- Dictionaries under a name.
     // A copy of the dictionary, made empty when the name is absent.
     IPE_Object dictionary(const IPE_Object& name);
@@ -94,6 +105,7 @@ class IPE_Store final : public IPE_Type {
     EPA_Lock lock_;
     IPE_Object values_ EPA_GUARDED_BY(lock_);
     const int64_t created_;
+    IPE_Object lentName_, lent_;  // of the store's own thread
 };
 
 // The handle as a store; the errors of every cast.

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string_view>
+#include <vector>
 
 #include "ipe/object/ipe_moduletype.h"
 #include "ipe/values/ipe_containers.h"
@@ -38,17 +39,18 @@ bool EPA_IStream::refill() {
         eof_ = true;
         return false;
     }
-    if (block_.empty()) block_.resize(BlockSize);
-    cursor_ = 0;
-    end_ = readRaw(block_.data(), block_.size());
+    // Not zeroed: a peer that sends short lines then costs one page of the block.
+    if (!block_) block_.reset(new char[BlockSize]);
+    cursor_ = end_ = 0;  // also when the read raises
+    end_ = readRaw(block_.get(), BlockSize);
     if (end_ == 0 && (isClosed() || !XPK_IsRunning())) eof_ = true;
     return !eof_;
 }
 
 bool EPA_IStream::takeLine(EPA_StringBuffer& line, int64_t maxLength) {
-    const char* from = block_.data() + cursor_;
+    const char* from = block_.get() + cursor_;
     const char* stop = static_cast<const char*>(std::memchr(from, '\n', end_ - cursor_));
-    const char* last = stop ? stop : block_.data() + end_;
+    const char* last = stop ? stop : block_.get() + end_;
     bool plain = maxLength <= 0 && !std::memchr(from, '\r', static_cast<size_t>(last - from));
     if (plain) {
         line.append(std::string_view(from, static_cast<size_t>(last - from)));
@@ -56,13 +58,13 @@ bool EPA_IStream::takeLine(EPA_StringBuffer& line, int64_t maxLength) {
         for (; from < last; ++from) {
             if (*from == '\r') continue;
             if (maxLength > 0 && line.length() >= static_cast<size_t>(maxLength)) {
-                cursor_ = static_cast<size_t>(from - block_.data());
+                cursor_ = static_cast<size_t>(from - block_.get());
                 XPK_Raise("IOLineLengthError", "readline > maxlength").raise();
             }
             line.append(*from);
         }
     }
-    cursor_ = static_cast<size_t>(last - block_.data()) + (stop ? 1 : 0);
+    cursor_ = static_cast<size_t>(last - block_.get()) + (stop ? 1 : 0);
     return stop;
 }
 
@@ -91,7 +93,7 @@ size_t EPA_IStream::readSome(void* buffer, size_t size) {
         if (!refill()) return 0;
     }
     size_t taken = std::min(size, end_ - cursor_);
-    std::memcpy(buffer, block_.data() + cursor_, taken);
+    std::memcpy(buffer, block_.get() + cursor_, taken);
     cursor_ += taken;
     return taken;
 }

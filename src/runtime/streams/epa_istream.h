@@ -10,7 +10,7 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "ipe/object/ipe_arguments.h"
 #include "ipe/object/ipe_type.h"
@@ -80,7 +80,7 @@ class EPA_IStream : public IPE_Type, public EPA_ByteSource {
     // One low-level read into the empty block; false when the source has ended.
     bool refill();
 
-    std::vector<char> block_;
+    std::unique_ptr<char[]> block_;
     size_t cursor_ = 0;
     size_t end_ = 0;
     bool eof_ = false;
