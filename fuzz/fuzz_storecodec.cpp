@@ -67,12 +67,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         reader.open(std::make_unique<SMF_MemoryFile>("fuzz", bytes));
         SMF_ReaderTable table;
         table.connect(reader, "T");
+        // Most inputs fail at most rows; a few faults tell as much as all of them.
+        int faults = 4;
         table.top();
-        for (table.next(); table.position() <= table.rows(); table.next())
-            fuzzRun([&] { table.field(0).asText(); });
-        for (int64_t row = Rows; row > 0; row -= 31) {
+        for (table.next(); table.position() <= table.rows() && faults > 0; table.next())
+            faults -= !fuzzRun([&] { table.field(0).asText(); });
+        faults = 4;
+        for (int64_t row = Rows; row > 0 && faults > 0; row -= 31) {
             table.seek(row);
-            fuzzRun([&] { table.asObject(0); });
+            faults -= !fuzzRun([&] { table.asObject(0); });
         }
     });
     return 0;

@@ -25,13 +25,16 @@ inline void fuzzSetUp() {
     (void)started;
 }
 
+// True when nothing was raised.
 template <class Function>
-void fuzzRun(Function&& function) {
+bool fuzzRun(Function&& function) {
     fuzzSetUp();
     try {
         function();
+        return true;
     } catch (const XPK_Exception& exception) {
         exception.message();
+        return false;
     }
 }
 

@@ -131,7 +131,7 @@ std::shared_ptr<SMF_Block> SMF_DecoderStream::decode(int64_t number) {
     std::shared_ptr<SMF_Block> block = makeBlock(room, !fault);
     int64_t made = 0;
     if (!compressed)
-        std::memcpy(block->bytes.get(), raw.data(), raw.size());
+        std::copy(raw.begin(), raw.end(), block->bytes.get());
     else if (!fault)
         made = SMF_Decompress(zlib, raw.data(), raw.size(), block->bytes.get(),
                               std::min(room, SMF_MostDecompressed(zlib, raw.size())));

@@ -164,7 +164,7 @@ void SMF_SetDamageLog(SMF_DamageLog log) noexcept { damageLog = log; }
 size_t SMF_MemoryFile::read(int64_t offset, void* buffer, size_t size) {
     if (offset < 0 || offset >= this->size()) return 0;
     size_t got = std::min(size, content_.size() - static_cast<size_t>(offset));
-    std::memcpy(buffer, content_.data() + offset, got);
+    if (got > 0) std::memcpy(buffer, content_.data() + offset, got);
     return got;
 }
 
@@ -172,5 +172,5 @@ void SMF_MemoryFile::write(int64_t offset, const void* bytes, size_t size) {
     XPK_Assert(offset >= 0 && offset <= this->size());
     auto at = static_cast<size_t>(offset);
     if (at + size > content_.size()) content_.resize(at + size);
-    std::memcpy(content_.data() + at, bytes, size);
+    if (size > 0) std::memcpy(content_.data() + at, bytes, size);
 }
