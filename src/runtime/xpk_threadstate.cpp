@@ -24,7 +24,7 @@ XPK_ThreadHooks thread_hooks;
 const char* keep(XPK_Trace& trace, std::string_view text) {
     XPK_Trace::Frame& frame = trace.frames[trace.depth];
     char* place = trace.text + frame.free;
-    memcpy(place, text.data(), text.size());
+    text.copy(place, text.size());
     place[text.size()] = 0;
     frame.free = static_cast<uint16_t>(frame.free + text.size() + 1);
     return place;
