@@ -19,13 +19,19 @@ def argument(name, default):
         if words[i] == name: return words[i + 1]
     return default
 
+def number(name, default):
+    "long() takes a word without digits for 0."
+    text = str(argument(name, default))
+    if str(long(text)) != text: raise ValueError, name + " wants a number, got " + text
+    return long(text)
+
 def read():
     "Plain data, which travels with the jobs."
-    settings = {"address": "127.0.0.1", "backlog": 512, "longest_line": 8192, "most_headers": 100, "log_size": 1000000, "log_files": 5}
+    settings = {"address": "127.0.0.1", "backlog": 512, "longest_line": 8192, "most_reads": 64, "most_headers": 100, "log_size": 1000000, "log_files": 5}
     settings["address"] = argument("--address", settings["address"])
-    settings["port"] = long(argument("--port", 8731))
-    settings["workers"] = long(argument("--workers", 60))
-    settings["timeout"] = long(argument("--timeout", 15000))
+    settings["port"] = number("--port", 8731)
+    settings["workers"] = number("--workers", 60)
+    settings["timeout"] = number("--timeout", 15000)
     settings["log"] = argument("--log", "quillsrv.log")
     return settings
 
@@ -116,7 +122,11 @@ def job(job, settings):
     for record in job.logevents:
         lines.append(line(record))
     text = lines.join("")
-    append("/dev/stderr", text)
+    try:
+        append("/dev/stderr", text)
+    except IOError:
+        # It may be a socket, which no script can open, or closed. The file has the records all the same.
+        pass
     if size_of(settings.log) > settings.log_size: rotate(settings.log, settings.log_files)
     append(settings.log, text)
 
@@ -202,6 +212,9 @@ def listen(settings):
             # No descriptor is free: workers give some back.
             timeout().sleep(100)
             going = 1
+        except WSAENOBUFS:
+            timeout().sleep(100)
+            going = 1
 
 def job(job, settings):
     try:
@@ -237,7 +250,7 @@ def speak(socket, settings):
     output = socket.get_ostream()
     state = {"going": 1, "http": 0}
     while state.going == 1:
-        text = input(maxlength=settings.longest_line, assertoneof=1)
+        text = input(maxlength=settings.longest_line, maxloops=settings.most_reads, assertoneof=1)
         global_execute("inc", "serve_requests")
         if serve.http.is_request(text):
             serve.http.answer(text, input, output, settings, state)
@@ -253,6 +266,10 @@ def careful(socket, settings):
         pass
     except IOLineLengthError:
         serve.log.write(serve.log.warning, socket.get_address() + " sent a line without end")
+    except IOLineLoopsError:
+        serve.log.write(serve.log.warning, "a slow connection is closed")
+    except UnicodeError:
+        serve.log.write(serve.log.warning, "a connection that sends no UTF-8 text is closed")
     except WSAETIMEDOUT:
         serve.log.write(serve.log.debug, "a silent connection is closed")
     except WSAECONNRESET:
@@ -289,6 +306,10 @@ def answer(text, output, state):
     if len(parts) > 1: rest = parts[1]
     output(reply(word, rest, state), "\n", flush=1)
 
+def knows(word):
+    if word in ["ping", "echo", "time", "stats", "help", "quit"]: return True
+    return False
+
 def reply(word, rest, state):
     if word == "ping": return "pong"
     if word == "echo": return rest
@@ -304,33 +325,39 @@ class serve.http:
 
 "Enough of HTTP/1.1 for a browser and curl: GET and HEAD, connections that stay open."
 
+import serve.lines
 import serve.status
 
-reasons = {200: "OK", 400: "Bad Request", 404: "Not Found", 405: "Method Not Allowed", 431: "Request Header Fields Too Large"}
+reasons = {200: "OK", 400: "Bad Request", 404: "Not Found", 405: "Method Not Allowed", 408: "Request Timeout", 431: "Request Header Fields Too Large"}
 
 def is_request(text):
-    if wildmatch("* HTTP/1.*", text): return True
+    if wildmatch("* HTTP/1.*", text):
+        if serve.lines.knows(text.split(" ", 1)[0].lower()): return False
+        return True
     return False
 
-def read_headers(input, settings):
-    "Header names in small letters; None when there are too many."
-    headers = {}
+def read_headers(input, settings, headers):
+    "Fills in the headers, their names in small letters. Gives the code of the answer that this much is worth."
+    begin = timer()
     for i in range(0, settings.most_headers):
-        text = input(maxlength=settings.longest_line, assertoneof=1)
-        if text == "": return headers
+        text = input(maxlength=settings.longest_line, maxloops=settings.most_reads, assertoneof=1)
+        if text == "": return 200
+        if settings.timeout > 0 and timer(begin) * 1000 > settings.timeout: return 408
         parts = text.split(":", 1)
         if len(parts) == 2: headers[parts[0].strip().lower()] = parts[1].strip()
-    return None
+    return 431
 
 def answer(text, input, output, settings, state):
     parts = text.split(" ")
-    headers = read_headers(input, settings)
-    code = 200
+    headers = {}
+    code = read_headers(input, settings, headers)
     kind = "text/html; charset=utf-8"
     body = ""
-    if headers == None:
-        code = 431
+    if code != 200:
+        pass
     elif len(parts) != 3:
+        code = 400
+    elif parts[2] != "HTTP/1.1" and parts[2] != "HTTP/1.0":
         code = 400
     elif parts[0] != "GET" and parts[0] != "HEAD":
         code = 405
@@ -345,7 +372,7 @@ def answer(text, input, output, settings, state):
             code = 404
     if code != 200: body = problem(code)
     state["going"] = 1
-    if code == 400 or code == 405 or code == 431 or last_request(parts, headers): state["going"] = 0
+    if code == 400 or code == 405 or code == 408 or code == 431 or last_request(parts, headers): state["going"] = 0
     send(output, code, kind, body, parts[0], state)
 
 def last_request(parts, headers):

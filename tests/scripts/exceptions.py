@@ -260,6 +260,22 @@ same("rule 7: the type's name", [local("nothing"), local("function"), local("mod
 same("statement, file, line", [frame["statement"].split("\n")[0].strip()[:13], frame["file"][-13:], type(frame["line"])], ["raise Located", "exceptions.py", "IntType"])
 same("args and signature", [frame.has_key("args"), frame["signature"][0][0][0]], [1, "password"])
 
+# Calls that fail leave the next calls of the same function their names.
+def fails_often(first, second, third, fourth, fail):
+    fifth = 5
+    sixth = 6
+    seventh = 7
+    if fail: raise Often, "again"
+    return first + second + third + fourth + fifth + sixth + seventh
+
+sums = []
+for fail in [0, 0, 0, 1, 1, 1, 0, 0, 0]:
+    try:
+        sums.append(fails_often(1, 2, 3, 4, fail))
+    except Often:
+        sums.append("failed")
+same("calls after failed ones", sums, [28, 28, 28, "failed", "failed", "failed", 28, 28, 28])
+
 class exceptions.thing:
 
 value = 1

@@ -197,7 +197,8 @@ void IPE_Interpreter::bindPlain(IPE_CodeType& code, IPE_Object* items, int count
         locals.place(codeKey, IPE_Object(&code), code.codeHint);
     else
         locals.setSlow(codeKey, IPE_Object(&code), code.codeHint);
-    if (learns) code.layoutCapacity = locals.slots() == learn ? learn : 0;
+    // Locals without a table, as after calls that ended by an exception, have moved the slots all the same.
+    if (!fresh) code.layoutCapacity = learns && locals.slots() == learn ? learn : 0;
 }
 
 IPE_Object IPE_Interpreter::callCode(IPE_CodeType& code, IPE_Object* items, int count,
