@@ -108,6 +108,7 @@ grep -q '^dev 40 Queue load: Wrong: on purpose$' "$work/bin/logger.out" || fail 
 served=$(grep -c '^test 10 record$' "$work/bin/logger.out")
 left=$(grep -c 'test 10 (.*): record$' "$work/err")
 whole=$((served + left))
-# A machine with a system log has them there. The last tick may have been cut short.
-[ -w /dev/log ] || { [ "$whole" -le $((ticks * 3)) ] && [ "$whole" -ge $((ticks * 3 - 3)) ]; } || fail "of $((ticks * 3)) records $served were served and $left written out"
+# A machine with a system log has them there. The last tick may have been cut short,
+# and the records of a log job that was are written out again.
+[ -w /dev/log ] || { [ "$whole" -le $((ticks * 3 + 4)) ] && [ "$whole" -ge $((ticks * 3 - 3)) ]; } || fail "of $((ticks * 3)) records $served were served and $left written out"
 echo "$ticks ticks, $served records served, $left written at the end; ended in $spent ms"

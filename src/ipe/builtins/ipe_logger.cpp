@@ -75,8 +75,7 @@ void writeOutQueue() {
     IPE_Thread* threads = IPE_Thread::find();
     IPE_Object queue = threads ? threads->findQueue(IPE_LogQueueName) : IPE_Object();
     if (!queue) return;
-    for (const IPE_Object& job : queue.as<IPE_ThreadQueue>()->drain())
-        if (auto* dict = job.tryAs<IPE_DictType>()) writeOutAll(IPE_Object(dict->findName(eventsName)));
+    for (const IPE_Object& job : queue.as<IPE_ThreadQueue>()->drain()) IPE_WriteOutLogJob(job);
 }
 
 void pulse() {
@@ -198,6 +197,10 @@ void IPE_Logger::pulse() {
         }
     }
     writeOutAll(list);
+}
+
+void IPE_WriteOutLogJob(const IPE_Object& job) {
+    if (auto* dict = job.tryAs<IPE_DictType>()) writeOutAll(IPE_Object(dict->findName(eventsName)));
 }
 
 // --- Native code.

@@ -4,8 +4,9 @@
 //
 // A record is a dictionary with `name` (the channel), `levelno`, `pathname`, `lineno`, `excinfo`, `msg` and
 // `args`. Any thread may log; a caller waits for no disk and no peer. Records that no queue takes go to the
-// debug stream, and so do those that are left when the process ends. Of more than IPE_LogLimit records in one
-// second the rest is dropped and counted in a record of its own.
+// debug stream, and so do those that are left when the process ends, with those of a job that the end cut
+// short. Of more than IPE_LogLimit records in one second the rest is dropped and counted in a record of its
+// own.
 //
 // Scripts reach the same log as `ipe.logger.get()`, an object with one method, `addrecord(record)`.
 #pragma once
@@ -29,6 +30,8 @@ void IPE_LogMessage(std::string_view message, const IPE_Object& arguments = {});
 // Both at once. Never raises: a record that memory is lacking for is dropped.
 void IPE_Log(std::string_view channel, int level, std::string_view message,
              XPK_Place where = XPK_Place::current()) noexcept;
+// Writes the records of a job of the queue to the debug stream.
+void IPE_WriteOutLogJob(const IPE_Object& job);
 
 // The process's collector of records, as a script object that all threads share. Lock order: the logger's
 // lock, the registry of queues, a queue.

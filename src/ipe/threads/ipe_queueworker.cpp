@@ -90,12 +90,23 @@ void IPE_QueueWorker::applyPriority() {
 void IPE_QueueWorker::runJob(const IPE_Object& job) {
     try {
         callJob(job);
+        return;
     } catch (const XPK_Exception& exception) {
         if (XPK_IsRunning() || exception.type() != "SystemExit") reportException(exception);
     } catch (const std::exception& error) {
         report(__FILE__, __LINE__, error.what());
     } catch (...) {
         report(__FILE__, __LINE__, "Unknown exception");
+    }
+    if (!XPK_IsRunning() && queue_.name() == IPE_LogQueueName) saveRecords(job);
+}
+
+// The end of the process has cut the writing of these records short: some may be told twice, none is lost.
+void IPE_QueueWorker::saveRecords(const IPE_Object& job) noexcept {
+    try {
+        IPE_WriteOutLogJob(job);
+    } catch (...) {
+        // There is no memory left to tell them with.
     }
 }
 

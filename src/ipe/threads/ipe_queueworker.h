@@ -27,6 +27,7 @@ class IPE_QueueWorker {
     void applyPriority();
     void runJob(const IPE_Object& job);
     void callJob(const IPE_Object& job);
+    static void saveRecords(const IPE_Object& job) noexcept;
     IPE_Object moduleSpace(IPE_Frame& frame);
     void report(std::string_view file, int line, const std::string& text) noexcept;
     void reportException(const XPK_Exception& exception) noexcept;
