@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "runtime/ipe_object.h"
@@ -80,6 +81,20 @@ class SMF_Field {
     // load() of a row: calls the decoder, then takes the value out of its batch.
     virtual void loadRow(int64_t row) = 0;
     bool isFixed() const noexcept { return meta_->isFixed(); }
+    // The fixed value, brought into `shown` by way of assignObject. `own`, which that overwrites, stays as it
+    // was: it is what a writer stores.
+    template <class Value>
+    const Value& readFixed(Value& own, Value& shown) {
+        Value kept = own;
+        try {
+            assignObject(fixedValue());
+        } catch (...) {
+            own = std::move(kept);
+            throw;
+        }
+        shown = std::exchange(own, std::move(kept));
+        return shown;
+    }
     const IPE_Object& fixedValue() const noexcept;  // never null
     const std::string& fileName() const noexcept;
 
@@ -107,6 +122,7 @@ class SMF_FieldOf : public SMF_Field {
         value_ = decoder.batch().values[row - 1 - decoder.batch().first];
     }
     Value value_{};
+    Value fixed_{};  // what a fixed field shows
 };
 
 // The value object of a field, by its type. A type without a class: Runtime "Field index out of range".

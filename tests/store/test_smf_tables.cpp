@@ -2,6 +2,7 @@
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_numbers.h"
+#include "store/fields/smf_datefield.h"
 #include "store/fields/smf_i64field.h"
 #include "store/script/smf_cursortype.h"
 #include "store_support.h"
@@ -113,4 +114,22 @@ TEST_F(Tables, ACursorFillsListsAndDictionariesAlone) {
     EXPECT_EQ(faultOf([&] { cursor.record(IPE_NewList()); }), "DatabaseError: Not connected");
     EXPECT_EQ(faultOf([&] { cursor.record(IPE_NewTuple()); }),
               "RuntimeError: Unsupported type passed to FSI_ReaderTable::get_record()");
+}
+
+// What a fixed field shows is not what a writer stores.
+TEST(FixedFields, KeepWhatWasAssigned) {
+    auto bytes = std::make_shared<std::string>();
+    SMF_Writer writer;
+    writer.open(std::make_unique<SharedFile>(bytes));
+    SMF_WriterTable table("memory.smf");
+    IPE_Object tags = IPE_NewDict();
+    tags.as<IPE_DictType>()->setText("Transform", IPE_String("Fixed"));
+    tags.as<IPE_DictType>()->setText("Fixed", IPE_String("2001-02-03"));
+    table.addField("Day", SMF_TypeDate, tags);
+    table.create("T", writer, 4096, 10);
+    table.assignObject(0, IPE_String("1999-12-31"));
+    auto& day = static_cast<SMF_DateField&>(table.field(0));
+    EXPECT_EQ(day.asYMDHMS().year, 2001);
+    EXPECT_EQ(IPE_Object_Text(table.asObject(0)), "2001-02-03");
+    EXPECT_EQ(day.stored().year, 1999);
 }

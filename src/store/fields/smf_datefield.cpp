@@ -6,10 +6,8 @@
 #include "store/fields/smf_momentparts.h"
 
 const SMF_DateValue& SMF_DateField::get() {
-    if (isFixed())
-        assignObject(fixedValue());
-    else
-        load();
+    if (isFixed()) return readFixed(value_, fixed_);
+    load();
     return value_;
 }
 

@@ -29,10 +29,8 @@ void SMF_DateTimeField::loadRow(int64_t row) {
 }
 
 const SMF_DateTimeValue& SMF_DateTimeField::get() {
-    if (isFixed())
-        assignObject(fixedValue());
-    else
-        load();
+    if (isFixed()) return readFixed(value_, fixed_);
+    load();
     return value_;
 }
 

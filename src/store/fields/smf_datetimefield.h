@@ -36,6 +36,7 @@ class SMF_DateTimeField final : public SMF_Field {
     void clear() override { value_ = {}; }
     void loadRow(int64_t row) override;
     SMF_DateTimeValue value_;
+    SMF_DateTimeValue fixed_;  // what a fixed field shows
 };
 
 // Reads date and time out of the two parts' batches. A consumer that needs only one part touches only that

@@ -61,10 +61,8 @@ SMF_FlagField::SMF_FlagField(std::shared_ptr<SMF_FieldMeta> meta, SMF_RecordData
 }
 
 const SMF_FlagValue& SMF_FlagField::get() {
-    if (isFixed())
-        assignObject(fixedValue());
-    else
-        load();
+    if (isFixed()) return readFixed(value_, fixed_);
+    load();
     return value_;
 }
 

@@ -5,8 +5,8 @@
 #include "runtime/epa_string.h"
 
 const int32_t& SMF_I32Field::get() {
+    if (isFixed()) return fixed_ = static_cast<int32_t>(fixedValue()->__int__());
     load();
-    if (isFixed()) value_ = static_cast<int32_t>(fixedValue()->__int__());
     return value_;
 }
 

@@ -5,8 +5,8 @@
 #include "runtime/epa_string.h"
 
 const int64_t& SMF_I64Field::get() {
+    if (isFixed()) return fixed_ = fixedValue()->__int__();
     load();
-    if (isFixed()) value_ = fixedValue()->__int__();
     return value_;
 }
 

@@ -67,10 +67,8 @@ void SMF_StringField::loadRow(int64_t row) {
 }
 
 std::string_view SMF_StringField::view() {
-    if (isFixed())
-        text_ = IPE_Object_Text(fixedValue());
-    else
-        load();
+    if (isFixed()) return fixed_ = IPE_Object_Text(fixedValue());
+    load();
     return text_;
 }
 

@@ -33,6 +33,7 @@ class SMF_StringField final : public SMF_Field {
 
   private:
     std::string text_;
+    std::string fixed_;  // what a fixed field shows
 };
 
 // The masks of a text: its first and last character with eight of its SHA-1 digest between them, in Base64. A

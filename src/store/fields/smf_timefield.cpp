@@ -6,10 +6,8 @@
 #include "store/fields/smf_momentparts.h"
 
 const SMF_TimeValue& SMF_TimeField::get() {
-    if (isFixed())
-        assignObject(fixedValue());
-    else
-        load();
+    if (isFixed()) return readFixed(value_, fixed_);
+    load();
     return value_;
 }
 
