@@ -68,6 +68,14 @@ info = 20
 warning = 30
 error = 40
 
+def exists(path):
+    try:
+        file = open(path)
+    except IOError:
+        return False
+    file.close()
+    return True
+
 def write(level, text):
     record = {"name": "serve", "levelno": level, "pathname": "", "lineno": 0, "excinfo": None, "msg": text, "args": ()}
     ipe.logger.get().addrecord(record)
@@ -77,18 +85,16 @@ class serve.logwriter:
 """The queue "logger": takes the records of one second at a time. The file is renamed to FILE.1 when it is large, and the
 older ones move on to FILE.2 and so forth."""
 
+import serve.log
+
 words = {10: "debug", 20: "info", 30: "warning", 40: "error"}
 
 def line(record):
     return strftime(localtime()) + " " + words.get(record.levelno, str(record.levelno)) + " " + record.name + ": " + str(record.msg).replace("\n", " | ") + "\n"
 
 def size_of(path):
-    try:
-        file = open(path)
-    except IOError:
-        return 0
-    file.close()
-    return len_of(path)
+    if serve.log.exists(path): return len_of(path)
+    return 0
 
 def len_of(path):
     "The listing knows the size of a file without reading it."
@@ -103,14 +109,8 @@ def rotate(path, keep):
         older = path + "." + str(number)
         newer = path + "." + str(number - 1)
         if number == 1: newer = path
-        try:
-            fs("erase", older)
-        except Exception:
-            pass
-        try:
-            fs("rename", newer, older)
-        except Exception:
-            pass
+        if serve.log.exists(older): fs("erase", older)
+        if serve.log.exists(newer): fs("rename", newer, older)
 
 def append(path, text):
     file = open(path, "a")
@@ -127,7 +127,11 @@ def job(job, settings):
     except IOError:
         # It may be a socket, which no script can open, or closed. The file has the records all the same.
         pass
-    if size_of(settings.log) > settings.log_size: rotate(settings.log, settings.log_files)
+    try:
+        if size_of(settings.log) > settings.log_size: rotate(settings.log, settings.log_files)
+    except Exception, e:
+        # The records matter more than the size of the file; this one tells why it grows.
+        text = text + strftime(localtime()) + " error serve: the log file cannot be renamed: " + e + "\n"
     append(settings.log, text)
 
 class serve.timers:
@@ -154,12 +158,9 @@ def every_eighth():
 def every_thirty_second(settings):
     "Log files beyond the number to keep, as an earlier run with other settings may have left them."
     number = settings.log_files + 1
-    try:
-        while number < 100:
-            fs("erase", settings.log + "." + str(number))
-            number = number + 1
-    except Exception:
-        pass
+    while serve.log.exists(settings.log + "." + str(number)):
+        fs("erase", settings.log + "." + str(number))
+        number = number + 1
 
 def job(job, settings):
     if settings.timer == "pulse_1":

@@ -4,6 +4,7 @@
 #include "ipe/values/ipe_numbers.h"
 #include "store/fields/smf_datefield.h"
 #include "store/fields/smf_i64field.h"
+#include "store/fields/smf_treefield.h"
 #include "store/script/smf_cursortype.h"
 #include "store_support.h"
 
@@ -126,7 +127,12 @@ TEST(FixedFields, KeepWhatWasAssigned) {
     tags.as<IPE_DictType>()->setText("Transform", IPE_String("Fixed"));
     tags.as<IPE_DictType>()->setText("Fixed", IPE_String("2001-02-03"));
     table.addField("Day", SMF_TypeDate, tags);
+    table.addField("Tree", SMF_TypeTree, tags);
     table.create("T", writer, 4096, 10);
+    auto& tree = static_cast<SMF_TreeField&>(table.field(1));
+    tree.assignText("a.b");
+    EXPECT_EQ(tree.parts().size(), 1u);
+    EXPECT_EQ(tree.stored().size(), 2u);
     table.assignObject(0, IPE_String("1999-12-31"));
     auto& day = static_cast<SMF_DateField&>(table.field(0));
     EXPECT_EQ(day.asYMDHMS().year, 2001);

@@ -61,12 +61,15 @@ void SMF_TreeField::loadRow(int64_t row) {
 }
 
 std::span<const std::string_view> SMF_TreeField::parts() {
-    if (!isFixed())
-        load();
-    else if (fixedValue().is<IPE_ListType>())
-        assignObject(fixedValue());
-    else
-        assignText(IPE_Object_Text(fixedValue()));
+    if (isFixed()) {
+        if (!fixed_) fixed_ = std::make_unique<SMF_TreeField>(meta_, record_);
+        if (fixedValue().is<IPE_ListType>())
+            fixed_->assignObject(fixedValue());
+        else
+            fixed_->assignText(IPE_Object_Text(fixedValue()));
+        return fixed_->views_;
+    }
+    load();
     return views_;
 }
 

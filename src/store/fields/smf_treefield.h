@@ -43,6 +43,7 @@ class SMF_TreeField final : public SMF_Field {
     void assignParts(std::span<const std::string_view> parts);
     std::string buffer_;
     std::vector<std::string_view> views_;
+    std::unique_ptr<SMF_TreeField> fixed_;  // what a fixed field shows
 };
 
 class SMF_Tree : public SMF_FieldHandle {
