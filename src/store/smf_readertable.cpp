@@ -19,15 +19,29 @@ void SMF_ReaderTable::error(const char* type, std::string_view message) const {
     SMF_Fail(type, message, reader_ ? std::string_view(reader_->name()) : "");
 }
 
-void SMF_ReaderTable::connect(SMF_Reader& reader, std::string_view name) {
+void SMF_ReaderTable::disconnect(SMF_Reader& reader) {
     data_.fields.clear();
     data_.meta = nullptr;
     data_.row = data_.loadRow = position_ = rows_ = 0;
     decoders_.clear();
     jumps105_.reset();
     data104_.reset();
+    declared_ = false;
     reader_ = &reader;
     store_ = reader.store();
+}
+
+void SMF_ReaderTable::connectDeclared(SMF_Reader& reader, std::shared_ptr<SMF_RecordMeta> meta,
+                                      int64_t rows) {
+    disconnect(reader);
+    currentLayout_ = true;
+    declared_ = true;
+    rows_ = rows;
+    data_.meta = std::move(meta);
+}
+
+void SMF_ReaderTable::connect(SMF_Reader& reader, std::string_view name) {
+    disconnect(reader);
     const auto& store = store_;
     int64_t at = reader.location(name);
     if (at == -1)
@@ -130,6 +144,7 @@ void SMF_ReaderTable::nextSlow() {
     if (position_ >= rows_) {
         position_ = rows_ + 1;
         data_.loadRow = 0;
+        if (declared_) return;
         for (const auto& field : data_.fields) field->reset();
         return;
     }

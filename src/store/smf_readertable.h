@@ -12,7 +12,7 @@
 #include "store/smf_reader.h"
 #include "store/smf_record.h"
 
-class SMF_ReaderTable final : public SMF_Record {
+class SMF_ReaderTable : public SMF_Record {
   public:
     SMF_ReaderTable();
     ~SMF_ReaderTable() override;
@@ -41,8 +41,13 @@ class SMF_ReaderTable final : public SMF_Record {
     int64_t position() const noexcept { return position_; }
     SMF_Reader* reader() const noexcept { return reader_; }
 
+  protected:
+    // A table without stored columns: `rows` rows that all show what the value objects hold.
+    void connectDeclared(SMF_Reader& reader, std::shared_ptr<SMF_RecordMeta> meta, int64_t rows);
+
   private:
     static constexpr int64_t StopCheckRows = 32003;
+    void disconnect(SMF_Reader& reader);
     void nextSlow();
     void connectOld(const SMF_HeaderReader& header);
     void stopCheck() const;
@@ -53,6 +58,7 @@ class SMF_ReaderTable final : public SMF_Record {
     SMF_Reader* reader_ = nullptr;
     std::shared_ptr<SMF_StoreFile> store_;  // what this table reads, even when the reader goes on to another
     bool currentLayout_ = true;
+    bool declared_ = false;  // no stored columns; value objects keep what they were given
     int64_t rows_ = 0;
     int64_t position_ = 0;
     // Older layout: the streams of the table and its decoders in field order.
