@@ -67,11 +67,13 @@ class FSI_PathLevelHelper final : public FSI_HelperIndex {
     ~FSI_PathLevelHelper() override;
 
     // Opens, or builds, the index of the files that pass `filter` (all when it is empty). `options` is the
-    // report's dictionary or null, for its `epoch` and for `_not_cacheable` (FSI_RecordFilter::compileFor).
-    void open(std::string_view filter, const IPE_Object& options = {});
+    // report's dictionary, `keywords` its keyword dictionary, or null (FSI_RecordFilter::compileFor).
+    void open(std::string_view filter, const IPE_Object& options = {}, const IPE_Object& keywords = {});
     bool isOpen() const noexcept { return levelZero_ != nullptr; }
     bool hasFilter() const noexcept { return filtered_; }
     bool hasDigests() const noexcept { return digests_; }
+    // The table of rights that was counted: "PathDACL", "Rights", or empty when the census has neither.
+    const std::string& rightsTable() const noexcept { return rightsTable_; }
     // Directories in the index; numbers are 1 to paths().
     int64_t paths() const noexcept { return jump_.rows(); }
 
@@ -119,8 +121,8 @@ class FSI_PathLevelHelper final : public FSI_HelperIndex {
     ChildList& childList();
 
     bool filtered_ = false, digests_ = false;
-    std::string filterText_;
-    IPE_Object filterOptions_;
+    std::string filterText_, rightsTable_;
+    IPE_Object filterOptions_, filterKeywords_;
     std::vector<std::unique_ptr<FSI_LevelTable>> levels_;
     FSI_LevelTable* levelZero_ = nullptr;
     SMF_ReaderTable jump_;

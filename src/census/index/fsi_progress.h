@@ -24,6 +24,8 @@ class FSI_Progress {
 
     // A new phase: a key and a template with ${0}; the count goes back to 0 and a first message appears.
     void start(std::string_view key, std::string_view text, int64_t total);
+    // The next phase of the same count.
+    void phase(std::string_view key, std::string_view text);
     void tick() {
         if (++done_ % Step == 0) [[unlikely]]
             publish();

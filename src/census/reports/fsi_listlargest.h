@@ -1,30 +1,40 @@
-// FSI_ListLargest: the best N of many tuples, by their first items.
+// FSI_ListLargest: the best N of many rows, by a number.
 //
-// Rows are appended freely; beyond N + 1000 the list is sorted in descending order and cut, and from then on
-// a row below the threshold, the first item of the N-th, need not be offered. Belongs to one thread.
+// Rows are offered freely. When the list holds more than N + 1000 of them it is cut to the best N, and from
+// then on only a row that could still be among them is taken: threshold() is the N-th value. The order is
+// descending by value, path number, name and row, so that the result does not depend on when cuts happened.
+// Rows are kept as plain numbers and a name; the report reads the record of a row only when it is in the
+// result. Belongs to one thread.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
-
-#include "runtime/ipe_object.h"
+#include <string>
+#include <string_view>
+#include <vector>
 
 class FSI_ListLargest {
   public:
-    static constexpr int64_t Slack = 1000;
-    explicit FSI_ListLargest(int64_t capacity);
+    struct Row {
+        int64_t value = 0, path = 0;
+        std::string name;
+        int64_t row = 0;
+    };
+    static constexpr size_t Slack = 1000;
 
-    // INT64_MIN until the first cut.
+    // `capacity` is at least 1.
+    explicit FSI_ListLargest(int64_t capacity) : capacity_(static_cast<size_t>(capacity)) {}
+
+    // A row of a smaller value need not be offered. INT64_MIN until the first cut.
     int64_t threshold() const noexcept { return threshold_; }
-    // `tuple` begins with an integer.
-    void append(const IPE_Object& tuple);
-    // Sorts and cuts to the best N; the threshold becomes the N-th first item where there are N.
-    void cut();
-    // A ListType.
-    const IPE_Object& list() const noexcept { return list_; }
-    int64_t size() const noexcept;
+    void offer(int64_t value, int64_t path, std::string_view name, int64_t row);
+    // Sorts and cuts to the best N; the list takes no more rows after this.
+    const std::vector<Row>& finish();
 
   private:
-    int64_t capacity_;
-    int64_t threshold_;
-    IPE_Object list_;
+    void cut();
+
+    size_t capacity_;
+    int64_t threshold_ = INT64_MIN;
+    std::vector<Row> rows_;
 };

@@ -22,6 +22,8 @@
 #include "census/index/fsi_pathnamehelper.h"
 #include "census/index/fsi_progress.h"
 #include "ipe/object/ipe_arguments.h"
+#include "ipe/object/ipe_moduleregistry.h"
+#include "ipe/values/ipe_numbers.h"
 
 // One selected tree.
 struct FSI_Selection {
@@ -76,7 +78,8 @@ class FSI_Report {
     std::string_view pathText(int64_t number);
     // The path number of table()'s current row: its column `PathNumber` or `Path`, in the table Path the row.
     int64_t pathNumber() const;
-    // Of `row`, which must be a row of table().
+    // The same for a row that was read as a dictionary, whose integer `Path` goes first.
+    int64_t pathNumberOf(const IPE_Object& record) const;
     // Calls `visit()` for each row of the range as the current one. With `jump` a filter's wish to leave out
     // a tree is followed after the visit.
     template <class Visit>
@@ -108,24 +111,33 @@ class FSI_Report {
     FSI_Progress& progress() noexcept { return progress_; }
 
   private:
+    static void select(FSI_PathLevelHelper& levels, FSI_Selection& selection);
     int64_t behindTree();
     FSI_RowRange searchRows(int64_t first, int64_t last);
+    void writeAbout(const IPE_Object& dictionary);
 
-    IPE_Object statement_, selection_, options_;
+    IPE_Object statement_, selection_, options_, keywords_;
     FSI_Reader census_;
     FSI_ReaderTable table_;
     IPE_Object header_;
     std::unique_ptr<FSI_RecordFilter> filter_;
     std::unique_ptr<FSI_PathLevelHelper> filteredLevels_;
     SMF_I32 path_;
-    bool tableIsPath_ = false;
+    bool tableIsPath_ = false, aboutMade_ = false;
+    int64_t textNumber_ = 0;  // of the path that text_ is of
+    std::string text_;
     FSI_Progress progress_;
 };
 
 // Publishes a report, a static object each: the component and the modules `fsi_report.storage.NAME` and
 // `storage.NAME` with the function `call`.
 struct FSI_ReportRegistration {
-    FSI_ReportRegistration(const char* component, const char* module, IPE_NativeFunction call);
+    // `component` is "fsi_report.storage.NAME", `module` "storage.NAME".
+    FSI_ReportRegistration(const char* component, const char* module, IPE_NativeFunction call)
+        : component_(component, "call", call, "IPE_Module"), module_(module, "call", call, "IPE_Module") {}
+
+  private:
+    IPE_NativeModule component_, module_;
 };
 // The function of a report class with `static constexpr int Version` and `explicit Class(const
 // IPE_Arguments&)`.
