@@ -1,0 +1,1 @@
+-- The table Entity: users and groups. With the helper indexes it has the columns that GetImageEntitySchema lists.

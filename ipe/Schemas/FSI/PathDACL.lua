@@ -1,0 +1,6 @@
+-- The table PathDACL: who may do what with a folder, an entry a row.
+
+function adjust()
+    setFieldTags("Entity", {FTable = "Entity", FMode = "1:1", FShow = "Name", label = "Who"})
+    addFieldShadow("Folder", "Path", {FTable = "PathName", FShow = "Path", label = "Path"})
+end
