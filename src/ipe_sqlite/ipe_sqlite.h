@@ -42,7 +42,6 @@ class IPE_Sqlite final : public IPE_ModuleType {
     IPE_Object __dir__() override;
     void __import__(const IPE_Object& target) override;
     void __setname__(const IPE_Object& name) override { IPE_Type::__setname__(name); }
-    IPE_Object __copy__() override { return IPE_Object(this); }
 
   private:
     int64_t setting(std::string_view name, int64_t absent);
