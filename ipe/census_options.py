@@ -56,26 +56,39 @@ def read(arguments):
     if read.form <> "text" and len(read.reports) > 1: raise UsageError, "--csv and --json want one report: --report NAME"
     return read
 
+switches = {"--help-report": "help", "--list": "list", "--quiet": "quiet"}
+forms = {"--csv": "csv", "--json": "json"}
+files = {"--census": "census", "--out": "out"}
+shown = {"--filter": "filter", "--field": "field"}
+marks = {"--hide-paths": "hide_paths", "--hide-users": "hide_users"}
+
 def take(read, word, value):
-    if word == "--help-report": read["help"] = True
-    elif word == "--list": read["list"] = True
-    elif word == "--quiet": read["quiet"] = True
-    elif word == "--csv": read["form"] = "csv"
-    elif word == "--json": read["form"] = "json"
-    elif word == "--census": read["census"] = absolute(value)
-    elif word == "--out": read["out"] = absolute(value)
-    elif word == "--report": read["reports"] = names(value)
-    elif word == "--path": read.paths.append(value)
-    elif word == "--top": read["top"] = whole(word, value, 1, 1000000)
-    elif word == "--count": read.options["count"] = whole(word, value, 1, 100000)
-    elif word == "--filter": read.options["filter"] = value
-    elif word == "--field": read.options["field"] = value
-    elif word == "--set": assign(read, value)
-    elif word == "--epoch": read.selection["epoch"] = whole(word, value, 0, 4102444800)
+    if switches.has_key(word):
+        read[switches[word]] = True
+    elif forms.has_key(word):
+        read["form"] = forms[word]
+    elif files.has_key(word):
+        read[files[word]] = absolute(value)
+    elif shown.has_key(word):
+        read.options[shown[word]] = value
+    elif marks.has_key(word):
+        read.selection[marks[word]] = 1
+    elif word == "--report":
+        read["reports"] = names(value)
+    elif word == "--path":
+        read.paths.append(value)
+    elif word == "--top":
+        read["top"] = whole(word, value, 1, 1000000)
+    elif word == "--count":
+        read.options["count"] = whole(word, value, 1, 100000)
+    elif word == "--set":
+        assign(read, value)
+    elif word == "--epoch":
+        read.selection["epoch"] = whole(word, value, 0, 4102444800)
+    elif word == "--base":
+        read.selection["base"] = [value]
     elif word == "--digests":
         read.options["calc_digests"] = 1
         read.selection["calc_digests"] = 1
-    elif word == "--hide-paths": read.selection["hide_paths"] = 1
-    elif word == "--hide-users": read.selection["hide_users"] = 1
-    elif word == "--base": read.selection["base"] = [value]
-    else: raise UsageError, "unknown option '" + word + "'"
+    else:
+        raise UsageError, "unknown option '" + word + "'"
