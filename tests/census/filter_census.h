@@ -52,9 +52,11 @@ struct FilterCensus {
         }
     }
 
-    IPE_Object host() const {
-        return makeHost(
-            {{"File", R"(
+    // `more` are include scripts by name.
+    IPE_Object host(const std::map<std::string, std::string>& more = {}) const {
+        std::map<std::string, std::string> includes = scripts();
+        includes.insert(more.begin(), more.end());
+        return makeHost({{"File", R"(
                 function adjust()
                     addFieldShadow("Path", "PathNumber", {FTable = "PathName", FShow = "Path"})
                     addFieldShadow("UNC", "PathNumber", {FTable = "PathName", FShow = "UNC"})
@@ -75,34 +77,37 @@ struct FilterCensus {
                         addFieldShadow("Folder" .. name, "PathNumber", {FTable = "PathLevel", FShow = name})
                     end
                 end)"}},
-            {{"bigger", R"(
+                        includes, {{"File", "Name,Size,Path"}}, R"(
+                function api.GetImageEntitySchema() return {{name = "Name"}} end
+                function api.names(...) return {...} end
+                function api.nothing() end)");
+    }
+
+    static std::map<std::string, std::string> scripts() {
+        return {{"bigger", R"(
                 function before(low, path) limit, wanted = low, path; return {"Size", "Path", "OwnerName"} end
                 function during(size, path, owner)
                     return size >= limit and (wanted == nil or path == wanted) and owner ~= "anna"
                 end)"},
-             {"skip", R"(
+                {"skip", R"(
                 function before(...)
                     names = {}
                     for _, name in ipairs{...} do names[name] = true end
                     return {"Path"}
                 end
                 function during(path) return not names[path], names[path] end)"},
-             {"nobefore", "function during() return true end"},
-             {"noduring", "function before() return {} end"},
-             {"nolist", "function before() return 7 end function during() end"},
-             {"nofield", "function before() return {'Nothing'} end function during() end"},
-             {"toomany", R"(
+                {"nobefore", "function during() return true end"},
+                {"noduring", "function before() return {} end"},
+                {"nolist", "function before() return 7 end function during() end"},
+                {"nofield", "function before() return {'Nothing'} end function during() end"},
+                {"toomany", R"(
                 function before() local t = {} for i = 1, 300 do t[i] = "Size" end return t end
                 function during() end)"},
-             {"fails", "function before() return {} end function during() error('no more') end"},
-             {"loops", "function before() return {} end function during() while true do end end"},
-             {"nothing", "function before() end function during(...) return select('#', ...) end"},
-             {"silent", "function before() return {'Size'} end function during() end"},
-             {"broken", "function before( return"}},
-            {{"File", "Name,Size,Path"}}, R"(
-                function api.GetImageEntitySchema() return {{name = "Name"}} end
-                function api.names(...) return {...} end
-                function api.nothing() end)");
+                {"fails", "function before() return {} end function during() error('no more') end"},
+
+                {"nothing", "function before() end function during(...) return select('#', ...) end"},
+                {"silent", "function before() return {'Size'} end function during() end"},
+                {"broken", "function before( return"}};
     }
 
     CensusFolder folder;

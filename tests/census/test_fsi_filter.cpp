@@ -15,9 +15,11 @@ struct Row {
     const ModelFile& file;
 };
 
+const char* const Loops = "function before() return {} end function during() while true do end end";
+
 class CensusFilters : public ::testing::Test {
   protected:
-    CensusFilters() : reader(censusOptions(census.folder.file()), census.host()) {
+    CensusFilters() : reader(censusOptions(census.folder.file()), census.host({{"loops", Loops}})) {
         table.connect(reader, "File", true);
         for (size_t number = 1; number <= model.paths.size(); ++number) {
             const ModelPath& path = model.paths[number - 1];
