@@ -7,6 +7,7 @@
 #include "census_support.h"
 #include "ipe/object/ipe_moduleregistry.h"
 #include "ipe/values/ipe_containers.h"
+#include "runtime/epa_lifecycle.h"
 #include "runtime/xpk_threadstate.h"
 
 namespace {
@@ -97,6 +98,15 @@ class PathReports : public ::testing::Test {
         setenv("TZ", "UTC", 1);
         tzset();
     }
+    // Components publish the reports when they start.
+    static void SetUpTestSuite() {
+        XPK_ThreadScope primary{true};
+        EPA_LifeCycle::control(true);
+    }
+    static void TearDownTestSuite() {
+        XPK_ThreadScope primary{true};
+        EPA_LifeCycle::shutdown();
+    }
 
     void write(ModelCensus census) {
         model = std::move(census);
@@ -116,8 +126,7 @@ class PathReports : public ::testing::Test {
         return function(report)(IPE_Arguments(arguments, 4, keywords));
     }
     static IPE_NativeFunction function(const char* report) {
-        IPE_Object node = IPE_ModuleRegistry::find(std::string("storage.") + report + ".call");
-        if (!node) node = IPE_ModuleRegistry::find(std::string("storage.") + report);
+        IPE_Object node = IPE_ModuleRegistry::find(std::string("storage.") + report);
         return node.as<IPE_ModuleBridge>()->factory();
     }
     Statement& last() { return *statement.as<Statement>(); }
