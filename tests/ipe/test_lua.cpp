@@ -115,6 +115,8 @@ TEST_F(Lua, ValuesComeBackAsTheyWent) {
     IPE_Object native = IPE_New<Native>([](auto&) { return IPE_Object(); });
     EXPECT_EQ(back(native), native);
     EXPECT_EQ(back(object), object);  // the state within itself, which must not keep it alive
+    IPE_Object method = back(object->__getattr__(S("getglobal"), 0));
+    EXPECT_EQ(IPE_Call(method, S("v")).typeName(), IPE_CallAdapter::TypeName);
     IPE_Object function = run("return function(a, b) return b, a end");
     EXPECT_STREQ(function.typeName(), "LuaFunction");
     EXPECT_EQ(repr(IPE_Call(back(function), I(1), S("x"))), "('x', 1)");
@@ -252,8 +254,8 @@ TEST_F(Lua, EndlessMutualCallsEndInAnError) {
     lua.compile("function f() return again() end");
     EXPECT_NE(raised([&] { lua.callWith("f"); }).find("C stack overflow"), std::string::npos);
     EXPECT_NE(error("local function f() return 1 + f() end f()").find("stack overflow"), std::string::npos);
-    EXPECT_NE(error("local s = {} for i = 1, 3e5 do s[i] = i end return table.unpack(s)").find(""),
-              std::string::npos);
+    IPE_Object many = run("local s = {} for i = 1, 3e5 do s[i] = i end return table.unpack(s)");
+    EXPECT_EQ(IPE_Tuple(many).count(), 300'000);
     // A callback that enters the state again from a coroutine.
     define("enter", [&](const IPE_Arguments& a) { return lua.execute(a.text(0)); });
     EXPECT_EQ(shown("return coroutine.wrap(function() coroutine.yield(enter('return 1 + 1')) end)()"), "2");
@@ -310,11 +312,14 @@ TEST_F(Lua, TextsCannotHarmTheServer) {
               "(None, None, None, True, None)");
     EXPECT_NE(error("setmetatable({}, {__gc = true})").find("__gc"), std::string::npos);
     EXPECT_NE(error("require 'no.such.module'").find("module 'no.such.module' not found"), std::string::npos);
-    // Finalizers of library objects cannot be reached through their metatables; called by name they end the
-    // object once.
+    // Finalizers of library objects are out of reach.
+    EXPECT_EQ(shown("return getmetatable(io.stdout), getmetatable(rex_pcre.new('a')), "
+                    "getmetatable(select(2, lfs.dir('.')))"),
+              "(False, False, False)");
     EXPECT_EQ(
-        shown("return getmetatable(io.stdout), getmetatable(rex_pcre.new('a')), getmetatable(lfs.dir('.'))"),
-        "(False, False, None)");
+        shown("local env = luasql.sqlite3() local r, c = rex_pcre.new('a'), env:connect(':memory:') "
+              "return r.__gc, io.stdout.__gc, env.__gc, c.__gc, c:execute('select 1').__gc, r:match('a')"),
+        "(None, None, None, None, None, 'a')");
     EXPECT_EQ(error("local s = string.rep('x', 2^30) return #s"),
               "LuaInterpreterException: not enough memory [: ]");
     EXPECT_EQ(error("local s = 'x' while true do s = s .. s end").substr(0, 42),

@@ -1,8 +1,8 @@
 // Script objects as Lua values.
 //
 // What holds an object of the state's own would keep the state alive from within: its functions are
-// therefore pushed as what they are, and the userdata of the state itself holds it without a count. Cycles
-// over several objects are not found; who makes them breaks them, as everywhere.
+// therefore pushed as what they are, and the userdata of the state itself and of its methods hold it without
+// a count. Cycles over several objects are not found; who makes them breaks them, as everywhere.
 #include "ipe/engines/ipe_luacallback.h"
 
 #include "ipe/engines/ipe_lua.h"
@@ -28,6 +28,11 @@ Box* boxAt(const IPE_LuaState& state, lua_State* L, int index) {
         address != state.markAddresses[IPE_LuaState::Class])
         return nullptr;
     return static_cast<Box*>(lua_touserdata(L, index));
+}
+
+// The same method, holding its object or not.
+IPE_Object withCount(const IPE_CallAdapter& adapter, bool counted) {
+    return IPE_New<IPE_CallAdapter>(adapter.target(), adapter.method(), counted, adapter.notForUntrusted());
 }
 
 IPE_Object requireHeld(const IPE_LuaState& state, lua_State* L) {
@@ -200,16 +205,21 @@ void IPE_OpenLuaBridge(IPE_LuaState& state, lua_State* L) {
 
 void IPE_PushLuaObject(IPE_LuaState& state, lua_State* L, const IPE_Object& value) {
     if (auto* function = value.tryAs<IPE_LuaFunction>(); function && function->pushIn(state, L)) return;
-    bool callable = value.is<IPE_CodeType>() || value.is<IPE_CallAdapter>();
+    IPE_Object held = value;
+    auto* adapter = value.tryAs<IPE_CallAdapter>();
+    if (adapter && adapter->target() == &state.owner()) held = withCount(*adapter, false);
+    auto mark = adapter || value.is<IPE_CodeType>() ? IPE_LuaState::Function : IPE_LuaState::Class;
     auto* box = new (lua_newuserdata(L, sizeof(Box))) Box;
     box->isOwner = value.counted() == &state.owner();
-    if (!box->isOwner) box->held = value;
-    lua_rawgeti(L, LUA_REGISTRYINDEX, state.marks[callable ? IPE_LuaState::Function : IPE_LuaState::Class]);
+    if (!box->isOwner) box->held = std::move(held);
+    lua_rawgeti(L, LUA_REGISTRYINDEX, state.marks[mark]);
     lua_setmetatable(L, -2);
 }
 
 IPE_Object IPE_LuaHeldObject(const IPE_LuaState& state, lua_State* L, int index) {
     Box* box = boxAt(state, L, index);
     if (!box) return {};
-    return box->isOwner ? IPE_Object(&state.owner()) : box->held;
+    if (box->isOwner) return IPE_Object(&state.owner());
+    auto* adapter = box->held.tryAs<IPE_CallAdapter>();
+    return adapter && !adapter->owned() ? withCount(*adapter, true) : box->held;
 }
