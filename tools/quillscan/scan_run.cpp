@@ -154,7 +154,7 @@ class Scan final : public Visitor {
         ++entries_;
         if (folder.error) {
             ++row_.unreadable;
-            note(folder, folder.number, {}, folder.call, folder.error);
+            note(folder, folder.number, "", folder.call, folder.error);
         }
         progress_.tell(entries_, folder);
     }
