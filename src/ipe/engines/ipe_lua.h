@@ -19,6 +19,7 @@
 #include "ipe/object/ipe_moduletype.h"
 
 struct lua_State;
+class IPE_LuaState;
 
 class IPE_Lua final : public IPE_ModuleType {
   public:
@@ -26,6 +27,7 @@ class IPE_Lua final : public IPE_ModuleType {
     static constexpr size_t MemoryLimit = size_t(1) << 30;  // bytes of one state
 
     // With the standard libraries, those that every state has, and the globals `kwargs`, `ipesplit`, `ipe`.
+    // An object lives in a handle: make it with IPE_NewLua().
     IPE_Lua();
     ~IPE_Lua() override;
 
@@ -48,17 +50,19 @@ class IPE_Lua final : public IPE_ModuleType {
     // True when the global is neither absent, nil nor the script's None.
     bool hasGlobal(std::string_view name);
 
-    // --- For scripts: execute, compile, call, version, getglobal, setglobal; indexing is getglobal.
+    // --- For scripts: execute, compile, call, version, getglobal, setglobal; indexing is getglobal and
+    // setglobal.
     void __bind__() override;
     IPE_Object __callmethod__(int method, const IPE_Arguments& arguments) override;
     IPE_Object __getitem__(const IPE_Object& key) override;
+    void __setitem__(const IPE_Object& key, const IPE_Object& value) override;
 
+    // The coroutine that runs, or the main one.
     lua_State* state() const noexcept;
 
   private:
     friend class IPE_LuaFunction;
-    struct State;
-    std::unique_ptr<State> state_;
+    std::unique_ptr<IPE_LuaState> state_;
 };
 
 // A Lua function as a script callable. Keeps its state alive; belongs to the state's thread.
@@ -71,8 +75,12 @@ class IPE_LuaFunction final : public IPE_Type {
     IPE_Object __call__(const IPE_Arguments& arguments) override;
     // All results in order, without the tuple; for callers that run once a row.
     void callAll(const IPE_Arguments& arguments, std::vector<IPE_Object>& results);
+    // Pushes the function when it lives in `state`; false when it does not.
+    bool pushIn(const IPE_LuaState& state, lua_State* L) const;
 
   private:
+    template <class Take>
+    void run(const IPE_Arguments& arguments, Take&& take);
     IPE_Object lua_;
     int reference_;
 };
