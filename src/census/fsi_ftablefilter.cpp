@@ -2,7 +2,7 @@
 //
 // All kinds but two end in an ordinary field test on a row of another table: the paths index, a table of the
 // census, a table of properties. The number chooses the row and the answer is kept: the last one for all
-// kinds, and for foreign rows, which no order brings together, all of them, two bits each.
+// kinds, and for foreign rows and properties, which no order brings together, all of them, two bits each.
 //
 // A number 0 stands for nothing. Columns then show the empty value, and so does the row tested here: the
 // other table stands behind its last row, where every value is reset.
@@ -94,6 +94,7 @@ bool FSI_FTableFilter::parse(IPE_TokenSource& tokens, std::string_view name, int
     } else if (mode == "UDP" && !table.empty()) {
         kind_ = Kind::Property;
         property_ = shown;
+        answers_ = std::make_unique<Answers>(false);
         parseForeign(tokens, table, "Value", depth);
     } else if (table == "PathLevel") {
         parseLevel(tokens, shown);

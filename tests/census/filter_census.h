@@ -9,6 +9,7 @@
 struct FilterCensus {
     explicit FilterCensus(unsigned seed, size_t paths = 40, size_t files = 6) {
         model = randomCensus(seed, paths, files);
+        model.paths[4].files.resize(1);
         int32_t owner = 0;
         for (ModelPath& path : model.paths)
             for (ModelFile& file : path.files) file.owner = owner++ % 4;
