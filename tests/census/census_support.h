@@ -138,8 +138,8 @@ inline void writeCensus(const ModelCensus& census, const std::string& file,
         SMF_DateTime created, modified, accessed;
         path.connect(table, "PathNumber", "S"), name.connect(table, "Name", "D");
         size.connect(table, "Size", "D"), space.connect(table, "Space", "D");
-        created.connect(table, "Created", ""), modified.connect(table, "Modified", "");
-        accessed.connect(table, "Accessed", ""), owner.connect(table, "Owner", "D");
+        created.connect(table, "Created", "D"), modified.connect(table, "Modified", "D");
+        accessed.connect(table, "Accessed", "D"), owner.connect(table, "Owner", "D");
         table.create("File", writer, 16384, 10);
         for (size_t i = 0; i < census.paths.size(); ++i)
             for (const ModelFile& row : census.paths[i].files) {
