@@ -30,8 +30,13 @@ class FSI_Reader final : public SMF_Reader {
     FSI_Reader(const IPE_Object& options, const IPE_Object& host);
     ~FSI_Reader();
 
-    // Closes, forgets the indexes and opens another census; the option `fsi` becomes its path.
-    void reopen(std::string_view path);
+    // Closes, forgets the indexes and opens another census; the option `fsi` becomes its path. Tables that
+    // are connected keep the indexes that they have used, but look up nothing more (FSI_ReaderTable).
+    void reopen(const IPE_Object& path);
+    // Closes and forgets the indexes.
+    void shut();
+    // Counts the censuses that were opened or closed here.
+    int64_t generation() const noexcept { return generation_; }
 
     const IPE_Object& options() const noexcept { return options_; }
     IPE_Object option(std::string_view name) const;  // null when absent
@@ -47,14 +52,19 @@ class FSI_Reader final : public SMF_Reader {
     // host.
     IPE_Object apiCall(std::string_view name, std::initializer_list<IPE_Object> arguments) const;
 
-    FSI_EntityHelper& entityHelper();
-    FSI_PathNameHelper& pathNameHelper();
+    FSI_EntityHelper& entityHelper() { return *shareEntities(); }
+    FSI_PathNameHelper& pathNameHelper() { return *sharePathNames(); }
     // The file index over all files, without a filter.
-    FSI_PathLevelHelper& pathLevelHelper();
+    FSI_PathLevelHelper& pathLevelHelper() { return *sharePathLevels(); }
+    // The same for those who keep them; they stay usable until the reader dies.
+    const std::shared_ptr<FSI_EntityHelper>& shareEntities();
+    const std::shared_ptr<FSI_PathNameHelper>& sharePathNames();
+    const std::shared_ptr<FSI_PathLevelHelper>& sharePathLevels();
 
   private:
     IPE_Object options_, host_;
-    std::unique_ptr<FSI_EntityHelper> entities_;
-    std::unique_ptr<FSI_PathNameHelper> pathNames_;
-    std::unique_ptr<FSI_PathLevelHelper> pathLevels_;
+    int64_t generation_ = 0;
+    std::shared_ptr<FSI_EntityHelper> entities_;
+    std::shared_ptr<FSI_PathNameHelper> pathNames_;
+    std::shared_ptr<FSI_PathLevelHelper> pathLevels_;
 };

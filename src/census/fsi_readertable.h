@@ -11,10 +11,13 @@
 //   table.top();
 //   while (table.advance()) IPE_Object row = table.recordAsDict();
 //
-// Belongs to the reader's thread; the reader must outlive it.
+// Values of other tables are those stored there, whatever plan their fields have here, so tables that lead to
+// each other end at the first step. A figure of a directory moves the reader's file index to that directory.
+//
+// Belongs to the reader's thread; the reader must outlive it. When the reader has gone on to another census,
+// what the table has not yet opened raises Runtime "Not connected".
 #pragma once
 
-#include <array>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -23,6 +26,8 @@
 #include "census/fsi_columnplan.h"
 #include "census/fsi_reader.h"
 #include "store/smf_readertable.h"
+
+class FSI_ReaderTable_Closure;
 
 class FSI_ReaderTable final : public SMF_ReaderTable {
   public:
@@ -63,6 +68,9 @@ class FSI_ReaderTable final : public SMF_ReaderTable {
     // Visible columns of the current row, without advancing: a new list, a new dictionary.
     IPE_Object recordAsList();
     IPE_Object recordAsDict();
+    // A new list of up to `most` such lists from the current row on, advancing behind each; before the first
+    // row it advances first. Empty behind the last row and for `most` below 1.
+    IPE_Object batch(int64_t most);
     // All fields by name, stored values without plans.
     IPE_Object fieldsAsDict();
     // Fills a container: a ListType is appended to, a DictType set; others raise RuntimeError "Unsupported
@@ -79,22 +87,41 @@ class FSI_ReaderTable final : public SMF_ReaderTable {
     IPE_Lua& lua() const;
 
   private:
-    friend class FSI_ReaderTable_Closure;
-    FSI_ColumnPlan& mutablePlan(int32_t index);
-    std::unique_ptr<FSI_ColumnPlan> makePlan(int32_t index);
-    IPE_Object value(FSI_ColumnPlan& plan);
-    IPE_Object figure(const FSI_ColumnPlan& plan, int64_t number);
-    void runSchema(std::string_view name);
-    void connectVirtual(std::string_view name);
+    static constexpr size_t MostCached = 1 << 16;  // values of one plan
+    void abandon() noexcept;
+    void runSchema();
+    void callSchema(const char* function);
+    void connectVirtual();
     void chooseColumns();
+    void requireCensus() const;
+    FSI_ReaderTable& open(std::unique_ptr<FSI_ReaderTable>& place, const char* name, bool helpers);
+
+    FSI_ColumnPlan& mutablePlan(int32_t index);
+    void planColumns();
+    std::unique_ptr<FSI_ColumnPlan> makePlan(int32_t index);
+    void planForeign(FSI_ColumnPlan& plan, const std::string& table, const std::string& mode,
+                     const std::string& shown);
+    void planPath(FSI_ColumnPlan& plan, const std::string& shown);
+
+    IPE_Object value(FSI_ColumnPlan& plan);
+    IPE_Object foreignValue(FSI_ColumnPlan& plan, int64_t number);
+    IPE_Object figure(const FSI_ColumnPlan& plan, int64_t number);
+    template <class Take>
+    void visitColumns(Take&& take);
 
     FSI_Reader* census_ = nullptr;
+    int64_t generation_ = 0;
     std::string tableName_;
-    bool virtual_ = false;
+    bool virtual_ = false, planned_ = false;
     IPE_Object lua_;      // an IPE_Lua
     IPE_Object closure_;  // what the schema calls as `table`
+    // Indexes in use: of this table's rows, and of its plans.
+    std::shared_ptr<FSI_EntityHelper> entities_;
+    std::shared_ptr<FSI_PathNameHelper> pathNames_;
+    std::shared_ptr<FSI_PathLevelHelper> pathLevels_;
     std::vector<int32_t> columns_;
-    std::vector<std::unique_ptr<FSI_ColumnPlan>> plans_;  // by field
-    std::vector<std::pair<std::string, std::unique_ptr<FSI_ReaderTable>>> foreign_;
     std::vector<IPE_Object> keys_;  // field names as dictionary keys
+    std::unique_ptr<FSI_ReaderTable> path_, storedPath_, root_;
+    std::vector<std::pair<std::string, std::unique_ptr<FSI_ReaderTable>>> foreign_;
+    std::vector<std::unique_ptr<FSI_ColumnPlan>> plans_;  // by field; they refer to the tables above
 };

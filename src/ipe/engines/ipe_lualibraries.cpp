@@ -3,8 +3,8 @@
 // A state runs texts of the application and of users inside the server, on a thread of the server. Three
 // guarantees rest on this file: no text ends the process or shakes the engine (byte code is not verified by
 // the engine, the debug library can exchange the metatables of userdata); the count hook sees all Lua code,
-// since finalizers are the one place where it is off; shared objects, which would bring a second engine,
-// stay out.
+// since finalizers and the handlers of its own errors, where it is off, are kept out; shared objects, which
+// would bring a second engine, stay out.
 #include "ipe/engines/ipe_lualibraries.h"
 
 extern "C" {
@@ -71,6 +71,42 @@ int setMetatable(lua_State* L) {
     return 1;
 }
 
+// A message handler that an error of the count hook calls would run where hooks are off, without an end.
+// Upvalue 1: the caller's handler.
+int handleMessage(lua_State* L) {
+    if (IPE_LuaState::of(L).isLeaving()) return 1;
+    lua_pushvalue(L, lua_upvalueindex(1));
+    lua_insert(L, 1);
+    lua_call(L, 1, 1);
+    return 1;
+}
+
+int finishXpcall(lua_State* L, bool good) {
+    if (!lua_checkstack(L, 1)) {
+        lua_settop(L, 0);
+        lua_pushboolean(L, 0);
+        lua_pushliteral(L, "stack overflow");
+        return 2;
+    }
+    lua_pushboolean(L, good);
+    lua_replace(L, 1);
+    return lua_gettop(L);
+}
+
+int continueXpcall(lua_State* L) { return finishXpcall(L, lua_getctx(L, nullptr) == LUA_YIELD); }
+
+// As the library's, which can be yielded across; results come behind the handler's slot.
+int xpcall(lua_State* L) {
+    int count = lua_gettop(L);
+    luaL_argcheck(L, count >= 2, 2, "value expected");
+    lua_pushvalue(L, 2);
+    lua_pushcclosure(L, handleMessage, 1);
+    lua_copy(L, 1, 2);
+    lua_replace(L, 1);
+    int status = lua_pcallk(L, count - 2, LUA_MULTRET, 1, 0, continueXpcall);
+    return finishXpcall(L, status == LUA_OK);
+}
+
 // Replaces a function of the table on top by `function` with the old one as its first upvalue.
 void wrap(lua_State* L, const char* name, lua_CFunction function, int extra = 0) {
     lua_getfield(L, -1, name);
@@ -86,6 +122,8 @@ void limitBase(lua_State* L) {
     lua_setfield(L, -2, "loadstring");
     wrap(L, "loadfile", loadText, 2);
     wrap(L, "setmetatable", setMetatable);
+    lua_pushcfunction(L, xpcall);
+    lua_setfield(L, -2, "xpcall");
     lua_pushcfunction(L, doFile);
     lua_setfield(L, -2, "dofile");
     lua_getfield(L, -1, "os");

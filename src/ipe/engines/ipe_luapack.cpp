@@ -5,6 +5,7 @@
 // 16. Every size is bounded before it is added or used.
 #include "ipe/engines/ipe_luapack.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -58,8 +59,8 @@ class Format {
     size_t number(size_t absent) {
         if (!digit()) return absent;
         size_t value = 0;
-        while (digit() && value <= (MaximumResult - 9) / 10)
-            value = value * 10 + static_cast<size_t>(*next_++ - '0');
+        for (; digit(); ++next_)
+            value = std::min(value * 10 + static_cast<size_t>(*next_ - '0'), MaximumResult);
         return value;
     }
     size_t integerSize(size_t absent) {

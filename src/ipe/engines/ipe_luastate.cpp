@@ -8,7 +8,8 @@
 // A count hook looks at the server's running flag every few thousand instructions. The error that it raises
 // can be caught by pcall, so from then on it comes again at every single instruction: each protected call of
 // the chunk ends, then its caller, until nothing is left. That works because no Lua code runs where hooks do
-// not: finalizers and debug.sethook are not available (ipe_lualibraries.cpp).
+// not: finalizers, debug.sethook and message handlers of the hook's own errors are kept out
+// (ipe_lualibraries.cpp).
 #include "ipe/engines/ipe_luastate.h"
 
 #include <cstdlib>

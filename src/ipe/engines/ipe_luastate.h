@@ -44,7 +44,8 @@ class IPE_LuaState {
     lua_State* main() const noexcept { return main_; }
     // The coroutine that runs at this moment, or the main one.
     lua_State* current() const noexcept { return current_; }
-    size_t memoryUsed() const noexcept { return used_; }
+    // A SystemExit is on its way out.
+    bool isLeaving() const noexcept { return exit_ != nullptr; }
 
     // Calls body(lua_State*) protected, with an empty stack. A Lua error is raised as LuaInterpreterException
     // "$message [$lualine: $luacode]"; an exception of the body leaves as it is.
