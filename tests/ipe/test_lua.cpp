@@ -128,6 +128,7 @@ TEST_F(Lua, ValuesComeBackAsTheyWent) {
 }
 
 TEST_F(Lua, SharedAndCyclicContainersStaySo) {
+    define("held", [](auto&) { return IPE_Object(); });
     IPE_Object dict = run("local t = {} t.self = t t.a = {} t.b = t.a return t");
     EXPECT_EQ(dict->__getitem__(S("self")), dict);
     EXPECT_EQ(dict->__getitem__(S("a")), dict->__getitem__(S("b")));
@@ -136,6 +137,10 @@ TEST_F(Lua, SharedAndCyclicContainersStaySo) {
     lua.setGlobal("t", dict);
     EXPECT_EQ(shown("return t.self == t, t.a == t.b, t.a ~= t"), "(True, True, True)");
     dict->clear();
+    // A cycle around a value that cannot cross is taken apart again (the leak check watches).
+    error(
+        "local t = {{}} t.self = t t[1].up = t t.held = held t[2] = setmetatable({t, io.stdout}, {__ipetype "
+        "= 'list'}) return t");
     // 2 to the 60 lists without sharing.
     IPE_Object list = L({});
     for (int i = 0; i < 60; ++i) list = L({list, list});
@@ -179,6 +184,14 @@ TEST_F(Lua, CallablesTakeArgumentsAndKeywords) {
           {"ipesplit('a', 1)", "Second argument to ipesplit not a string (type 3)."}})
         EXPECT_EQ(error(text), std::string("LuaInterpreterException: ") + message + " [1: " + text + "]");
     EXPECT_EQ(shown("local t = ipesplit('a,b,,c', ',') return #t, t[4], t"), "(4, 'c', ['a', 'b', '', 'c'])");
+    // What a callable kept of its arguments outlives its failure.
+    IPE_Object kept;
+    define("keep", [&](const IPE_Arguments& a) -> IPE_Object {
+        kept = a[0];
+        XPK_Raise("KeyError", "x").raise();
+    });
+    error("keep({{1}, 2})");
+    EXPECT_EQ(repr(kept->__getitem__(I(1))), "{1: 1}");
     // A userdata that has given its object up.
     lua_State* L = lua.state();
     lua_getglobal(L, "f");

@@ -49,22 +49,27 @@ int give(IPE_LuaState& state, lua_State* L, const IPE_Object& result) {
 
 // --- Metamethods
 
+// The arguments of a call, which stand behind the called object.
+void readArguments(IPE_LuaState& state, lua_State* L, IPE_ArgumentBuffer& buffer) {
+    IPE_LuaReader reader(state, L);
+    int count = lua_gettop(L);
+    luaL_checkstack(L, 6, "too many arguments");
+    for (int i = 2; i <= count; ++i) {
+        if (lua_istable(L, i) && IPE_LuaMarkOf(state, L, i) == IPE_LuaState::Keywords) {
+            if (!buffer.keywords) buffer.keywords = IPE_NewDict();
+            reader.readPairs(i, buffer.keywords, false);
+        } else {
+            buffer.push(reader.read(i));
+        }
+    }
+}
+
 int callHeld(lua_State* L) {
     return IPE_LuaState::callback(L, [L](IPE_LuaState& state) {
         IPE_Object callee = requireHeld(state, L);
         IPE_ArgumentBuffer buffer;
         if (callee.is<IPE_OldClassType>()) buffer.push(callee);
-        IPE_LuaReader reader(state, L);
-        int count = lua_gettop(L);
-        luaL_checkstack(L, 6, "too many arguments");
-        for (int i = 2; i <= count; ++i) {
-            if (lua_istable(L, i) && IPE_LuaMarkOf(state, L, i) == IPE_LuaState::Keywords) {
-                if (!buffer.keywords) buffer.keywords = IPE_NewDict();
-                reader.readPairs(i, buffer.keywords, false);
-            } else {
-                buffer.push(reader.read(i));
-            }
-        }
+        readArguments(state, L, buffer);
         return give(state, L, callee->__call_untrusted__(buffer.arguments()));
     });
 }
@@ -89,9 +94,9 @@ int getAttribute(lua_State* L) {
 int setAttribute(lua_State* L) {
     return IPE_LuaState::callback(L, [L](IPE_LuaState& state) {
         IPE_Object held = requireHeld(state, L);
-        IPE_LuaReader reader(state, L);
-        IPE_Object key = reader.read(2);
-        held->__setattr__(key, reader.read(3));
+        IPE_Object key = IPE_LuaReader(state, L).read(2);
+        IPE_Object value = IPE_LuaReader(state, L).read(3);
+        held->__setattr__(key, value);
         return 0;
     });
 }
