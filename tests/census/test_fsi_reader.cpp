@@ -160,6 +160,107 @@ TEST_F(Census, PropertiesAreFoundByTheirNumber) {
     EXPECT_EQ(find(3, "size"), 0);
 }
 
+// Of each file: its path, that as a column of the tables Path and Root, and all figures of its folder.
+TEST_F(Census, ValuesOutOfTheIndexes) {
+    const std::string schema = R"(
+        function adjust()
+            addFieldShadow('Text', 'PathNumber', {FTable = 'PathName', FShow = 'Path', style = 'own'})
+            addFieldShadow('UNC', 'PathNumber', {FTable = 'PathName', FShow = 'UNC'})
+            addFieldShadow('Folder', 'PathNumber', {FTable = 'Path', FShow = 'Name'})
+            addFieldShadow('Levels', 'PathNumber', {FTable = 'Path', FMode = '1:1', FShow = 'Levels'})
+            columns = {'PathNumber', 'Text', 'UNC', 'Folder', 'Levels'}
+            for i, shown in ipairs{'Size', 'Space', 'Files', 'Depth', 'TreeSize', 'TreeSpace', 'TreeFiles',
+                                   'LastCreated', 'LastModified', 'LastAccessed'} do
+                addFieldShadow('F' .. shown, 'PathNumber', {FTable = 'PathLevel', FShow = shown})
+                columns[5 + i] = 'F' .. shown
+            end
+        end
+    )";
+    struct Figures {
+        int64_t size = 0, space = 0, files = 0, created = 0, modified = 0, accessed = 0;
+        void add(const ModelFile& file) {
+            auto later = [](int64_t& latest, const SMF_DateTimeValue& moment) {
+                latest = std::max<int64_t>(latest, SMF_TimeOfDateTime(moment.date, moment.time));
+            };
+            size += file.size, space += file.space, ++files;
+            later(created, file.created), later(modified, file.modified), later(accessed, file.accessed);
+        }
+    };
+    std::string expected;
+    for (size_t number = 1; number <= model.paths.size(); ++number) {
+        Figures own, tree;
+        int64_t depth = 0;
+        for (size_t below = number; below <= model.endOfTree(number); ++below)
+            for (const ModelFile& file : model.paths[below - 1].files) tree.add(file);
+        for (const ModelFile& file : model.paths[number - 1].files) own.add(file);
+        for (size_t up = number; up > 1; up = static_cast<size_t>(model.paths[up - 1].parent)) ++depth;
+        std::string path = "\"" + model.textOf(number) + "\"";
+        std::string row = "[" + std::to_string(number) + ", " + path + ", " + path + ", \"" +
+                          (number == 1 ? "data" : model.paths[number - 1].name) + "\"";
+        for (int64_t figure : {depth, own.size, own.space, own.files, depth, tree.size, tree.space,
+                               tree.files, tree.created, tree.modified, tree.accessed})
+            row += ", " + std::to_string(figure);
+        for (size_t i = 0; i < model.paths[number - 1].files.size(); ++i)
+            expected += (expected.empty() ? "" : ", ") + row + "]";
+    }
+    EXPECT_EQ(rows("File", schema), "[" + expected + "]");
+    std::string styles;
+    for (const IPE_Object& column : FSI_ItemsOf(table.header(), "columns"))
+        styles += IPE_Dict_GetString(column, "type") + " " + IPE_Dict_GetString(column, "style") + ",";
+    EXPECT_EQ(styles,
+              "I32 ,String pathname,String pathname,String ,I32 ,I64 bytes,I64 bytes,I64 ,I64 ,I64 bytes,"
+              "I64 bytes,I64 ,I64 ,I64 ,I64 ,");
+
+    // Numbers that no path has, and a census without roots.
+    std::string hostile = schema;
+    for (size_t at; (at = hostile.find("'PathNumber'")) != std::string::npos;)
+        hostile.replace(at, 12, "'Wide'");
+    table.connect(reader({{"Item", hostile}}), "Item", false);
+    std::string zeros = ", \"\", \"\", \"\", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0]";
+    for (int64_t row : {1, 7}) {
+        table.seek(row);
+        EXPECT_EQ(repr(table.recordAsList()), (row == 1 ? "[0" : "[-5") + zeros);
+    }
+    table.seek(6);
+    EXPECT_EQ(repr(table.valueOf("Text")) + repr(table.valueOf("FTreeSize")), "\"\"0");
+    EXPECT_EQ(fault([&] { table.valueOf("Folder"); }), "DatabaseError Runtime: Seek past end of table");
+    writeCensus(model, folder.file("bare.smf"));
+    FSI_Reader bare(censusOptions(folder.file("bare.smf")), makeHost({{"File", schema}}));
+    FSI_ReaderTable files;
+    files.connect(bare, "File", true);
+    ASSERT_TRUE(files.advance());
+    EXPECT_EQ(repr(files.valueOf("PathNumber")) + repr(files.valueOf("Folder")), "1\"\"");
+}
+
+TEST_F(Census, IndexesInThePlaceOfTables) {
+    const char* entities = R"(
+        function api.GetImageEntitySchema() return {{name = 'Title', style = 'who'}} end
+        function api.GetImageEntity(entity) return {Title = string.upper(entity.Name)} end
+    )";
+    std::map<std::string, std::string> schemas{{"Path", "columns = {'Number', 'Path', 'Name'}"},
+                                               {"Entity", "columns = {'Number', 'Title', 'Name'}"}};
+    table.connect(reader(schemas, {}, entities), "Path", true);
+    table.seek(2);
+    EXPECT_EQ(repr(table.recordAsList()), "[2, \"" + model.textOf(2) + "\"]");
+    FSI_ReaderTable other;
+    other.connect(*reader_, "Path", false);
+    other.seek(2);
+    EXPECT_EQ(repr(other.recordAsList()), "[2, \"" + model.paths[1].name + "\"]");
+    other.connect(*reader_, "Entity", true);
+    EXPECT_EQ(repr(other.batch(9)), R"([[1, "ROOT"], [2, "STAFF"], [3, "ANNA"]])");
+    EXPECT_EQ(IPE_Dict_GetString(FSI_ItemsOf(other.header(), "columns")[1], "style"), "who");
+    // The indexes outlast the reader's change to another census.
+    std::string path = repr(table.recordAsList());
+    SMF_Writer writer;
+    writer.open(folder.file("nothing.smf"));
+    addTable(writer, "Item", {"3 PathNumber"}, "[[1]]");
+    writer.close();
+    reader_->reopen(IPE_String(folder.file("nothing.smf")));
+    EXPECT_EQ(repr(table.recordAsList()), path);
+    EXPECT_NE(fault([&] { other.connect(*reader_, "Path", true); }), "none");
+    EXPECT_FALSE(other.isConnected());
+}
+
 TEST_F(Census, TagsThatLeadNowhere) {
     auto header = [&](const std::string& tags, const char* field = "Ref") {
         return fault([&] {
@@ -202,7 +303,9 @@ TEST_F(Census, SchemaFunctions) {
         result = {}
         local names = {}  -- the library `table` is Lua's own here
         table.insert(names, 'Id')
-        function note(...) result[#result + 1] = {...} end
+        function note(...)
+            for i = 1, select('#', ...) do result[#result + 1] = tostring((select(i, ...))) end
+        end
         function adjust()
             note(hasField('ref'), hasField('Nothing'), options.fsi ~= nil)
             note(setFieldName('id', 'Key'), hasField('Id'), hasField('Key'), setFieldName('Nothing', 'X'))
@@ -229,10 +332,10 @@ TEST_F(Census, SchemaFunctions) {
     )");
     ASSERT_EQ(failed, "none");
     std::string notes;
-    for (const IPE_Object& item : FSI_ItemsOf(table.lua().getGlobal("result"), "notes"))
-        for (const IPE_Object& note : FSI_ItemsOf(item, "note")) notes += repr(note) + " ";
-    EXPECT_EQ(notes,
-              "True False True False True \"number\" 5 True \"S\" \"ten\" True True False True False False ");
+    for (const std::string& note : FSI_TextsOf(table.lua().getGlobal("result"), "notes")) notes += note + " ";
+    EXPECT_EQ(
+        notes,
+        "true false true nil false true nil number 5 true S ten true true false true false false nil nil ");
     EXPECT_EQ(repr(table.batch(2)), R"([[7, 12, "as given", [], "H", "0000-00-00 00:00:00", 0, 0], )"
                                     R"([7, 12, "as given", [], "H", "0000-00-00 00:00:00", 0, 1]])");
     EXPECT_TRUE(has(connectFault("Item", "function adjust() addFieldDefault('X', 'Date', 0) end"),
