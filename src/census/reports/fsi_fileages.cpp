@@ -11,6 +11,7 @@
 #include "census/reports/fsi_report.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_stringtype.h"
+#include "store/fields/smf_i64field.h"
 #include "store/fields/smf_momentparts.h"
 
 namespace {
@@ -33,7 +34,7 @@ class Days {
     IPE_Object text(size_t id) const {
         auto bits = static_cast<uint32_t>(index_.keys()[id]);
         SMF_DateValue date;
-        std::memcpy(&date, &bits, sizeof bits);
+        std::memcpy(static_cast<void*>(&date), &bits, sizeof bits);
         return IPE_String(SMF_DateText(date));
     }
 
