@@ -5,7 +5,9 @@
 // DatabaseError "String length is larger than 2x block". Memory: two blocks and the compressed form of one.
 #pragma once
 
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,7 +25,7 @@ class SMF_EncoderStream {
     void write(const void* bytes, size_t size) {
         int64_t at = position_ - base_;
         if (at >= 0 && at + static_cast<int64_t>(size) <= blockSize_) [[likely]] {
-            std::memcpy(current_.data() + at, bytes, size);
+            std::memcpy(current_.get() + at, bytes, size);
             position_ += static_cast<int64_t>(size);
             if (position_ > highest_) highest_ = position_;
         } else {
@@ -59,13 +61,21 @@ class SMF_EncoderStream {
     // Copies what of [position, position + size) lies in the open blocks; the number of bytes copied.
     size_t copyOverlap(const uint8_t* bytes, size_t size, int64_t position);
     void advance();
-    void flushBlock(const std::vector<uint8_t>& block, int64_t base, size_t size);
+    void flushBlock(const uint8_t* block, int64_t base, size_t size);
+
+    // A block and one byte more, zeros at first. The system gives zero pages when they are touched, so that
+    // the many streams of a small store cost little.
+    struct Free {
+        void operator()(uint8_t* bytes) const noexcept { std::free(bytes); }
+    };
+    using Block = std::unique_ptr<uint8_t[], Free>;
+    static Block makeBlock(int64_t size);
 
     SMF_File& file_;
     bool zlib_;
     int64_t blockSize_;
     SMF_HeaderWriter header_;
-    std::vector<uint8_t> previous_, current_;  // one byte longer than a block
+    Block previous_, current_;  // the previous one from the first time on that there is one
     int64_t previousBase_ = -1, base_ = 0;
     int64_t position_ = 0, highest_ = 0;
     std::vector<int64_t> table_;
