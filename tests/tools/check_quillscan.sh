@@ -2,7 +2,7 @@
 # quillscan on seeded trees: every row beside what find tells, sums beside du, whatever the number of threads; trees that
 # change, folders that cannot be read, mounts, signals, a full disk. usage: SOURCE BUILD
 set -uo pipefail
-scan=$2/bin/quillscan dump=$2/bin/storedump
+source_dir=$1 scan=$2/bin/quillscan dump=$2/bin/storedump
 [ -x "$scan" ] && [ -x "$dump" ] || { echo "no $scan or no $dump" >&2; exit 1; }
 export LC_ALL=C.UTF-8 TZ=Europe/Berlin
 work=$(mktemp -d)
@@ -274,6 +274,7 @@ ln -s census.smf "$work/out/link"
 "$scan" -o "$work/out/link" "$tree/odd" && same "a link leads on" "$(model paths | sed -n 1p) $(readlink "$work/out/link")" "$tree/odd 0 census.smf"
 
 # --- The command line
+same "the manual page" "$(mandoc -T lint -W warning "$source_dir/man/quillscan.1" 2>&1)" ""
 says "help" 0 "^usage: quillscan" "$scan" --help
 says "version" 0 "^quillscan [0-9]" "$scan" --version
 for wrong in "" "--threads 0 ." "--threads 2x ." "--compress gzip ." "--bogus ." "-q ." "-o"; do

@@ -21,8 +21,8 @@ namespace {
 
 // Sizes of blocks, and rows between restart points: a reader that goes to a row decodes at most so many
 // before it.
-constexpr uint32_t FileBlock = 0x20000, FileZero = 4000;
-constexpr uint32_t PathBlock = 0x10000, PathZero = 1000;
+constexpr uint32_t FileBlock = 0x10000, FileZero = 2000;
+constexpr uint32_t PathBlock = 0x8000, PathZero = 500;
 constexpr uint32_t SmallBlock = 0x4000, SmallZero = 1000;
 
 constexpr uint64_t AttributeBits[] = {

@@ -40,7 +40,7 @@ void OpenFolders::unlink(Folder& folder) {
 }
 
 Handle OpenFolders::find(Folder& folder) {
-    std::lock_guard lock(mutex_);
+    EPA_LockScope scope(lock_);
     if (folder.handle && newest_ != &folder) {
         unlink(folder);
         link(folder);
@@ -50,7 +50,7 @@ Handle OpenFolders::find(Folder& folder) {
 
 void OpenFolders::keep(Folder& folder, Handle handle) {
     Handle closed;  // outside the lock
-    std::lock_guard lock(mutex_);
+    EPA_LockScope scope(lock_);
     if (folder.handle) return;
     if (count_ >= limit_) {
         closed = std::move(oldest_->handle);
@@ -63,7 +63,7 @@ void OpenFolders::keep(Folder& folder, Handle handle) {
 
 void OpenFolders::drop(Folder& folder) {
     Handle closed;
-    std::lock_guard lock(mutex_);
+    EPA_LockScope scope(lock_);
     if (!folder.handle) return;
     closed = std::move(folder.handle);
     folder.handle.reset();
@@ -72,7 +72,7 @@ void OpenFolders::drop(Folder& folder) {
 
 bool OpenFolders::closeOldest() {
     Handle closed;
-    std::lock_guard lock(mutex_);
+    EPA_LockScope scope(lock_);
     if (!oldest_) return false;
     closed = std::move(oldest_->handle);
     oldest_->handle.reset();

@@ -5,8 +5,7 @@
 // Any thread may call; one lock, which is never held during a system call that may wait.
 #pragma once
 
-#include <mutex>
-
+#include "runtime/epa_lock.h"
 #include "scan_folder.h"
 
 namespace quillscan {
@@ -29,13 +28,15 @@ class OpenFolders {
 
   private:
     Handle find(Folder& folder);
-    void link(Folder& folder);
-    void unlink(Folder& folder);
+    void link(Folder& folder) EPA_REQUIRES(lock_);
+    void unlink(Folder& folder) EPA_REQUIRES(lock_);
     bool closeOldest();
 
-    std::mutex mutex_;
-    size_t limit_, count_ = 0;
-    Folder *newest_ = nullptr, *oldest_ = nullptr;
+    const size_t limit_;
+    EPA_Lock lock_;
+    size_t count_ EPA_GUARDED_BY(lock_) = 0;
+    Folder* newest_ EPA_GUARDED_BY(lock_) = nullptr;
+    Folder* oldest_ EPA_GUARDED_BY(lock_) = nullptr;
 };
 
 }  // namespace quillscan

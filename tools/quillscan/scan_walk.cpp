@@ -15,11 +15,26 @@
 
 namespace quillscan {
 
+// Gives the lock back for a scope, whatever is raised in it. (For Clang a scope's end releases what its begin
+// did.)
+class EPA_THREAD_MARK(scoped_lockable) Walk::Unlocked {
+  public:
+    explicit Unlocked(EPA_Lock& lock) EPA_THREAD_MARK(release_capability(lock)) : lock_(lock) {
+        lock_.unlock();
+    }
+    ~Unlocked() EPA_THREAD_MARK(release_capability()) { lock_.lock(); }
+    Unlocked(const Unlocked&) = delete;
+    Unlocked& operator=(const Unlocked&) = delete;
+
+  private:
+    EPA_Lock& lock_;
+};
+
 Walk::Walk(const Rules& rules, unsigned threads) : rules_(rules), threads_(threads) {}
 
 void Walk::stop() noexcept {
     {
-        std::lock_guard lock(mutex_);
+        EPA_LockScope scope(lock_);
         stopping_ = true;
     }
     room_.notify_all();
@@ -94,22 +109,23 @@ void Walk::finish(Folder& folder) {
 // --- Readers.
 
 // Reads a directory that take() gave, or a part of it, into its buffers.
-void Walk::read(Folder& folder, std::unique_ptr<Listing>& listing, std::unique_lock<std::mutex>& lock) {
+void Walk::read(Folder& folder, std::unique_ptr<Listing>& listing) {
     bool isNew = !folder.paused;
     if (!isNew) listing = std::move(folder.paused);
     if (!listing) listing = std::make_unique<Listing>(rules_, opened_);
     Chunk scratch;
-    scratch.entries.reserve(isNew ? 64 : Listing::ChunkEntries);
     for (bool more = true; more;) {
-        lock.unlock();
-        scratch.clear();
-        more = !std::exchange(isNew, false) || listing->open(folder);
-        if (more) more = listing->next(folder, scratch);
-        if (!more && folder.kind == FolderKind::Above && folder.isPresent) addNamed(folder);
-        // What waits takes no more than its size.
         std::list<Chunk> one;
-        if (!scratch.entries.empty() || !scratch.faults.empty()) one.push_back(scratch);
-        lock.lock();
+        {
+            Unlocked unlocked(lock_);
+            scratch.clear();
+            scratch.entries.reserve(isNew ? 64 : Listing::ChunkEntries);
+            more = !std::exchange(isNew, false) || listing->open(folder);
+            if (more) more = listing->next(folder, scratch);
+            if (!more && folder.kind == FolderKind::Above && folder.isPresent) addNamed(folder);
+            // What waits takes no more than its size.
+            if (!scratch.entries.empty() || !scratch.faults.empty()) one.push_back(scratch);
+        }
         addCost(folder, scratch.entries.size());
         folder.ready.splice(folder.ready.end(), one);
         if (!more) {
@@ -132,21 +148,19 @@ void Walk::addNamed(Folder& folder) {
 
 void Walk::readers() {
     std::unique_ptr<Listing> listing;
-    std::unique_lock lock(mutex_);
+    EPA_LockScope scope(lock_);
     try {
         while (!stopping_) {
             bool isFull = ahead_ >= MostAhead;
             if (Folder* folder = isFull ? nullptr : take()) {
-                read(*folder, listing, lock);
+                read(*folder, listing);
                 continue;
             }
-            unsigned& count = isFull ? held_ : idle_;
-            ++count;
-            room_.wait(lock);
-            --count;
+            ++(isFull ? held_ : idle_);
+            room_.wait(lock_);
+            --(isFull ? held_ : idle_);
         }
     } catch (...) {
-        if (!lock.owns_lock()) lock.lock();
         failure_ = std::current_exception();
         ready_.notify_one();
     }
@@ -170,60 +184,67 @@ void Walk::emitListing(Folder& folder) {
     }
     if (folder.kind == FolderKind::Above && folder.isPresent) addNamed(folder);
     hand(folder, {}, entered);
-    std::lock_guard lock(mutex_);
+    EPA_LockScope scope(lock_);
     finish(folder);
 }
 
 // A directory that somebody took: what is there is handed on, and while nothing is, the emitter reads.
 void Walk::emit(Folder& folder) {
     bool entered = false;
-    std::unique_lock lock(mutex_);
+    EPA_LockScope scope(lock_);
     for (;;) {
         if (failure_) std::rethrow_exception(failure_);
         if (!folder.ready.empty()) {
             std::list<Chunk> one;
             one.splice(one.end(), folder.ready, folder.ready.begin());
             dropCost(folder, one.front().entries.size());
-            lock.unlock();
+            Unlocked unlocked(lock_);
             hand(folder, one.front(), entered);
             one.clear();
-            lock.lock();
         } else if (folder.state == Folder::State::Done) {
             break;
         } else if (folder.state == Folder::State::Paused) {
             folder.state = Folder::State::Reading;
-            read(folder, own_, lock);
+            read(folder, own_);
         } else if (Folder* other = ahead_ < MostAhead ? take() : nullptr) {
-            read(*other, own_, lock);
+            read(*other, own_);
         } else {
             waiting_ = true;
-            ready_.wait(lock);
+            ready_.wait(lock_);
             waiting_ = false;
         }
     }
     dropCost(folder, folder.cost);
-    lock.unlock();
+    Unlocked unlocked(lock_);
     hand(folder, {}, entered);
+}
+
+// The next child to hand on, which joins the branch; null when there is none. `isOwn`: nobody has taken it
+// before.
+Folder* Walk::nextChild(Folder& folder, bool& isOwn) {
+    if (failure_) std::rethrow_exception(failure_);
+    Folder* child = folder.firstTaken;
+    isOwn = !child && folder.nextChild < folder.children.count();
+    if (child) {
+        folder.firstTaken = child->nextTaken;
+        if (!folder.firstTaken) folder.lastTaken = nullptr;
+    } else if (isOwn) {
+        child = takeChild(folder);
+        dropCost(*child, child->cost);
+    }
+    if (child) branch_.push_back(child);
+    return child;
 }
 
 // The next directory in order is handed on, or the tree at the end of the branch ends. False: the walk is
 // over.
 bool Walk::step() {
     Folder& folder = *branch_.back();
-    Folder* child = nullptr;
+    Folder* child;
     bool isOwn = false;
     {
-        std::lock_guard lock(mutex_);
-        if (failure_) std::rethrow_exception(failure_);
-        if ((child = folder.firstTaken)) {
-            folder.firstTaken = child->nextTaken;
-            if (!folder.firstTaken) folder.lastTaken = nullptr;
-        } else if (folder.nextChild < folder.children.count()) {
-            child = takeChild(folder);
-            dropCost(*child, child->cost);
-            isOwn = true;
-        }
-        if (child) branch_.push_back(child);
+        EPA_LockScope scope(lock_);
+        child = nextChild(folder, isOwn);
     }
     if (child) {
         isOwn ? emitListing(*child) : emit(*child);
@@ -244,7 +265,10 @@ void Walk::run(std::string_view top, FolderKind kind, const Above& above, Visito
     visitor_ = &visitor;
     above_ = &above;
     branch_.push_back(new Folder(nullptr, top, kind));
-    link(*branch_.front(), nullptr);
+    {
+        EPA_LockScope scope(lock_);
+        link(*branch_.front(), nullptr);
+    }
     for (unsigned i = 1; i < threads_; ++i) pool_.emplace_back([this] { readers(); });
     emitListing(*branch_.front());
     while (step()) {

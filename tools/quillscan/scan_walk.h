@@ -10,13 +10,13 @@
 #include <exception>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "runtime/epa_lock.h"
 #include "scan_listing.h"
 
 namespace quillscan {
@@ -50,18 +50,21 @@ class Walk {
     static constexpr size_t MostAhead = 65536;  // entries, names and directories read and not yet handed on
     static constexpr size_t MostReady = 64;     // chunks of one directory
 
+    class Unlocked;
+
     void readers();
-    void read(Folder& folder, std::unique_ptr<Listing>& listing, std::unique_lock<std::mutex>& lock);
+    void read(Folder& folder, std::unique_ptr<Listing>& listing) EPA_REQUIRES(lock_);
     void addNamed(Folder& folder);
-    void finish(Folder& folder);
-    Folder* take();
-    Folder* takeChild(Folder& parent);
-    void addCost(Folder& folder, size_t cost);
-    void dropCost(Folder& folder, size_t cost);
-    void link(Folder& folder, Folder* behind);
-    void unlink(Folder& folder);
+    void finish(Folder& folder) EPA_REQUIRES(lock_);
+    Folder* take() EPA_REQUIRES(lock_);
+    Folder* takeChild(Folder& parent) EPA_REQUIRES(lock_);
+    void addCost(Folder& folder, size_t cost) EPA_REQUIRES(lock_);
+    void dropCost(Folder& folder, size_t cost) EPA_REQUIRES(lock_);
+    void link(Folder& folder, Folder* behind) EPA_REQUIRES(lock_);
+    void unlink(Folder& folder) EPA_REQUIRES(lock_);
 
     bool step();
+    Folder* nextChild(Folder& folder, bool& isOwn) EPA_REQUIRES(lock_);
     void emitListing(Folder& folder);
     void emit(Folder& folder);
     void hand(Folder& folder, const Chunk& chunk, bool& entered);
@@ -78,13 +81,15 @@ class Walk {
     Chunk chunk_;                   // the emitter's
     std::vector<Folder*> branch_;   // handed on, with children that are not
 
-    std::mutex mutex_;
-    std::condition_variable ready_, room_;  // for the emitter; for readers
-    unsigned idle_ = 0, held_ = 0;          // readers that wait for work; for room
-    bool waiting_ = false, stopping_ = false;
-    size_t ahead_ = 0;
-    Folder *first_ = nullptr, *last_ = nullptr;
-    std::exception_ptr failure_;
+    EPA_Lock lock_;                             // and the walk's part of every Folder
+    std::condition_variable_any ready_, room_;  // for the emitter; for readers
+    // Readers that wait for work and those that wait for room; whether the emitter waits.
+    unsigned idle_ EPA_GUARDED_BY(lock_) = 0, held_ EPA_GUARDED_BY(lock_) = 0;
+    bool waiting_ EPA_GUARDED_BY(lock_) = false, stopping_ EPA_GUARDED_BY(lock_) = false;
+    size_t ahead_ EPA_GUARDED_BY(lock_) = 0;
+    Folder* first_ EPA_GUARDED_BY(lock_) = nullptr;
+    Folder* last_ EPA_GUARDED_BY(lock_) = nullptr;
+    std::exception_ptr failure_ EPA_GUARDED_BY(lock_);
 };
 
 }  // namespace quillscan
