@@ -5,10 +5,9 @@
 //   filter.compileFor("Size >= 5MB and Path = '/backup/'", options, {});
 //   while (table.advance()) if (filter.accepts()) ...
 //
-// Belongs to the table's thread; the table must outlive it.
+// Belongs to the table's thread; the table must outlive it. docs/scripting.md teaches the language.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -18,6 +17,9 @@
 
 class FSI_RecordFilter final : public SMF_RecordFilter {
   public:
+    // A test may lead through so many tables.
+    static constexpr int MostTables = 8;
+
     explicit FSI_RecordFilter(FSI_ReaderTable& table);
     ~FSI_RecordFilter() override;
 
@@ -31,6 +33,7 @@ class FSI_RecordFilter final : public SMF_RecordFilter {
     bool accepts() {
         if (isEmpty()) return true;
         bool result = true;
+        *jump_ = false;
         SMF_Accumulator() = 0;
         run(result);
         return result;
@@ -41,6 +44,13 @@ class FSI_RecordFilter final : public SMF_RecordFilter {
 
     FSI_ReaderTable& table() const noexcept { return table_; }
 
+    // --- For FSI_FTableFilter.
+    // An empty filter on a table that a test of this one leads to, with the same variables and context. One
+    // table too many is a syntax error of the source.
+    std::unique_ptr<FSI_RecordFilter> makeForeign(FSI_ReaderTable& table, IPE_TokenSource& tokens) const;
+    // Reads the test of the named field that begins at the current token.
+    std::unique_ptr<SMF_FieldFilter> takeTest(std::string_view name, IPE_TokenSource& tokens, int depth);
+
   protected:
     void runExec(bool& result, int position) override;
     void parseExec(IPE_TokenSource& tokens) override;
@@ -50,8 +60,12 @@ class FSI_RecordFilter final : public SMF_RecordFilter {
 
   private:
     class Context;
-    struct Exec;  // of one position: the state, `during`, the columns that it is given
+    struct Exec;  // the script of one position
+    FSI_RecordFilter(FSI_ReaderTable& table, const FSI_RecordFilter& outer);
+
     FSI_ReaderTable& table_;
-    std::shared_ptr<bool> jump_;  // of the outermost filter
-    std::map<int, std::unique_ptr<Exec>> execs_;
+    std::shared_ptr<Context> application_;      // shared by the outermost filter and all within
+    std::shared_ptr<bool> jump_;                // likewise
+    int tables_ = 0;                            // that lead to this one
+    std::vector<std::unique_ptr<Exec>> execs_;  // by position; null for other operations
 };

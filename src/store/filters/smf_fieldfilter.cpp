@@ -15,10 +15,7 @@ SMF_FieldFilter::SMF_FieldFilter(const SMF_FilterScope& scope, int32_t index)
 SMF_FieldFilter::~SMF_FieldFilter() = default;
 
 void SMF_FieldFilter::connectOther(SMF_FieldHandle& handle, IPE_TokenSource& tokens) const {
-    std::string name = tokens.getTokenText();
-    scope_.record.fieldIndex(name);
-    handle.connect(scope_.record, name);
-    tokens.next();
+    SMF_ConnectField(handle, scope_.record, tokens);
 }
 
 void SMF_FieldFilter::expecting(IPE_TokenSource& tokens, std::string_view what) {
@@ -118,6 +115,13 @@ SMF_Quantity SMF_TakeQuantity(IPE_TokenSource& tokens) {
         quantity.number.pop_back();
     }
     return quantity;
+}
+
+void SMF_ConnectField(SMF_FieldHandle& handle, SMF_Record& record, IPE_TokenSource& tokens) {
+    std::string name = tokens.getTokenText();
+    record.fieldIndex(name);
+    handle.connect(record, name);
+    tokens.next();
 }
 
 // --- Values.

@@ -42,7 +42,7 @@ class SMF_FieldFilter {
   protected:
     // `index` is a field of the record. A writer's record is an assertion.
     SMF_FieldFilter(const SMF_FilterScope& scope, int32_t index);
-    // Connects `handle` to the field that the current token names, and moves past it.
+    // SMF_ConnectField with the test's record.
     void connectOther(SMF_FieldHandle& handle, IPE_TokenSource& tokens) const;
     // "Expecting ..." as a syntax error.
     [[noreturn]] static void expecting(IPE_TokenSource& tokens, std::string_view what);
@@ -88,6 +88,8 @@ struct SMF_Quantity {
     std::string number, unit;
 };
 SMF_Quantity SMF_TakeQuantity(IPE_TokenSource& tokens);
+// Connects `handle` to the field of `record` that the current token names.
+void SMF_ConnectField(SMF_FieldHandle& handle, SMF_Record& record, IPE_TokenSource& tokens);
 
 // --- Values.
 

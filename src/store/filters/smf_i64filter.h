@@ -5,6 +5,7 @@
 
 #include "store/fields/smf_i64field.h"
 #include "store/filters/smf_fieldfilter.h"
+#include "store/filters/smf_i64comparison.h"
 
 class SMF_I64Filter final : public SMF_FieldFilter {
   public:
@@ -13,10 +14,6 @@ class SMF_I64Filter final : public SMF_FieldFilter {
     void evaluate(bool& result) override;
 
   private:
-    void parseNumber(IPE_TokenSource& tokens);
-
-    SMF_I64 value_, other_;
-    SMF_Comparison comparison_ = SMF_Comparison::Equal;
-    int64_t number_ = 0;
-    bool field_ = false;
+    SMF_I64 value_;
+    SMF_I64Comparison comparison_;
 };

@@ -1,0 +1,19 @@
+// Any text as a query over the files of a small census: paths, foreign rows, properties, figures, scripts.
+#include "../tests/census/filter_census.h"
+#include "fuzz_target.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size > 4096) return 0;
+    fuzzRun([&] {
+        static const FilterCensus census(3, 12, 3);
+        static FSI_Reader reader(censusOptions(census.folder.file()), census.host());
+        FSI_ReaderTable table;  // queries may declare fields
+        table.connect(reader, "File", true);
+        FSI_RecordFilter filter(table);
+        IPE_Object options = IPE_NewDict();
+        options.as<IPE_DictType>()->setText("epoch", IPE_String("20150601"));
+        filter.compileFor(fuzzText(data, size), options, options);
+        for (table.top(); table.advance();) filter.accepts();
+    });
+    return 0;
+}
