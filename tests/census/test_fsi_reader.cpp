@@ -3,6 +3,7 @@
 
 #include "census/fsi_closure.h"
 #include "census/fsi_lists.h"
+#include "census/fsi_recordfilter.h"
 #include "census/index/fsi_pathlevelhelper.h"
 #include "census/script/fsi_readertabletype.h"
 #include "census/script/fsi_readertype.h"
@@ -374,6 +375,15 @@ TEST_F(Census, TablesWithoutRows) {
     EXPECT_EQ(rows("Virtual", schema), "[[\"a\xC3\xA4\", 2, [\"x\", \"y\"], \"three\"]]");
     EXPECT_TRUE(table.isVirtual());
     EXPECT_EQ(table.rows(), 1);
+    // Its row stays when the cursor has passed it, and queries see it.
+    EXPECT_EQ(table.position(), 2);
+    for (const char* query : {"Count = 2 and File = '^a'", "Count > 2", "Parts contains 'x'"}) {
+        FSI_RecordFilter filter(table);
+        filter.compileFor(query, {}, {});
+        table.top();
+        ASSERT_TRUE(table.advance());
+        EXPECT_EQ(filter.accepts(), !has(query, ">")) << query;
+    }
     EXPECT_EQ(rows("Virtual", "function vtable() end"), "[[]]");
     EXPECT_EQ(rows("Virtual", "function vtable() addFieldDefault('N', 'I32', 4) end columns = {'N'}"),
               "[[4]]");
