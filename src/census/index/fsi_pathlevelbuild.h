@@ -21,8 +21,9 @@
 
 // The files that an index counts in full.
 struct FSI_FileSelection {
+    explicit FSI_FileSelection(FSI_Reader& census) : filter((table.connect(census, "File", false), table)) {}
     FSI_ReaderTable table;  // `File`
-    FSI_RecordFilter filter{table};
+    FSI_RecordFilter filter;
 };
 
 class FSI_PathLevelBuild {
