@@ -20,6 +20,10 @@ size_t groups(size_t value) {
     return count;
 }
 
+// A table of many columns with few rows, as an index has one for each depth of a tree, must not cost two
+// whole blocks for every stream.
+constexpr int64_t LeastRoom = 512;
+
 uint32_t checkedBlockSize(uint32_t size, const SMF_File& file) {
     if (size > SMF_MaxBlockSize) SMF_Fail(SMF_Runtime, "Block size is too large", file.name());
     return std::max(size, SMF_LeastBlockSize);
@@ -32,9 +36,8 @@ SMF_EncoderStream::SMF_EncoderStream(SMF_File& file, SMF_EncoderStream* mainStre
     : file_(file),
       zlib_(zlib),
       blockSize_(checkedBlockSize(blockSize, file)),
-      header_(mainStream ? SMF_HeaderWriter(*mainStream) : SMF_HeaderWriter(file)),
-      previous_(static_cast<size_t>(blockSize_) + 1),
-      current_(static_cast<size_t>(blockSize_) + 1) {
+      header_(mainStream ? SMF_HeaderWriter(*mainStream) : SMF_HeaderWriter(file)) {
+    makeRoom(LeastRoom);
     header_.setNumber(SMF_StreamMode, zlib ? SMF_ModeZlib : SMF_ModeLz4);
     header_.setNumber(SMF_BlockSize, static_cast<int32_t>(blockSize_));
     header_.setNumber(SMF_BlockCount, 0);
@@ -45,6 +48,8 @@ SMF_EncoderStream::SMF_EncoderStream(SMF_File& file, SMF_EncoderStream* mainStre
 
 size_t SMF_EncoderStream::copyOverlap(const uint8_t* bytes, size_t size, int64_t position) {
     size_t copied = 0;
+    int64_t end = position + static_cast<int64_t>(size) - base_;
+    if (end > room_ && position < base_ + blockSize_) makeRoom(end);
     auto into = [&](std::vector<uint8_t>& block, int64_t base) {
         int64_t from = std::max(position, base);
         int64_t to = std::min(position + static_cast<int64_t>(size), base + blockSize_);
@@ -57,9 +62,16 @@ size_t SMF_EncoderStream::copyOverlap(const uint8_t* bytes, size_t size, int64_t
     return copied;
 }
 
+void SMF_EncoderStream::makeRoom(int64_t used) {
+    room_ = std::min(std::max(used, 2 * room_), blockSize_);
+    current_.resize(static_cast<size_t>(room_) + 1);
+}
+
 void SMF_EncoderStream::advance() {
+    makeRoom(blockSize_);
     if (previousBase_ != -1) flushBlock(previous_, previousBase_, static_cast<size_t>(blockSize_));
     std::swap(previous_, current_);
+    current_.resize(static_cast<size_t>(blockSize_) + 1);
     std::fill(current_.begin(), current_.end(), 0);
     previousBase_ = base_;
     base_ += blockSize_;

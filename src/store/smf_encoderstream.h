@@ -2,7 +2,8 @@
 //
 // The stream's header record is appended at creation; finish() fills in its counts. The last two blocks stay
 // open, so that headers and pages can be rewritten in place; a write that reaches beyond them raises
-// DatabaseError "String length is larger than 2x block". Memory: two blocks and the compressed form of one.
+// DatabaseError "String length is larger than 2x block". Memory: what is written, up to two blocks, and the
+// compressed form of one.
 #pragma once
 
 #include <cstring>
@@ -22,7 +23,7 @@ class SMF_EncoderStream {
 
     void write(const void* bytes, size_t size) {
         int64_t at = position_ - base_;
-        if (at >= 0 && at + static_cast<int64_t>(size) <= blockSize_) [[likely]] {
+        if (at >= 0 && at + static_cast<int64_t>(size) <= room_) [[likely]] {
             std::memcpy(current_.data() + at, bytes, size);
             position_ += static_cast<int64_t>(size);
             if (position_ > highest_) highest_ = position_;
@@ -59,13 +60,16 @@ class SMF_EncoderStream {
     // Copies what of [position, position + size) lies in the open blocks; the number of bytes copied.
     size_t copyOverlap(const uint8_t* bytes, size_t size, int64_t position);
     void advance();
+    void makeRoom(int64_t used);
     void flushBlock(const std::vector<uint8_t>& block, int64_t base, size_t size);
 
     SMF_File& file_;
     bool zlib_;
     int64_t blockSize_;
     SMF_HeaderWriter header_;
-    std::vector<uint8_t> previous_, current_;  // one byte longer than a block
+    // One byte longer than a block; the current one is as long as it needs to be, with zeros behind the data.
+    std::vector<uint8_t> previous_, current_;
+    int64_t room_ = 0;  // bytes of the block that current_ holds
     int64_t previousBase_ = -1, base_ = 0;
     int64_t position_ = 0, highest_ = 0;
     std::vector<int64_t> table_;

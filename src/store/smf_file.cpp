@@ -37,9 +37,13 @@ class DiskFile final : public SMF_File {
 
     int64_t size() override {
         if (writing_) return start_ + static_cast<int64_t>(pending_.size());
+        return stamp().size;
+    }
+
+    SMF_FileStamp stamp() override {
         struct stat status;
         if (::fstat(fd_, &status) != 0) EPA_RaiseFileError(errno, name());
-        return status.st_size;
+        return {status.st_size, int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec};
     }
 
     size_t read(int64_t offset, void* buffer, size_t size) override {

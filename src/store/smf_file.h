@@ -15,6 +15,13 @@
 
 #include "runtime/streams/epa_fileerror.h"
 
+// What tells one content of a file from another without reading it.
+struct SMF_FileStamp {
+    int64_t size = 0;
+    int64_t modified = 0;  // nanoseconds since 1970; 0 in memory
+    bool operator==(const SMF_FileStamp&) const = default;
+};
+
 class SMF_File {
   public:
     explicit SMF_File(std::string name) : name_(std::move(name)) {}
@@ -25,6 +32,8 @@ class SMF_File {
     // As given at open, for messages.
     const std::string& name() const noexcept { return name_; }
     virtual int64_t size() = 0;
+    // Of the open file, whatever stands under its name by now.
+    virtual SMF_FileStamp stamp() { return {size(), 0}; }
     // Reads up to `size` bytes at `offset`; fewer only at the end of the file.
     virtual size_t read(int64_t offset, void* buffer, size_t size) = 0;
     // Writes all bytes at `offset`, which is at most the file's size. What was written is read back by read()

@@ -53,6 +53,7 @@ struct FSI_RowRange {
 };
 
 class FSI_LevelTable;
+struct FSI_FileSelection;
 
 class FSI_PathLevelHelper final : public FSI_HelperIndex {
   public:
@@ -115,26 +116,45 @@ class FSI_PathLevelHelper final : public FSI_HelperIndex {
     const std::vector<Child>& children();
 
   private:
+    // Entries of the child lists that are kept, in all. A directory with more is searched row by row.
+    static constexpr int64_t MostChildren = 1 << 16;
     struct ChildList;
+    struct Component;
     void build(SMF_Writer& writer, FSI_Progress& progress) override;
+    std::string filterKey(std::string_view text, const IPE_Object& options) const;
     FSI_LevelTable& level(int32_t level);
+    // The level table with the current directory's row as the current one.
+    FSI_LevelTable& here();
+    std::string_view shownName(int32_t level, std::string_view stored);
     ChildList& childList();
+    void readChildren(ChildList& list);
+    bool searchChildren(const Component& wanted);
+    bool enterChild(const Component& wanted);
+    bool findText(std::string_view text);
+    void skipBase(std::vector<Component>& components) const;
+    void followBranch();
+    bool fail(std::string_view text, bool raise);
 
-    bool filtered_ = false, digests_ = false;
-    std::string filterText_, rightsTable_;
-    IPE_Object filterOptions_, filterKeywords_;
+    bool filtered_ = false, digests_ = false, masked_ = false;
+    std::string rightsTable_;
+    std::vector<std::string> base_;
+    std::unique_ptr<FSI_FileSelection> selection_;  // while open() runs
     std::vector<std::unique_ptr<FSI_LevelTable>> levels_;
     FSI_LevelTable* levelZero_ = nullptr;
     SMF_ReaderTable jump_;
     SMF_I32 jumpDepth_, jumpIndex_;
     int32_t level_ = 0;
     int64_t row_ = 0;
-    std::unordered_map<int64_t, std::unique_ptr<ChildList>> lists_;  // by path number; bounded
+    std::unordered_map<int64_t, std::unique_ptr<ChildList>> lists_;  // by path number
+    int64_t listed_ = 0;                                             // children in them
+    std::string shownName_;
     // The branch whose text was asked last: for each level its row and where its text ends.
     struct Branch {
         int64_t row = 0;
         size_t end = 0;
     };
     std::vector<Branch> branch_;
-    std::string branchText_;
+    std::string branchText_;  // of the levels below the root
+    std::vector<int64_t> climb_;
+    std::string baseText_;  // "/" and the items of `base`
 };

@@ -1,0 +1,148 @@
+// Opening and building.
+//
+// Three locks, each inside the one before: the named one of the global store, by which threads wait and see
+// the builder's progress; the flock of the note, by which processes exclude each other; and nothing else. A
+// filtered file index may open the unfiltered one and the paths index while it is built, never the other way,
+// so the order among the named ones is fixed as well.
+#include "census/index/fsi_helperindex.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "ipe/values/ipe_globals.h"
+#include "ipe/values/ipe_numbers.h"
+#include "runtime/epa_shutdown.h"
+
+namespace {
+
+constexpr int WaitSlices = 10;  // of one wait between two looks at the holder's message
+constexpr useconds_t WaitSlice = 50'000;
+
+// Names held by this thread: application code that is called by a build and asks for the same index would
+// wait for itself.
+thread_local std::vector<std::string> heldNames;
+
+// The lock of the global store, taken for a scope. Without a store the flock alone excludes.
+class NamedLock {
+  public:
+    NamedLock(const std::string& name, FSI_Progress& progress)
+        : name_(IPE_String(name)), text_(name), store_(IPE_FindGlobalStore()) {
+        if (std::find(heldNames.begin(), heldNames.end(), name) != heldNames.end())
+            XPK_Raise("RuntimeError", "The index $name is asked for while it is built")
+                .string("name", name)
+                .raise();
+        if (store_) take(progress);
+        heldNames.push_back(name);
+    }
+    ~NamedLock() {
+        std::erase(heldNames, text_);
+        if (store_) store_->releaseLock(name_);
+    }
+    NamedLock(const NamedLock&) = delete;
+    NamedLock& operator=(const NamedLock&) = delete;
+
+  private:
+    void take(FSI_Progress& progress) {
+        bool waited = false;
+        for (int slice = 0; store_->tryLock(name_).is<IPE_NoneType>(); ++slice) {
+            if (!XPK_IsRunning()) XPK_Raise("SystemExit", "").raise();
+            if (slice % WaitSlices == 0) {
+                IPE_Object entry = store_->lockEntry(name_);
+                if (entry.is<IPE_DictType>())
+                    if (IPE_Type* message = entry.as<IPE_DictType>()->findText("message"))
+                        progress.relay(IPE_Object(message));
+            }
+            waited = true;
+            ::usleep(WaitSlice);
+        }
+        if (waited) progress.relay(IPE_String(""));
+    }
+
+    IPE_Object name_;
+    std::string text_;
+    IPE_Store* store_;
+};
+
+// As the reader opened it, which for a name that is no text is not the name that messages show.
+EPA_FileName nameOf(const FSI_Reader& census) {
+    if (IPE_Object option = census.option("fsi"); !option.isNull())
+        if (EPA_FileName name = EPA_FileNameOf(option); name.text == census.path()) return name;
+    return EPA_FileNameOf(IPE_String(census.path()));
+}
+
+bool isStoreFailure(const XPK_Exception& fault) {
+    return fault.type() == "DatabaseError" || fault.type() == "IOError";
+}
+
+}  // namespace
+
+FSI_HelperIndex::FSI_HelperIndex(FSI_Reader& census, const Kind& kind) : census_(census), kind_(kind) {}
+
+FSI_HelperIndex::~FSI_HelperIndex() {
+    if (file_ && file_->file->damage().count > 0) files_->drop();
+}
+
+bool FSI_HelperIndex::openStore() {
+    try {
+        store_.open(files_->data());
+        if (store_.location(kind_.table) >= 0) return true;
+    } catch (const XPK_Exception& fault) {
+        if (!isStoreFailure(fault)) throw;
+    }
+    store_.close();
+    return false;
+}
+
+void FSI_HelperIndex::openIndex(std::string_view options, bool reusable) {
+    store_.close();
+    file_ = nullptr;
+    files_ = std::make_unique<FSI_IndexFiles>(nameOf(census_), kind_.letter,
+                                              FSI_IndexFiles::versionKey() + std::string(options),
+                                              kind_.version, census_.store()->file->stamp());
+    FSI_Progress progress("msg_helper");
+    NamedLock lock(files_->lockName(), progress);
+    progress.setLockName(files_->lockName());
+    bool open = false;
+    while (!open && files_->enter()) {
+        open = reusable && files_->isWhole() && openStore();
+        if (open || !files_->begin()) continue;
+        buildFresh(progress);
+        store_.open(files_->data());
+        open = built_ = true;
+    }
+    files_->leave();
+    if (!open) files_->refuse();
+    file_ = store_.store();
+}
+
+void FSI_HelperIndex::buildFresh(FSI_Progress& progress) {
+    try {
+        SMF_Writer writer;
+        writer.open(files_->fresh());
+        progress.start(kind_.key, kind_.text, 0);
+        build(writer, progress);
+        writer.close();
+        files_->commit();
+    } catch (...) {
+        files_->abandon();
+        throw;
+    }
+}
+
+void FSI_HelperIndex::noteFailure() noexcept {
+    try {
+        throw;
+    } catch (const XPK_Exception& fault) {
+        if (isStoreFailure(fault)) files_->drop();
+    } catch (...) {
+        // Not the index's fault.
+    }
+}
+
+void FSI_HelperIndex::failDamaged() {
+    files_->drop();
+    SMF_Fail(SMF_Corruption, "The index is damaged: $damage", store_.name(),
+             {{"damage", file_->file->damage().first}});
+}
