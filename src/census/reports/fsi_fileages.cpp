@@ -3,6 +3,7 @@
 // The cells of a day are found without a search when the date is an ordinary one: a flat table by year, month
 // and day. Dates are written as text once, at the end.
 #include <array>
+#include <bit>
 
 #include "census/reports/fsi_datecolumn.h"
 #include "census/reports/fsi_dictorder.h"
@@ -11,6 +12,7 @@
 #include "census/reports/fsi_report.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_stringtype.h"
+#include "store/fields/smf_i64field.h"
 #include "store/fields/smf_momentparts.h"
 
 namespace {
@@ -31,10 +33,8 @@ class Days {
     size_t count() const { return cells_.size(); }
     const FSI_Quad64& cell(size_t id) const { return cells_[id]; }
     IPE_Object text(size_t id) const {
-        auto bits = static_cast<uint32_t>(index_.keys()[id]);
-        SMF_DateValue date;
-        std::memcpy(&date, &bits, sizeof bits);
-        return IPE_String(SMF_DateText(date));
+        return IPE_String(
+            SMF_DateText(std::bit_cast<SMF_DateValue>(static_cast<uint32_t>(index_.keys()[id]))));
     }
 
   private:
