@@ -20,8 +20,8 @@ size_t groups(size_t value) {
     return count;
 }
 
-// A table of many columns with few rows, as an index has one for each depth of a tree, must not cost two whole
-// blocks for every stream.
+// A table of many columns with few rows, as an index has one for each depth of a tree, must not cost two
+// whole blocks for every stream.
 constexpr int64_t LeastRoom = 512;
 
 uint32_t checkedBlockSize(uint32_t size, const SMF_File& file) {

@@ -11,6 +11,7 @@
 #include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_numbers.h"
 #include "store/fields/smf_i32field.h"
+#include "store/fields/smf_stringfield.h"
 
 namespace {
 

@@ -29,7 +29,8 @@ IPE_Object callHelper(const IPE_Arguments& arguments, Index index) {
 }
 
 IPE_Object callEntity(const IPE_Arguments& arguments) {
-    return callHelper(arguments, [](FSI_Reader& reader, const IPE_Object&) { FSI_EntityHelper helper(reader); });
+    return callHelper(arguments,
+                      [](FSI_Reader& reader, const IPE_Object&) { FSI_EntityHelper helper(reader); });
 }
 
 IPE_Object callPathLevels(const IPE_Arguments& arguments) {

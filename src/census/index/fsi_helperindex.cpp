@@ -65,6 +65,13 @@ class NamedLock {
     IPE_Store* store_;
 };
 
+// As the reader opened it, which for a name that is no text is not the name that messages show.
+EPA_FileName nameOf(const FSI_Reader& census) {
+    if (IPE_Object option = census.option("fsi"); !option.isNull())
+        if (EPA_FileName name = EPA_FileNameOf(option); name.text == census.path()) return name;
+    return EPA_FileNameOf(IPE_String(census.path()));
+}
+
 bool isStoreFailure(const XPK_Exception& fault) {
     return fault.type() == "DatabaseError" || fault.type() == "IOError";
 }
@@ -91,7 +98,7 @@ bool FSI_HelperIndex::openStore() {
 void FSI_HelperIndex::openIndex(std::string_view options, bool reusable) {
     store_.close();
     file_ = nullptr;
-    files_ = std::make_unique<FSI_IndexFiles>(census_.path(), kind_.letter,
+    files_ = std::make_unique<FSI_IndexFiles>(nameOf(census_), kind_.letter,
                                               FSI_IndexFiles::versionKey() + std::string(options),
                                               kind_.version, census_.store()->file->stamp());
     FSI_Progress progress("msg_helper");

@@ -26,6 +26,13 @@
 
 class FSI_HelperIndex {
   public:
+    struct Kind {
+        char letter;             // U, F, P
+        int version;             // of the index's form
+        const char *key, *text;  // of the progress message
+        const char* table;       // one that every index of the kind has
+    };
+
     virtual ~FSI_HelperIndex();
     FSI_HelperIndex(const FSI_HelperIndex&) = delete;
     FSI_HelperIndex& operator=(const FSI_HelperIndex&) = delete;
@@ -37,12 +44,6 @@ class FSI_HelperIndex {
     bool wasBuilt() const noexcept { return built_; }
 
   protected:
-    struct Kind {
-        char letter;             // U, F, P
-        int version;             // of the index's form
-        const char *key, *text;  // of the progress message
-        const char* table;       // one that every index of the kind has
-    };
     FSI_HelperIndex(FSI_Reader& census, const Kind& kind);
     // Opens or builds. `options` is the key without its "~V" part, such as "~H1"; `reusable` is false for an
     // index that holds only for this run.

@@ -115,26 +115,23 @@ std::string FSI_IndexFiles::itemKey(std::string_view item) {
     return out;
 }
 
-FSI_IndexFiles::FSI_IndexFiles(std::string_view census, char kind, std::string_view key, int version,
+FSI_IndexFiles::FSI_IndexFiles(const EPA_FileName& name, char kind, std::string_view key, int version,
                                const SMF_FileStamp& stamp)
     : key_(key), foldedKey_(upper(key)), kind_(kind), version_(version), stamp_(stamp) {
-    EPA_FileName name = EPA_FileNameOf(IPE_String(census));
     if (name.error) EPA_RaiseFileError(name.error, name.text);
     lockName_ = name.text + ":~" + kind + "S" + foldedKey_ + ".TXT";
     size_t slash = name.bytes.rfind('/');
     size_t split = slash == std::string::npos ? 0 : slash + 1;
     std::string file = name.bytes.substr(split);
-    addPlace({name.bytes.substr(0, split), file});
+    places_.push_back({name.bytes.substr(0, split), file});
     if (char* real = ::realpath(name.bytes.c_str(), nullptr)) {
         real_ = real;
         std::free(real);
     }
     if (real_.empty()) return;
     for (const std::string& folder : cacheFolders())
-        addPlace({folder + "/" + sha1Hex(real_) + "/", file, false});
+        places_.push_back({folder + "/" + sha1Hex(real_) + "/", file, false});
 }
-
-void FSI_IndexFiles::addPlace(Place place) { places_.push_back(std::move(place)); }
 
 bool FSI_IndexFiles::enter() {
     leave();

@@ -3,7 +3,7 @@
 // Beside the census, or, where that cannot be written, in a cache folder of the census's real path. While an
 // object is entered it holds the note's flock, so no other process or thread reads or writes this index.
 //
-//   FSI_IndexFiles files(path, 'F', "~V10~D1", 16, stamp);
+//   FSI_IndexFiles files(name, 'F', "~V10~D1", 16, stamp);
 //   while (files.enter())
 //       if (files.isWhole()) ...open files.data()...
 //       else if (files.begin()) { ...write files.fresh()...; files.commit(); }
@@ -22,9 +22,9 @@
 
 class FSI_IndexFiles {
   public:
-    // `census` is the path of the census, `kind` one of U, F, P, `key` the options with their "~", in any
-    // case; `version` that of the index's form, `stamp` the census's.
-    FSI_IndexFiles(std::string_view census, char kind, std::string_view key, int version,
+    // `census` names the census, `kind` is one of U, F, P, `key` the options with their "~", in any case;
+    // `version` that of the index's form, `stamp` the census's.
+    FSI_IndexFiles(const EPA_FileName& census, char kind, std::string_view key, int version,
                    const SMF_FileStamp& stamp);
 
     // "~V" with the program's version, and "~" with an item of a text list, in which "/" and "%" are encoded.
@@ -62,7 +62,6 @@ class FSI_IndexFiles {
         std::string file;    // the census's name there
         bool shared = true;  // beside the census, not in a cache
     };
-    void addPlace(Place place);
     bool openNote(int flags);
     bool waitForLock();
     bool isStillNamed() const;

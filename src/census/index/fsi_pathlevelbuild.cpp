@@ -12,6 +12,7 @@
 #include <algorithm>
 
 #include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_numbers.h"
 #include "runtime/epa_digest.h"
 #include "runtime/epa_shutdown.h"
@@ -56,9 +57,7 @@ class Latest {
 
   private:
     static constexpr int32_t Slack = 64;  // days, counted as if all months had 32
-    static int32_t dayOf(const SMF_DateValue& date) {
-        return (date.year * 13 + date.month) * 32 + date.day;
-    }
+    static int32_t dayOf(const SMF_DateValue& date) { return (date.year * 13 + date.month) * 32 + date.day; }
     void offer(const SMF_DateTimeValue& value) {
         int64_t seconds = SMF_TimeOfDateTime(value.date, value.time);
         if (seconds == 0) return;  // outside the years that count

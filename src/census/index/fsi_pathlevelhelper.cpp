@@ -11,6 +11,7 @@
 
 #include "census/index/fsi_pathlevelbuild.h"
 #include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_numbers.h"
 #include "runtime/epa_digest.h"
 
@@ -256,7 +257,7 @@ bool FSI_PathLevelHelper::findText(std::string_view text) {
 bool FSI_PathLevelHelper::enterChild(const Component& wanted) {
     FSI_LevelTable& table = here();
     if (table.figure(FSI_ChildCount) > MostChildren) return searchChildren(wanted);
-    const Child* child = childList(true).find(wanted);
+    const Child* child = childList().find(wanted);
     if (!child) return false;
     level_ = child->level;
     row_ = child->row;
@@ -296,10 +297,9 @@ void FSI_PathLevelHelper::readChildren(ChildList& list) {
     }
 }
 
-FSI_PathLevelHelper::ChildList& FSI_PathLevelHelper::childList(bool keep) {
+FSI_PathLevelHelper::ChildList& FSI_PathLevelHelper::childList() {
     int64_t number = row_ ? here().figure(FSI_PathIndex) : 0;
-    if (number == 0)
-        XPK_Raise("DevelopmentException", "Unable to locate the path index").raise();
+    if (number == 0) XPK_Raise("DevelopmentException", "Unable to locate the path index").raise();
     if (auto known = lists_.find(number); known != lists_.end()) return *known->second;
     auto list = std::make_unique<ChildList>();
     readChildren(*list);
@@ -315,7 +315,7 @@ FSI_PathLevelHelper::ChildList& FSI_PathLevelHelper::childList(bool keep) {
 }
 
 const std::vector<FSI_PathLevelHelper::Child>& FSI_PathLevelHelper::children() {
-    return guarded([&]() -> const std::vector<Child>& { return childList(true).children; });
+    return guarded([&]() -> const std::vector<Child>& { return childList().children; });
 }
 
 // --- The current directory.
@@ -352,7 +352,8 @@ void FSI_PathLevelHelper::followBranch() {
     climb_.clear();
     int32_t at = level_;
     int64_t row = row_;
-    while (at > 0 && (static_cast<size_t>(at) >= branch_.size() || branch_[static_cast<size_t>(at)].row != row)) {
+    while (at > 0 &&
+           (static_cast<size_t>(at) >= branch_.size() || branch_[static_cast<size_t>(at)].row != row)) {
         climb_.push_back(row);
         FSI_LevelTable& table = level(at);
         table.seek(row);

@@ -126,7 +126,7 @@ class FSI_PathLevelHelper final : public FSI_HelperIndex {
     // The level table with the current directory's row as the current one.
     FSI_LevelTable& here();
     std::string_view shownName(int32_t level, std::string_view stored);
-    ChildList& childList(bool keep);
+    ChildList& childList();
     void readChildren(ChildList& list);
     bool searchChildren(const Component& wanted);
     bool enterChild(const Component& wanted);

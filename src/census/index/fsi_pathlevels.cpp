@@ -14,26 +14,16 @@ constexpr uint32_t WideBlock = 16384, DeepBlock = 4096, ZeroInterval = 10;
 }  // namespace
 
 const std::array<FSI_LevelColumn, FSI_FigureCount> FSI_LevelColumns = {{
-    {"PathIndex", "M", false, 0, false, false},
-    {"PathParent", "M", false, 0, false, false},
-    {"PathFiles", "D", true, 1, false, false},
-    {"PathMatches", "D", true, 1, false, true},
-    {"PathDACLs", "D", true, 1, false, false},
-    {"PathSize", "D", true, 1, false, false},
-    {"PathSpace", "D", true, 1, false, false},
-    {"ChildIndex", "M", false, 0, false, false},
-    {"ChildCount", "M", false, 1, false, false},
-    {"TreePaths", "M", false, 1, true, false},
-    {"TreeFiles", "D", true, 1, true, false},
-    {"TreeMatches", "D", true, 1, true, true},
-    {"TreeDACLs", "D", true, 1, true, false},
-    {"TreeSize", "M", true, 1, true, false},
-    {"TreeSpace", "M", true, 1, true, false},
-    {"TreeMaxCreated", "D", false, 2, true, false},
-    {"TreeMaxModified", "D", false, 2, true, false},
-    {"TreeMaxAccessed", "D", false, 2, true, false},
-    {"FileIndex", "M", true, 0, false, false},
-    {"DACLIndex", "M", true, 0, false, false},
+    {"PathIndex", "M", false, 0, false, false},      {"PathParent", "M", false, 0, false, false},
+    {"PathFiles", "D", true, 1, false, false},       {"PathMatches", "D", true, 1, false, true},
+    {"PathDACLs", "D", true, 1, false, false},       {"PathSize", "D", true, 1, false, false},
+    {"PathSpace", "D", true, 1, false, false},       {"ChildIndex", "M", false, 0, false, false},
+    {"ChildCount", "M", false, 1, false, false},     {"TreePaths", "M", false, 1, true, false},
+    {"TreeFiles", "D", true, 1, true, false},        {"TreeMatches", "D", true, 1, true, true},
+    {"TreeDACLs", "D", true, 1, true, false},        {"TreeSize", "M", true, 1, true, false},
+    {"TreeSpace", "M", true, 1, true, false},        {"TreeMaxCreated", "D", false, 2, true, false},
+    {"TreeMaxModified", "D", false, 2, true, false}, {"TreeMaxAccessed", "D", false, 2, true, false},
+    {"FileIndex", "M", true, 0, false, false},       {"DACLIndex", "M", true, 0, false, false},
 }};
 
 std::string FSI_LevelName(int32_t level) {

@@ -20,10 +20,10 @@
 struct FSI_LevelColumn {
     const char* name;
     const char* format;
-    bool wide;        // I64, else I32
-    int8_t mode;      // of the value stack: 0 latest, 1 sum, 2 maximum
-    bool rolls;       // a closing directory gives its value to the one above
-    bool ofMatches;   // only in an index with a filter
+    bool wide;       // I64, else I32
+    int8_t mode;     // of the value stack: 0 latest, 1 sum, 2 maximum
+    bool rolls;      // a closing directory gives its value to the one above
+    bool ofMatches;  // only in an index with a filter
 };
 extern const std::array<FSI_LevelColumn, FSI_FigureCount> FSI_LevelColumns;
 

@@ -1,0 +1,360 @@
+// The indexes' contents, against a plain recount of the census's model.
+#include "index_census.h"
+
+#include <random>
+
+#include "census/fsi_readertable.h"
+
+namespace {
+
+struct Options {
+    std::map<std::string, int64_t> set;
+    std::vector<std::string> base;
+};
+
+IPE_Object optionsOf(const CensusFolder& folder, const Options& options = {}) {
+    IPE_Object out = censusOptions(folder.file());
+    for (const auto& [name, value] : options.set) IPE_Dict_Set(out, name, IPE_Int(value));
+    if (options.base.empty()) return out;
+    IPE_Object base = IPE_NewList();
+    for (const std::string& item : options.base) base.as<IPE_ListType>()->append(IPE_String(item));
+    IPE_Dict_Set(out, "base", base);
+    return out;
+}
+
+std::string storedText(SMF_ReaderTable& table, const char* field, int64_t row) {
+    SMF_FieldHandle handle;
+    handle.connect(table, field);
+    table.seek(row);
+    return IPE_Object_Text(handle.asObject());
+}
+
+}  // namespace
+
+TEST(FileIndex, EqualsARecount) {
+    for (unsigned seed = 1; seed <= 6; ++seed) {
+        ModelCensus census = randomCensus(seed, seed == 1 ? 1 : 40 * seed, seed, 2 + 3 * seed);
+        census.rightsTable = seed % 3 == 0 ? "" : seed % 3 == 1 ? "PathDACL" : "Rights";
+        // Moments out of range and on days that do not exist count as the store counts them.
+        for (ModelPath& path : census.paths)
+            for (size_t i = 0; i < path.files.size(); i += 3)
+                path.files[i].created = momentOf(i % 2 ? 2040 : 1960 + static_cast<int>(seed) * 10, 2, 31);
+        CensusFolder folder;
+        writeCensus(census, folder.file());
+        for (bool digests : {false, true}) {
+            FSI_Reader reader(optionsOf(folder, {{{"calc_digests", digests}}, {}}), {});
+            FSI_PathLevelHelper index(reader);
+            index.open({});
+            EXPECT_EQ(index.hasDigests(), digests);
+            EXPECT_EQ(index.rightsTable(), census.rightsTable);
+            expectIndex(index, census);
+            SMF_ReaderTable jump;
+            jump.connect(index.store(), "-PathJump");
+            EXPECT_EQ(jump.rows(), static_cast<int64_t>(census.paths.size()));
+        }
+        EXPECT_EQ(filesWith(folder, ":~FS").size(), 2u);
+    }
+}
+
+TEST(FileIndex, FiltersCountTheirFilesAlone) {
+    ModelCensus census = randomCensus(11, 80, 5);
+    CensusFolder folder;
+    writeCensus(census, folder.file());
+    FSI_Reader reader(optionsOf(folder, {{{"calc_digests", 1}}, {}}), makeHost());
+    auto isLarge = [](const ModelFile& file) { return file.size >= 50000; };
+    FSI_PathLevelHelper all(reader), large(reader), again(reader);
+    all.open({});
+    large.open("Size >= 50000");
+    expectIndex(large, census, isLarge);
+    expectIndex(all, census);
+    EXPECT_TRUE(large.hasFilter());
+    again.open("Size >= 50000");
+    EXPECT_FALSE(again.wasBuilt());
+
+    // A filter that depends on more than the census is counted anew each time, and tells so.
+    IPE_Object options = IPE_NewDict(), keywords = IPE_NewDict();
+    for (int i = 0; i < 2; ++i) {
+        again.open("Modified < now", options, keywords);
+        EXPECT_TRUE(again.wasBuilt());
+    }
+    EXPECT_EQ(IPE_Dict_GetInt64(keywords, "_not_cacheable", 0), 1);
+    // Ages count from the epoch, so each epoch has its index.
+    for (const char* epoch : {"2010-01-01", "2020-01-01", "2010-01-01"}) {
+        IPE_Dict_Set(options, "epoch", IPE_String(epoch));
+        again.open("Modified within 3650 days", options, keywords);
+        int64_t from = IPE_TimeOf(IPE_String(epoch)) - 3650 * int64_t{86400};
+        expectIndex(again, census, [&](const ModelFile& file) {
+            return SMF_TimeOfDateTime(file.modified.date, file.modified.time) >= from;
+        });
+    }
+    EXPECT_EQ(filesWith(folder, "~D1~F").size() / 2, 4u);
+    // A text that does not compile leaves nothing behind.
+    EXPECT_NE(faultOf([&] { again.open("Size >"); }), "none");
+    EXPECT_FALSE(again.isOpen());
+}
+
+TEST(FileIndex, EqualTreesHaveEqualHashes) {
+    ModelFile a{.name = "a", .size = 1}, b{.name = "b", .size = 2};
+    ModelCensus census;
+    census.paths = {{.parent = 0, .name = "/"}, {.parent = 1, .name = "one", .files = {a, b}},
+                    {.parent = 2, .name = "x"}, {.parent = 1, .name = "two", .files = {b, a}},
+                    {.parent = 4, .name = "x"}, {.parent = 1, .name = "three", .files = {b, a, a}}};
+    CensusFolder folder;
+    writeCensus(census, folder.file());
+    FSI_Reader reader(optionsOf(folder, {{{"calc_digests", 1}}, {}}), {});
+    FSI_PathLevelHelper& index = reader.pathLevelHelper();
+    auto hash = [&](const char* path) { return index.locateText(path, true) ? index.treeHash() : ""; };
+    EXPECT_EQ(hash("/one"), hash("/two"));
+    EXPECT_NE(hash("/one"), hash("/three"));
+    EXPECT_EQ(hash("/one/x"), "afd80709");  // of nothing
+}
+
+TEST(FileIndex, TextsAndNumbersAreLocated) {
+    ModelCensus census;
+    census.paths = {{.parent = 0, .name = "top"},          {.parent = 1, .name = "Srv"},
+                    {.parent = 2, .name = "README"},       {.parent = 2, .name = "Readme"},
+                    {.parent = 2, .name = "\xC3\x84rger"}, {.parent = 2, .name = "b\xFFl\xC3"},
+                    {.parent = 1, .name = "base"}};
+    CensusFolder folder;
+    writeCensus(census, folder.file());
+    FSI_Reader reader(optionsOf(folder), {});
+    FSI_PathLevelHelper& index = reader.pathLevelHelper();
+    auto number = [&](std::string_view text) { return index.locateText(text, false) ? index.number() : 0; };
+    for (const char* root : {"", "/", "\\", "//"}) EXPECT_EQ(number(root), 1);
+    EXPECT_EQ(number("/srv/readme"), 3);
+    EXPECT_EQ(number("Srv//README/"), 3);
+    EXPECT_EQ(number("/SRV/Readme"), 4);
+    EXPECT_EQ(number("/srv/\xC3\xA4RGER"), 5);
+    EXPECT_EQ(number("/srv/b\xFFl\xC3"), 6);
+    EXPECT_EQ(index.pathText(), "/Srv/b\xFFl\xC3/");
+    EXPECT_EQ(number("/srv/B\xFFL\xC3"), 6);
+    EXPECT_EQ(number("/srv/none"), 0);
+    EXPECT_EQ(number("/srv/readme/deeper"), 0);
+    EXPECT_FALSE(index.isLocated());
+    for (int f = 0; f < FSI_FigureCount; ++f) EXPECT_EQ(index.figure(static_cast<FSI_Figure>(f)), 0);
+    EXPECT_EQ(index.pathText() + std::string(index.name()), "");
+    EXPECT_EQ(faultOf([&] { index.children(); }), "DevelopmentException: Unable to locate the path index");
+    EXPECT_EQ(faultOf([&] { index.locateText("/srv/None", true); }),
+              "PathNotFoundException: The path (/srv/None) does not exist");
+    EXPECT_EQ(faultOf([&] { index.locateText("\\srv", false); }),
+              "DevelopmentError: Path \\srv passed to locate()");
+
+    auto located = [&](const IPE_Object& value) { return index.locate(value) ? index.number() : 0; };
+    auto pair = [](int64_t a, int64_t b) { return IPE_TupleOf({IPE_Int(a), IPE_Int(b)}); };
+    EXPECT_EQ(located(IPE_Int(5)), 5);
+    EXPECT_EQ(located(IPE_String("/base")), 7);
+    EXPECT_EQ(located(pair(1, 2)), 7);
+    EXPECT_EQ(located(pair(0, 1)), 1);
+    EXPECT_EQ(located(pair(0, 4)), 4);  // a path number
+    for (const IPE_Object& none : {IPE_Int(0), IPE_Int(8), IPE_Int(-1), IPE_Int(INT64_MAX), pair(1, 3),
+                                   pair(1, 0), pair(3, 1), pair(512, 1), pair(-1, 1), pair(INT64_MAX, 1)}) {
+        EXPECT_EQ(located(none), 0);
+        EXPECT_EQ(faultOf([&] { index.locate(none, true); }).substr(0, 21), "PathNotFoundException");
+    }
+    EXPECT_EQ(faultOf([&] { index.locate(IPE_None()); }).substr(0, 9), "TypeError");
+    EXPECT_EQ(faultOf([&] { index.locate(IPE_TupleOf({IPE_Int(1)})); }).substr(0, 9), "TypeError");
+}
+
+TEST(PathIndexes, BaseAndMasks) {
+    ModelCensus census = randomCensus(5, 120, 1, 8);
+    CensusFolder folder;
+    writeCensus(census, folder.file());
+    for (bool hidden : {false, true})
+        for (const std::vector<std::string>& base :
+             std::vector<std::vector<std::string>>{{}, {"srv", "a/b%"}, {"1", "2", "3", "4", "5"}}) {
+            FSI_Reader reader(optionsOf(folder, {{{"hide_paths", hidden}}, base}), {});
+            FSI_PathNameHelper& texts = reader.pathNameHelper();
+            FSI_PathLevelHelper& levels = reader.pathLevelHelper();
+            EXPECT_EQ(texts.rows(), static_cast<int64_t>(census.paths.size()));
+            SMF_ReaderTable table;
+            table.connect(texts.store(), "PathName");
+            SMF_I32 level, length, owner, number, mode, group;
+            level.connect(table, "Levels"), length.connect(table, "Length"), owner.connect(table, "Owner");
+            number.connect(table, "Number"), mode.connect(table, "Mode"), group.connect(table, "Group");
+            for (size_t n = 1; n <= census.paths.size(); ++n) {
+                std::vector<std::string> names;
+                for (size_t up = n; up > 1; up = static_cast<size_t>(census.paths[up - 1].parent))
+                    names.insert(names.begin(), census.paths[up - 1].name);
+                std::string plain = "/", text = "/";
+                for (const std::string& item : base) text += item + "/";
+                for (size_t i = 0; i < names.size(); ++i) {
+                    std::string shown = hidden && base.size() + i >= 4 ? SMF_PathMask(names[i]) : names[i];
+                    text += shown + "/", plain += shown + "/";
+                }
+                EXPECT_EQ(texts.path(static_cast<int64_t>(n)), text);
+                ASSERT_TRUE(levels.locateNumber(static_cast<int64_t>(n)));
+                EXPECT_EQ(levels.pathText(), text);
+                std::string bare;
+                levels.pathText(bare, false);
+                EXPECT_EQ(bare, plain);
+                table.seek(static_cast<int64_t>(n));
+                EXPECT_EQ(level.get(), static_cast<int32_t>(base.size() + names.size()));
+                EXPECT_EQ(length.get(), static_cast<int32_t>(text.size()));
+                const ModelPath& path = census.paths[n - 1];
+                EXPECT_EQ(std::tuple(number.get(), owner.get(), group.get(), mode.get()),
+                          std::tuple(static_cast<int32_t>(n), path.owner, path.group, path.mode));
+                // What is looked up is the stored name, with `base` or without.
+                std::string stored = census.textOf(n),
+                            prefix = text.substr(0, text.size() - plain.size() + 1);
+                for (const std::string& form : {stored, prefix + stored.substr(1)}) {
+                    ASSERT_TRUE(levels.locateText(form, false)) << form;
+                    EXPECT_EQ(levels.number(), static_cast<int64_t>(n));
+                }
+            }
+            EXPECT_EQ(texts.path(0), "");
+            EXPECT_EQ(texts.path(texts.rows() + 1), "");
+            if (!base.empty()) EXPECT_FALSE(levels.locateText("/" + base[0] + "/", false));
+        }
+    // One file index serves all of them; the paths indexes differ.
+    EXPECT_EQ(filesWith(folder, ":~FD").size(), 1u);
+    EXPECT_EQ(filesWith(folder, ":~PD").size(), 6u);
+    EXPECT_EQ(filesWith(folder, ":~PS~V~H1~SRV~A%2FB%25.TXT").size(), 1u);
+}
+
+TEST(PathIndexes, TablesAreFormedAsTheyShould) {
+    ModelCensus census = randomCensus(3, 60, 2);
+    CensusFolder folder;
+    writeCensus(census, folder.file());
+    FSI_Reader reader(optionsOf(folder, {{{"hide_paths", 1}, {"calc_digests", 1}}, {}}), makeHost());
+    FSI_PathLevelHelper levels(reader);
+    levels.open("Size >= 1");
+    auto describe = [](SMF_Reader& store, const char* name) {
+        SMF_ReaderTable table;
+        table.connect(store, name);
+        std::string out = std::to_string(table.meta().blockSize) + " " + std::to_string(table.meta().zero);
+        for (const auto& field : table.meta().fields) out += " " + field->name + ":" + field->decoder->key();
+        return out;
+    };
+    EXPECT_EQ(
+        describe(levels.store(), "_PI000"),
+        "16384 10 Name:ADBE PathIndex:DMAE PathParent:DMAE PathFiles:ESAE PathMatches:ESAE PathDACLs:ESAE "
+        "PathSize:ESAE PathSpace:ESAE PathHash:ASAE ChildIndex:DMAE ChildCount:DMAE TreePaths:DMAE "
+        "TreeFiles:ESAE TreeMatches:ESAE TreeDACLs:ESAE TreeSize:ESAE TreeSpace:ESAE TreeHash:ASAE "
+        "TreeMaxCreated:DDAE TreeMaxModified:DDAE TreeMaxAccessed:DDAE FileIndex:ESAE DACLIndex:ESAE");
+    EXPECT_EQ(describe(levels.store(), "-PathJump"), "8192 25 Depth:DDAE Index:DMAE");
+    EXPECT_EQ(describe(reader.pathNameHelper().store(), "PathName"),
+              "32768 8 Number:DSAE Owner:DMAE Group:DMAE Mode:DMAE Levels:DMAE Length:DMAE Path:ASAE");
+    SMF_ReaderTable table;
+    table.connect(levels.store(), "_PI001");
+    EXPECT_EQ(table.meta().fields[0]->tagText("Transform"), "PathName");
+    EXPECT_EQ(storedText(table, "Name", 1), SMF_PathMask(census.paths[1].name));
+    table.connect(reader.pathNameHelper().store(), "PathName");
+    EXPECT_EQ(table.meta().fields[6]->tagText("style"), "pathname");
+}
+
+TEST(UsersIndex, HoldsWhatTheApplicationTells) {
+    ModelCensus census = randomCensus(2, 5, 1);
+    CensusFolder folder;
+    writeCensus(census, folder.file());
+    IPE_Object host = makeHost({}, {}, {}, R"(
+        function api.GetImageEntitySchema()
+            return {{name = "Shown", format = "D", style = "user"}, {name = "Kind"}}
+        end
+        function api.GetImageEntity(entity, options)
+            calls = (calls or 0) + 1
+            if entity.Name == "staff" then return {Shown = entity.Number .. " " .. entity.Name} end
+            return {Shown = entity.Number .. " " .. entity.Name, Kind = entity.Type, Other = 1}
+        end)");
+    for (int hidden : {0, 1}) {
+        FSI_Reader reader(optionsOf(folder, {{{"hide_users", hidden}}, {}}), host);
+        SMF_ReaderTable table;
+        table.connect(reader.entityHelper().store(), "Entity");
+        ASSERT_EQ(table.rows(), 3);
+        for (int64_t n = 1; n <= 3; ++n) {
+            const ModelEntity& entity = census.entities[static_cast<size_t>(n - 1)];
+            EXPECT_EQ(storedText(table, "Number", n), std::to_string(n));
+            EXPECT_EQ(storedText(table, "Shown", n), std::to_string(hidden ? 1 : n) + " " + entity.name);
+            EXPECT_EQ(storedText(table, "Kind", n), n == 2 ? "" : entity.type);
+            EXPECT_EQ(storedText(table, "Security", n), "");
+        }
+        EXPECT_EQ(table.meta().fields[1]->tagText("style"), "user");
+        EXPECT_EQ(table.meta().fields[1]->tagText("Format"), "D");
+    }
+    {
+        FSI_Reader reader(optionsOf(folder), host);
+        EXPECT_FALSE(reader.entityHelper().wasBuilt());
+    }
+    EXPECT_EQ(IPE_LuaOf(host)->getGlobal("calls")->__int__(), 6);
+    FSI_Reader alone(optionsOf(folder), {});
+    EXPECT_EQ(faultOf([&] { alone.entityHelper(); }).substr(0, 14), "AssertionError");
+}
+
+TEST(PathIndexes, BadCensusesEndInNamedErrors) {
+    auto faults = [](const std::function<void(ModelCensus&)>& spoil) {
+        ModelCensus census = randomCensus(7, 30, 2);
+        spoil(census);
+        CensusFolder folder;
+        writeCensus(census, folder.file());
+        FSI_Reader reader(optionsOf(folder), {});
+        std::string out = faultOf([&] { reader.pathLevelHelper(); }).substr(0, 14) + " " +
+                          faultOf([&] { reader.pathNameHelper(); }).substr(0, 14);
+        for (const std::string& note : filesWith(folder, "S~V.TXT"))
+            EXPECT_EQ(std::filesystem::file_size(note) == 0,
+                      out[0] != 'n' || note.find("~PS") != std::string::npos);
+        EXPECT_EQ(filesWith(folder, ".NEW").size(), 0u);
+        return out;
+    };
+    const std::string both = "AssertionError AssertionError";
+    EXPECT_EQ(faults([](ModelCensus& c) { c.paths[20].parent = 29; }), both);
+    EXPECT_EQ(faults([](ModelCensus& c) { c.paths[20].parent = 21; }), both);
+    EXPECT_EQ(faults([](ModelCensus& c) { c.paths[1].parent = -1; }), both);
+    auto chain = [&](size_t deepest) {
+        return faults([&](ModelCensus& c) {
+            c.paths.assign(1, {.parent = 0, .name = "/"});
+            for (size_t n = 1; n <= deepest; ++n)
+                c.paths.push_back(
+                    {.parent = static_cast<int32_t>(n), .name = "d", .files = {ModelFile{.size = 1}}});
+        });
+    };
+    EXPECT_EQ(chain(512), both);
+
+    ModelCensus census;
+    census.paths.assign(1, {.parent = 0, .name = "/"});
+    for (int32_t n = 1; n <= 511; ++n) census.paths.push_back({.parent = n, .name = "d"});
+    CensusFolder folder;
+    writeCensus(census, folder.file());
+    FSI_Reader reader(optionsOf(folder), {});
+    expectIndex(reader.pathLevelHelper(), census);
+}
+
+TEST(PathIndexes, StrayFiles) {
+    // A row of File that no path has ends the count there.
+    CensusFolder folder;
+    std::string stray = folder.file("stray.smf");
+    auto write = [&](int32_t third) {
+        SMF_Writer writer;
+        writer.open(stray);
+        SMF_WriterTable paths(stray), files(stray);
+        SMF_I32 number, parent, owner;
+        SMF_String name, fileName;
+        SMF_I64 size, space;
+        SMF_DateTime created, modified, accessed;
+        number.connect(paths, "Number", "S"), parent.connect(paths, "Parent", "S"),
+            name.connect(paths, "Name", "S");
+        paths.create("Path", writer, 4096, 10);
+        owner.connect(files, "PathNumber", "S"), fileName.connect(files, "Name", "S");
+        size.connect(files, "Size", ""), space.connect(files, "Space", "");
+        created.connect(files, "Created", ""), modified.connect(files, "Modified", "");
+        accessed.connect(files, "Accessed", "");
+        files.create("File", writer, 4096, 10);
+        for (int32_t n = 1; n <= 3; ++n)
+            number.set(n == 3 ? third : n), parent.set(n - 1), name.set("d"), paths.commit();
+        for (int32_t n : {1, 1, 2, 9, 3, 3}) owner.set(n), size.set(10), files.commit();
+        writer.close();
+    };
+    write(3);
+    FSI_Reader reader(censusOptions(stray), {});
+    FSI_PathLevelHelper& index = reader.pathLevelHelper();
+    ASSERT_TRUE(index.locateNumber(1));
+    EXPECT_EQ(index.figure(FSI_TreeFiles), 3);
+    EXPECT_EQ(index.figure(FSI_TreeSize), 30);
+    ASSERT_TRUE(index.locateNumber(3));
+    EXPECT_EQ(index.figure(FSI_PathFiles), 0);
+    EXPECT_EQ(index.figure(FSI_FileIndex), 4);
+    // The paths index needs columns that this census lacks.
+    EXPECT_EQ(faultOf([&] { reader.pathNameHelper(); }), "DatabaseError: Field is not connected to a table");
+    write(7);
+    FSI_Reader jumbled(censusOptions(stray), {});
+    EXPECT_EQ(faultOf([&] { jumbled.pathLevelHelper(); }),
+              "DatabaseError: The path 7 stands at row 3 of the table Path");
+}
