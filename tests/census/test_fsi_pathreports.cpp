@@ -325,7 +325,7 @@ TEST_F(PathReports, DigestsAreThoseOfTheIndexAndLeaveTheSelectionAsItWas) {
         for (size_t n = 1; n <= 60; ++n) {
             ASSERT_TRUE(levels.locateNumber(static_cast<int64_t>(n)));
             std::string digest = trees ? levels.treeHash() : levels.pathHash();
-            EXPECT_FALSE(digest.empty());
+            EXPECT_EQ(digest.empty(), !trees && model.paths[n - 1].files.empty());
             std::string& line = expected[n - 1];
             line.insert(line.rfind('|', line.rfind('|') - 1) + 1, digest + "|");
         }

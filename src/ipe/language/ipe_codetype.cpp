@@ -57,6 +57,25 @@ IPE_Object IPE_CodeType::source() const {
     return IPE_TupleOf({IPE_String(segment->file), IPE_Int(segment->lines[defLine].source)});
 }
 
+IPE_Object IPE_CodeType::twin() const {
+    XPK_Assert(globals_);
+    IPE_Object object = IPE_New<IPE_CodeType>(name.as<IPE_StringType>(), *interpreter_, segment, globals_);
+    auto& copy = *object.as<IPE_CodeType>();
+    copy.parameters = parameters;
+    copy.codeHint = codeHint;
+    copy.layoutCapacity = layoutCapacity;
+    copy.wide = wide;
+    copy.plain = plain;
+    copy.varargs = varargs;
+    copy.kwargs = kwargs;
+    copy.returnType = returnType;
+    copy.documentation = documentation;
+    copy.stop = stop;
+    copy.defLine = defLine;
+    copy.line = line;
+    return object;
+}
+
 void IPE_CodeType::__repr__(IPE_PrintContext& context, IPE_StackList& stack) {
     source()->__repr__(context, stack);
 }

@@ -53,6 +53,8 @@ class IPE_CodeType final : public IPE_Type {
     IPE_Interpreter& interpreter() const noexcept { return *interpreter_; }
     // The pair (file, line) of the definition.
     IPE_Object source() const;
+    // A new function of the same parameters and body, with an empty __dict__.
+    IPE_Object twin() const;
 
   private:
     IPE_Interpreter* interpreter_;
