@@ -1,18 +1,31 @@
 // The reports on paths and trees, against a plain recount of their censuses.
 #include <cmath>
 #include <deque>
+#include <sstream>
 
 #include "census/index/fsi_pathlevelhelper.h"
 #include "census/reports/fsi_rowbatch.h"
 #include "census_support.h"
 #include "ipe/object/ipe_moduleregistry.h"
 #include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_literal.h"
+#include "runtime/epa_lifecycle.h"
 #include "runtime/xpk_threadstate.h"
 
 namespace {
 
 using Rows = std::vector<std::string>;  // each row's values, joined by '|'
 using Passes = std::function<bool(const ModelFile&)>;
+
+// "1|a|..." of numbers and texts.
+template <class First, class... Values>
+std::string row(const First& first, const Values&... values) {
+    std::ostringstream out;
+    out << first;
+    ((out << '|' << values), ...);
+    return out.str();
+}
+IPE_Object literal(const std::string& text) { return parse_literal(text); }
 
 // A statement that writes down what it is called with.
 class Statement final : public IPE_Type {
@@ -25,47 +38,39 @@ class Statement final : public IPE_Type {
     explicit Statement(bool takesResults) : IPE_Type(TypeName), takesResults(takesResults) {}
     IPE_Object __call__(const IPE_Arguments& arguments) override {
         calls.push_back({std::string(arguments.text(0)), {}});
-        if (arguments.size() > 1)
-            for (const IPE_Object& row : PyList_SafeCast(arguments[1])->items()) {
-                std::string text;
-                for (const IPE_Object& value : PyTuple_SafeCast(row)->items())
-                    text += (text.empty() ? "" : "|") + IPE_Object_Text(value);
-                calls.back().rows.push_back(text);
-            }
+        if (arguments.size() < 2) return {};
+        for (const IPE_Object& tuple : PyList_SafeCast(arguments[1])->items()) {
+            std::string text;
+            for (const IPE_Object& value : PyTuple_SafeCast(tuple)->items())
+                text += (text.empty() ? "" : "|") + IPE_Object_Text(value);
+            calls.back().rows.push_back(text);
+        }
         return {};
     }
     IPE_Object __getattr__(const IPE_Object& key, int depth) override {
         if (!takesResults || !key->is_text("results")) return IPE_Type::__getattr__(key, depth);
-        static Statement* last;
-        last = this;
         return IPE_New<IPE_BridgeType>([](const IPE_Arguments& arguments) {
-            last->results = arguments[0];
+            results = IPE_Object_ToString(arguments[0]);
             return IPE_Object();
         });
     }
-    // All rows of the inserts that begin so, and how many inserts there were.
-    Rows rowsOf(std::string_view begin, size_t* inserts = nullptr) const {
+    // The sizes of the inserts that begin so.
+    std::vector<size_t> inserts(std::string_view begin = "insert into $table (") const {
+        std::vector<size_t> sizes;
+        for (const Call& call : calls)
+            if (call.sql.starts_with(begin)) sizes.push_back(call.rows.size());
+        return sizes;
+    }
+    Rows rows(std::string_view begin = "insert into $table (") const {
         Rows all;
         for (const Call& call : calls)
-            if (call.sql.starts_with(begin)) {
-                all.insert(all.end(), call.rows.begin(), call.rows.end());
-                if (inserts) ++*inserts;
-            }
+            if (call.sql.starts_with(begin)) all.insert(all.end(), call.rows.begin(), call.rows.end());
         return all;
     }
     bool takesResults;
     std::vector<Call> calls;
-    IPE_Object results;
+    static inline std::string results;
 };
-
-std::string faultOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const XPK_Exception& e) {
-        return e.type() + ": " + e.message();
-    }
-    return "none";
-}
 
 std::string momentText(const SMF_DateTimeValue& value) {
     char text[32];
@@ -75,30 +80,30 @@ std::string momentText(const SMF_DateTimeValue& value) {
 }
 
 struct Figures {
-    int64_t size = 0, space = 0, files = 0, rights = 0, paths = 0;
+    int64_t size = 0, space = 0, files = 0, rights = 0;
     std::string created = "0000-00-00 00:00:00", modified = created, accessed = created;
+    int64_t pick(const std::string& field) const {
+        if (field == "savings") return size - space;
+        return field == "size" ? size : field == "files" ? files : field == "rights" ? rights : space;
+    }
 };
-
-IPE_Object dictionary(std::initializer_list<std::pair<const char*, IPE_Object>> entries) {
-    IPE_Object dict = IPE_NewDict();
-    for (const auto& [key, value] : entries) dict.as<IPE_DictType>()->setText(key, value);
-    return dict;
-}
-
-IPE_Object selected(std::initializer_list<IPE_Object> names) {
-    IPE_Object list = IPE_NewList();
-    for (const IPE_Object& name : names) list.as<IPE_ListType>()->append(dictionary({{"name", name}}));
-    return list;
-}
 
 class PathReports : public ::testing::Test {
   protected:
-    PathReports() {
+    // Components publish the reports when they start.
+    static void SetUpTestSuite() {
         setenv("TZ", "UTC", 1);
         tzset();
+        XPK_ThreadScope primary{true};
+        EPA_LifeCycle::control(true);
+    }
+    static void TearDownTestSuite() {
+        XPK_ThreadScope primary{true};
+        EPA_LifeCycle::shutdown();
     }
 
-    void write(ModelCensus census) {
+    // Writes a census; gives a path in it with some more below.
+    size_t write(ModelCensus census) {
         model = std::move(census);
         for (ModelPath& path : model.paths)
             for (size_t i = 0; i < path.files.size(); i += 3) path.files[i].space = path.files[i].size / 2;
@@ -106,25 +111,47 @@ class PathReports : public ::testing::Test {
         std::filesystem::create_directory(folder.folder);
         writeCensus(model, folder.file());
         selection = censusOptions(folder.file());
+        size_t middle = 2;
+        while (middle < model.paths.size() && model.endOfTree(middle) < middle + 4) ++middle;
+        return middle;
     }
-
-    // Runs a report; `last` is its statement.
-    IPE_Object run(const char* report, const IPE_Object& options, bool takesResults = false) {
+    static IPE_NativeFunction function(const std::string& report) {
+        return IPE_ModuleRegistry::lookup("storage." + report).as<IPE_ModuleBridge>()->factory();
+    }
+    // Runs a report on the trees with these names, as literals; `options` is what a dictionary begins with.
+    IPE_Object run(const char* report, const std::string& paths, const std::string& more = "",
+                   bool takesResults = false) {
+        std::string list;
+        for (size_t i = 0; i < paths.size();) {
+            size_t end = std::min(paths.find(' ', i), paths.size());
+            list += "{'name': " + paths.substr(i, end - i) + "}, ";
+            i = end + 1;
+        }
+        list = list.substr(0, list.size() - 2);
+        return runWith(report, literal("{" + more + (more.empty() ? "" : ", ") + "'paths': [" + list + "]}"),
+                       takesResults);
+    }
+    IPE_Object runWith(const char* report, const IPE_Object& given, bool takesResults = false) {
+        options = given;
         statement = IPE_New<Statement>(takesResults);
         const IPE_Object arguments[] = {IPE_String("run"), statement, selection, options};
-        IPE_Object keywords = dictionary({{"lua", host}});
+        IPE_Object keywords = IPE_NewDict();
+        keywords.as<IPE_DictType>()->setText("lua", host);
         return function(report)(IPE_Arguments(arguments, 4, keywords));
     }
-    static IPE_NativeFunction function(const char* report) {
-        IPE_Object node = IPE_ModuleRegistry::find(std::string("storage.") + report + ".call");
-        if (!node) node = IPE_ModuleRegistry::find(std::string("storage.") + report);
-        return node.as<IPE_ModuleBridge>()->factory();
-    }
     Statement& last() { return *statement.as<Statement>(); }
-    Rows table() { return last().rowsOf("insert into $table ("); }
-    Rows rowsFor(const char* report, const IPE_Object& options) {
-        run(report, options);
-        return table();
+    Rows rows(const char* report, const std::string& paths, const std::string& more = "") {
+        run(report, paths, more);
+        return last().rows();
+    }
+    template <class Action>
+    std::string fault(Action&& action) {
+        try {
+            action();
+        } catch (const XPK_Exception& e) {
+            return e.type() + ": " + e.message();
+        }
+        return "none";
     }
 
     // --- The recount.
@@ -133,8 +160,7 @@ class PathReports : public ::testing::Test {
         for (size_t n = number; n > 1; n = static_cast<size_t>(model.paths[n - 1].parent))
             out.insert(out.begin(), model.paths[n - 1].name);
         out.insert(out.begin(), base.begin(), base.end());
-        if (hide)
-            for (size_t i = 4; i < out.size(); ++i) out[i] = SMF_PathMask(out[i]);
+        for (size_t i = 4; hide && i < out.size(); ++i) out[i] = SMF_PathMask(out[i]);
         return out;
     }
     std::string shown(size_t number) const {
@@ -148,7 +174,6 @@ class PathReports : public ::testing::Test {
     }
     Figures figures(size_t first, size_t end, const Passes& test) const {
         Figures out;
-        out.paths = static_cast<int64_t>(end - first);
         for (size_t n = first; n <= end; ++n) {
             const ModelPath& path = model.paths[n - 1];
             out.files += static_cast<int64_t>(path.files.size());
@@ -167,17 +192,15 @@ class PathReports : public ::testing::Test {
     Figures tree(size_t n, const Passes& test = all) const { return figures(n, model.endOfTree(n), test); }
 
     Rows summary(bool trees, std::initializer_list<size_t> roots, const Passes& test = all) const {
-        Rows rows;
+        Rows out;
         for (size_t root : roots)
             for (size_t n = root; n <= model.endOfTree(root); ++n) {
-                Figures whole = tree(n, test), shownFigures = trees ? whole : own(n, test);
-                std::string row = trees ? nameOf(n) + "|" : "";
-                for (int64_t figure : {shownFigures.size, shownFigures.space, shownFigures.files})
-                    row += std::to_string(figure) + "|";
-                rows.push_back(row + whole.created + "|" + whole.modified + "|" + whole.accessed + "|" +
-                               shown(n) + "|" + std::to_string(n));
+                Figures whole = tree(n, test), figures = trees ? whole : own(n, test);
+                out.push_back((trees ? nameOf(n) + "|" : "") + row(figures.size, figures.space, figures.files,
+                                                                   whole.created, whole.modified,
+                                                                   whole.accessed, shown(n), n));
             }
-        return rows;
+        return out;
     }
     Rows spaceMap(std::initializer_list<size_t> roots, const std::string& field, int64_t threshold,
                   const Passes& test = all) const;
@@ -189,7 +212,7 @@ class PathReports : public ::testing::Test {
     ModelCensus model;
     std::vector<std::string> base;
     bool hide = false;
-    IPE_Object selection, statement;
+    IPE_Object selection, statement, options;
     IPE_Object host = makeHost({}, {{"skip", R"(
         function before() return {"Number"} end
         function during(number) return true, number % 7 == 0 end
@@ -208,53 +231,39 @@ Rows PathReports::spaceMap(std::initializer_list<size_t> roots, const std::strin
         int64_t size, space;
         size_t number;
     };
-    auto pick = [&](const Figures& f) {
-        return field == "size"      ? f.size
-               : field == "files"   ? f.files
-               : field == "rights"  ? f.rights
-               : field == "savings" ? f.size - f.space
-                                    : f.space;
-    };
-    Rows rows;
+    Rows out;
     std::deque<std::tuple<int64_t, size_t, int64_t>> queue;
     for (size_t root : roots) queue.push_back({0, root, threshold});
     int64_t counter = 1;
     for (; !queue.empty(); queue.pop_front()) {
         auto [parent, n, budget] = queue.front();
-        std::string head = shown(n) + "|" + std::to_string(n) + "|";
+        const ModelPath& path = model.paths[n - 1];
         int64_t t = 0, s = 0, p = 0;
-        auto put = [&](int64_t above, const std::string& name, int64_t measure, int mode,
-                       const std::string& accessed, int64_t size, int64_t space) {
-            rows.push_back(head + std::to_string(counter++) + "|" + std::to_string(above) + "|" + name + "|" +
-                           std::to_string(measure) + "|" + std::to_string(mode) + "|" + accessed + "|" +
-                           std::to_string(size) + "|" + std::to_string(space));
+        auto put = [&, n = n](int64_t above, const std::string& name, int64_t measure, int mode,
+                              const std::string& accessed, int64_t size, int64_t space) {
+            out.push_back(row(shown(n), n, counter++, above, name, measure, mode, accessed, size, space));
         };
         std::vector<Item> items;
         for (size_t child = n + 1; child <= model.endOfTree(n); ++child) {
             if (static_cast<size_t>(model.paths[child - 1].parent) != n) continue;
             Figures f = tree(child, test);
             bool sizes = field != "rights";
-            if (sizes && pick(f) == 0) continue;
-            items.push_back({pick(f), nameOf(child), 1, f.accessed.substr(0, 10), sizes ? f.size : 0,
+            if (f.pick(field) == 0 && sizes) continue;
+            items.push_back({f.pick(field), nameOf(child), 1, f.accessed.substr(0, 10), sizes ? f.size : 0,
                              sizes ? f.space : 0, child});
         }
-        if (field == "rights") {
-            for (const ModelRight& right : model.paths[n - 1].rights) {
-                IPE_Object record = dictionary({{"Path", IPE_Int(static_cast<int64_t>(n))},
-                                                {"Entity", IPE_Int(right.entity)},
-                                                {"Rights", IPE_Int(right.rights)}});
-                items.push_back({1, IPE_Object_ToString(record), 0, "", 0, 0, 0});
+        if (field == "rights")
+            for (const ModelRight& right : path.rights) {
+                std::string record = "{'Path': " + row(n) + ", 'Entity': " + row(right.entity) +
+                                     ", 'Rights': " + row(right.rights) + "}";
+                items.push_back({1, IPE_Object_ToString(literal(record)), 0, "", 0, 0, 0});
             }
-        } else if (field == "files") {
-            items.push_back({own(n).files, "Files", 0, "None", 0, 0, 0});
-        } else {
-            for (const ModelFile& file : model.paths[n - 1].files)
-                if (test(file))
-                    items.push_back({field == "size"      ? file.size
-                                     : field == "savings" ? file.size - file.space
-                                                          : file.space,
-                                     file.name, 0, momentText(file.accessed).substr(0, 10), file.size,
-                                     file.space, 0});
+        if (field == "files") items.push_back({own(n).files, "Files", 0, "None", 0, 0, 0});
+        for (const ModelFile& file : path.files) {
+            if (field == "rights" || field == "files" || !test(file)) continue;
+            Figures f{file.size, file.space};
+            items.push_back({f.pick(field), file.name, 0, momentText(file.accessed).substr(0, 10), file.size,
+                             file.space, 0});
         }
         for (const Item& item : items) t += item.measure, s += item.size, p += item.space;
         if (parent == 0) {
@@ -262,8 +271,7 @@ Rows PathReports::spaceMap(std::initializer_list<size_t> roots, const std::strin
             put(0, shown(n), t, 1, tree(n, test).accessed.substr(0, 10), s, p);
         }
         std::sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
-            if (a.measure != b.measure) return a.measure < b.measure;
-            return IPE_CollateText(a.name, b.name) < 0;
+            return a.measure != b.measure ? a.measure < b.measure : IPE_CollateText(a.name, b.name) < 0;
         });
         auto total = static_cast<double>(t), b = static_cast<double>(budget);
         for (const Item& item : items) {
@@ -275,10 +283,11 @@ Rows PathReports::spaceMap(std::initializer_list<size_t> roots, const std::strin
         }
         if (t != 0) put(parent, "", t, 2, "None", s, p);
     }
-    return rows;
+    return out;
 }
 
 bool isLarge(const ModelFile& file) { return file.size >= 40000; }
+const char* const Large = "'filter': 'Size >= 40000'";
 
 const char* const Reports[] = {"path_index",   "path_largest", "path_names", "path_search",
                                "path_summary", "tree_summary", "spacemap"};
@@ -287,48 +296,42 @@ const char* const Reports[] = {"path_index",   "path_largest", "path_names", "pa
 
 TEST_F(PathReports, SummariesEqualTheRecount) {
     for (unsigned seed : {1u, 2u}) {
-        write(randomCensus(seed, 300, 4));
-        size_t middle = 2;
-        while (model.endOfTree(middle) < middle + 5) ++middle;
-        IPE_Object options =
-            dictionary({{"paths", selected({IPE_Int(static_cast<int64_t>(middle)), IPE_String("/"),
-                                            IPE_TupleOf({IPE_Int(0), IPE_Int(300)})})}});
-        for (const char* filter : {"", "Size >= 40000"}) {
-            Passes test = *filter ? isLarge : all;
-            options.as<IPE_DictType>()->setText("filter", IPE_String(filter));
-            EXPECT_EQ(rowsFor("path_summary", options), summary(false, {middle, 1, 300}, test)) << filter;
+        size_t middle = write(randomCensus(seed, 200, 4));
+        std::string paths = row(middle) + " '/' (0,200)";
+        for (bool trees : {false, true}) {
+            const char* report = trees ? "tree_summary" : "path_summary";
+            EXPECT_EQ(rows(report, paths), summary(trees, {middle, 1, 200}));
+            EXPECT_EQ(rows(report, paths, Large), summary(trees, {middle, 1, 200}, isLarge));
             EXPECT_EQ(last().calls[1].sql,
-                      "create table if not exists $table (cache, ipath, path, size, space, files, "
-                      "lastcreated, lastmodified, lastaccessed)");
-            EXPECT_EQ(rowsFor("tree_summary", options), summary(true, {middle, 1, 300}, test)) << filter;
+                      std::string("create table if not exists $table (cache, ") +
+                          (trees ? "path, name" : "ipath, path") +
+                          ", size, space, files, lastcreated, lastmodified, lastaccessed" +
+                          (trees ? ", ipath)" : ")"));
         }
         EXPECT_EQ(last().calls[0].sql, "create table if not exists about (cache, object)");
         EXPECT_EQ(last().calls[2].sql,
                   "insert into $table (cache, name, size, space, files, lastcreated, lastmodified, "
                   "lastaccessed, path, ipath) values ($cache,?,?,?,?,?,?,?,?,?)");
-        EXPECT_EQ(last().rowsOf("insert into about (cache, object) values ($cache, ?)"), Rows{"{}"});
+        EXPECT_EQ(last().rows("insert into about (cache, object) values ($cache, ?)"), Rows{"{}"});
     }
 }
 
 TEST_F(PathReports, DigestsAreThoseOfTheIndexAndLeaveTheSelectionAsItWas) {
     write(randomCensus(3, 60, 3));
+    FSI_Reader reader(literal("{'fsi': '" + folder.file() + "', 'calc_digests': 1}"), host);
+    FSI_PathLevelHelper& levels = reader.pathLevelHelper();
     for (bool trees : {false, true}) {
         Rows expected = summary(trees, {1});
-        FSI_Reader reader(dictionary({{"fsi", IPE_String(folder.file())}, {"calc_digests", IPE_Int(1)}}),
-                          host);
         for (size_t n = 1; n <= 60; ++n) {
-            FSI_PathLevelHelper& levels = reader.pathLevelHelper();
             ASSERT_TRUE(levels.locateNumber(static_cast<int64_t>(n)));
             std::string digest = trees ? levels.treeHash() : levels.pathHash();
-            EXPECT_FALSE(digest.empty());
-            std::string& row = expected[n - 1];
-            row.insert(row.rfind('|', row.rfind('|') - 1) + 1, digest + "|");
+            EXPECT_EQ(digest.empty(), !trees && model.paths[n - 1].files.empty());
+            std::string& line = expected[n - 1];
+            line.insert(line.rfind('|', line.rfind('|') - 1) + 1, digest + "|");
         }
-        IPE_Object options = dictionary({{"paths", selected({IPE_Int(1)})}, {"calc_digests", IPE_Int(1)}});
-        EXPECT_EQ(rowsFor(trees ? "tree_summary" : "path_summary", options), expected);
+        EXPECT_EQ(rows(trees ? "tree_summary" : "path_summary", "1", "'calc_digests': 1"), expected);
         EXPECT_EQ(selection.as<IPE_DictType>()->count(), 1);
-        EXPECT_TRUE(
-            last().calls[1].sql.ends_with(trees ? "lastaccessed, digest, ipath)" : "lastaccessed, digest)"));
+        EXPECT_TRUE(last().calls[1].sql.ends_with(trees ? "accessed, digest, ipath)" : "accessed, digest)"));
     }
 }
 
@@ -336,223 +339,174 @@ TEST_F(PathReports, TextsAreHiddenAndCarryTheBase) {
     write(randomCensus(4, 120, 2));
     base = {"server", "share"};
     hide = true;
-    selection = dictionary({{"fsi", IPE_String(folder.file())},
-                            {"hide_paths", IPE_Int(1)},
-                            {"base", IPE_ListOf({IPE_String("server"), IPE_String("share")})}});
-    IPE_Object options = dictionary(
-        {{"paths", selected({IPE_Int(1)})}, {"threshold", IPE_Int(200000)}, {"count", IPE_Int(500)}});
-    Rows names, searched;
-    for (size_t n = 1; n <= 120; ++n) names.push_back(std::to_string(n) + "|" + shown(n));
-    EXPECT_EQ(rowsFor("path_names", options), names);
-    EXPECT_EQ(rowsFor("path_summary", options), summary(false, {1}));
-    EXPECT_EQ(rowsFor("tree_summary", options), summary(true, {1}));
-    EXPECT_EQ(rowsFor("spacemap", options), spaceMap({1}, "space", 200000));
-    EXPECT_EQ(rowsFor("path_search", options), Rows{"/server/share/|120|120|1"});
-    EXPECT_NE(rowsFor("path_largest", options)[0].find("|/server/share/"), std::string::npos);
+    selection = literal("{'fsi': '" + folder.file() + "', 'hide_paths': 1, 'base': ['server', 'share']}");
+    Rows names;
+    for (size_t n = 1; n <= 120; ++n) names.push_back(row(n, shown(n)));
+    EXPECT_EQ(rows("path_names", "1"), names);
+    EXPECT_EQ(rows("path_summary", "1"), summary(false, {1}));
+    EXPECT_EQ(rows("tree_summary", "'/server/share/'"), summary(true, {1}));
+    EXPECT_EQ(rows("spacemap", "1", "'threshold': 200000"), spaceMap({1}, "space", 200000));
+    EXPECT_EQ(rows("path_search", "1"), Rows{"/server/share/|120|120|1"});
+    EXPECT_NE(rows("path_largest", "1")[0].find("|/server/share/"), std::string::npos);
 }
 
 TEST_F(PathReports, NamesAndSearchTakeAFilterOnPaths) {
-    write(randomCensus(5, 200, 1));
-    size_t below = 2;
-    while (model.endOfTree(below) < below + 8) ++below;
-    IPE_Object options = dictionary({{"paths", selected({IPE_Int(1), IPE_Int(static_cast<int64_t>(below))})},
-                                     {"filter", IPE_String("Owner = 3")}});
+    size_t middle = write(randomCensus(5, 200, 1));
+    std::string paths = "1 " + row(middle);
     Rows names, offsets, counts;
-    for (size_t root : {size_t(1), below}) {
+    for (size_t root : {size_t(1), middle}) {
         size_t end = model.endOfTree(root), matches = 0, length = 0;
         for (size_t n = root; n <= end + 1; ++n) {
             bool hit = n <= end && model.paths[n - 1].owner == 3;
-            if (hit) names.push_back(std::to_string(n) + "|" + shown(n)), ++matches, ++length;
+            if (hit) names.push_back(row(n, shown(n))), ++matches, ++length;
             if (hit || !length) continue;
-            offsets.push_back(std::to_string(n - length) + "|" + std::to_string(length));
+            offsets.push_back(row(n - length, length));
             length = 0;
         }
-        counts.push_back(shown(root) + "|" + std::to_string(end - root + 1) + "|" + std::to_string(matches) +
-                         "|" + std::to_string(root));
+        counts.push_back(row(shown(root), end - root + 1, matches, root));
     }
-    EXPECT_EQ(rowsFor("path_names", options), names);
-    size_t inserts = 0;
-    last().rowsOf("insert into $table (cache, ipath, path) values ($cache,?,?)", &inserts);
-    EXPECT_EQ(inserts, 2u);
-    EXPECT_EQ(rowsFor("path_search", options), counts);
-    EXPECT_EQ(last().rowsOf("insert into ${table}_offsets (cache, offset, count) values ($cache,?,?)"),
+    EXPECT_EQ(rows("path_names", paths, "'filter': 'Owner = 3'"), names);
+    EXPECT_EQ(last().inserts("insert into $table (cache, ipath, path) values ($cache,?,?)").size(), 2u);
+    EXPECT_EQ(rows("path_search", paths, "'filter': 'Owner = 3'"), counts);
+    EXPECT_EQ(last().rows("insert into ${table}_offsets (cache, offset, count) values ($cache,?,?)"),
               offsets);
-    // A filter that matches all gives one run for each path.
-    options.as<IPE_DictType>()->removeText("filter");
-    run("path_search", options);
-    EXPECT_EQ(last().rowsOf("insert into ${table}_offsets").size(), 2u);
+    // A filter that takes all gives one run for each path, one that takes nothing none.
+    run("path_search", paths);
+    EXPECT_EQ(last().rows("insert into ${table}_offsets").size(), 2u);
+    EXPECT_EQ(rows("path_search", "1", "'filter': 'Owner = 9'"), Rows{"/|200|0|1"});
+    EXPECT_TRUE(last().rows("insert into ${table}_offsets").empty());
 }
 
 TEST_F(PathReports, AJumpLeavesOutTheWholeTree) {
     write(randomCensus(6, 300, 1));
     Rows names;
-    int64_t largest = 0;
-    for (size_t n = 1; n <= 300; n = n % 7 ? n + 1 : model.endOfTree(n) + 1) {
-        names.push_back(std::to_string(n) + "|" + shown(n));
-        ++largest;
-    }
-    IPE_Object options =
-        dictionary({{"paths", selected({IPE_Int(1)})}, {"filter", IPE_String("exec skip()")}});
-    EXPECT_EQ(rowsFor("path_names", options), names);
+    for (size_t n = 1; n <= 300; n = n % 7 ? n + 1 : model.endOfTree(n) + 1)
+        names.push_back(row(n, shown(n)));
     ASSERT_LT(names.size(), 280u);
+    EXPECT_EQ(rows("path_names", "1", "'filter': 'exec skip()'"), names);
     EXPECT_TRUE(options.as<IPE_DictType>()->findText("_not_cacheable"));
-    options.as<IPE_DictType>()->setText("count", IPE_Int(100000));
-    EXPECT_EQ(rowsFor("path_largest", options).size(), static_cast<size_t>(largest));
-    EXPECT_EQ(rowsFor("path_search", options), Rows{"/|300|300|1"});  // which counts every row
+    EXPECT_EQ(rows("path_largest", "1", "'filter': 'exec skip()', 'count': 100000").size(), names.size());
+    // The search counts every row.
+    EXPECT_EQ(rows("path_search", "1", "'filter': 'exec skip()'"), Rows{"/|300|300|1"});
 }
 
 TEST_F(PathReports, LargestByTheIndexOrByAColumn) {
     write(randomCensus(7, 250, 5));
     for (const char* field : {"size", "Space", "files", "Levels"}) {
         std::vector<std::pair<int64_t, size_t>> values;
-        for (size_t n = 1; n <= 250; ++n) {
-            Figures figures = own(n);
-            values.push_back({*field == 's'   ? figures.size
-                              : *field == 'S' ? figures.space
-                              : *field == 'f' ? figures.files
-                                              : static_cast<int64_t>(components(n).size()),
+        for (size_t n = 1; n <= 250; ++n)
+            values.push_back({*field == 'S'   ? own(n).space
+                              : *field == 'L' ? static_cast<int64_t>(components(n).size())
+                                              : own(n).pick(field),
                               n});
-        }
         std::sort(values.begin(), values.end(), std::greater<>());
         for (size_t count : {3u, 249u, 1000u}) {
-            IPE_Object options = dictionary({{"paths", selected({IPE_String("/")})},
-                                             {"field", IPE_String(field)},
-                                             {"count", IPE_Int(static_cast<int64_t>(count))}});
             Rows expected;
             for (size_t i = 0; i < std::min<size_t>(count, 250); ++i) {
-                const ModelPath& path = model.paths[values[i].second - 1];
-                IPE_Object record = dictionary({{"Number", IPE_Int(static_cast<int64_t>(values[i].second))},
-                                                {"Owner", IPE_Int(path.owner)},
-                                                {"Mode", IPE_Int(path.mode)}});
-                expected.push_back(std::to_string(values[i].first) + "|" + shown(values[i].second) + "|" +
-                                   IPE_Object_ToString(record) + "|" + std::to_string(values[i].second));
+                auto [value, n] = values[i];
+                const ModelPath& path = model.paths[n - 1];
+                IPE_Object record = literal("{'Number': " + row(n) + ", 'Owner': " + row(path.owner) +
+                                            ", 'Mode': " + row(path.mode) + "}");
+                expected.push_back(row(value, shown(n), IPE_Object_ToString(record), n));
             }
-            EXPECT_EQ(rowsFor("path_largest", options), expected) << field << count;
-            Rows about = last().rowsOf("insert into about");
+            EXPECT_EQ(
+                rows("path_largest", "'/'", "'field': '" + std::string(field) + "', 'count': " + row(count)),
+                expected);
+            Rows about = last().rows("insert into about");
             ASSERT_EQ(about.size(), 1u);
-            EXPECT_NE(about[0].find("\"count\": 250"), std::string::npos) << about[0];
+            EXPECT_NE(about[0].find("'count': 250"), std::string::npos) << about[0];
         }
     }
 }
 
 TEST_F(PathReports, SpaceMapsEqualThePlainLayout) {
-    for (unsigned seed : {8u, 9u, 10u}) {
-        write(randomCensus(seed, seed == 8 ? 40 : 250, 6));
-        size_t middle = 2;
-        while (model.endOfTree(middle) < middle + 4) ++middle;
-        for (const char* field : {"size", "space", "files", "rights", "savings", "SIZE", "what"})
-            for (int64_t threshold : {-5LL, 0LL, 64LL, 700LL, 2000LL, 30000LL, 5000000LL}) {
-                std::string plain = field;
-                if (plain == "SIZE") plain = "size";
-                IPE_Object options =
-                    dictionary({{"paths", selected({IPE_Int(static_cast<int64_t>(middle)), IPE_String("/")})},
-                                {"threshold", IPE_Int(threshold)},
-                                {"field", IPE_String(field)}});
-                EXPECT_EQ(rowsFor("spacemap", options), spaceMap({middle, 1}, plain, threshold))
-                    << seed << " " << field << " " << threshold;
-                options.as<IPE_DictType>()->setText("filter", IPE_String("Size >= 40000"));
-                EXPECT_EQ(rowsFor("spacemap", options), spaceMap({middle, 1}, plain, threshold, isLarge))
-                    << seed << " filter " << field << " " << threshold;
+    for (unsigned seed : {8u, 9u}) {
+        size_t middle = write(randomCensus(seed, seed == 8 ? 30 : 120, 5));
+        std::string paths = row(middle) + " '/'";
+        for (const char* field : {"size", "space", "files", "rights", "savings"})
+            for (int64_t threshold : {-5LL, 64LL, 700LL, 2000LL, 30000LL, 5000000LL}) {
+                std::string more = "'field': '" + std::string(field) + "', 'threshold': " + row(threshold);
+                EXPECT_EQ(rows("spacemap", paths, more), spaceMap({middle, 1}, field, threshold))
+                    << seed << more;
+                more += std::string(", ") + Large;
+                EXPECT_EQ(rows("spacemap", paths, more), spaceMap({middle, 1}, field, threshold, isLarge))
+                    << seed << more;
             }
     }
-    size_t inserts = 0;
-    last().rowsOf("insert into $table", &inserts);
-    EXPECT_EQ(inserts, 1u);
+    EXPECT_EQ(last().inserts().size(), 1u);
     EXPECT_EQ(last().calls[2].sql, "create index if not exists ix01_$table on $table (id)");
-    EXPECT_EQ(last().rowsOf("insert into about"), Rows{"{}"});
-    IPE_Object options = dictionary({{"paths", selected({IPE_Int(1)})}, {"threshold", IPE_Int(INT64_MAX)}});
-    EXPECT_EQ(rowsFor("spacemap", options), spaceMap({1}, "space", INT64_MAX));
+    EXPECT_EQ(last().rows("insert into about"), Rows{"{}"});
+    // Letters count alike, an unknown field is the default, and the largest threshold shows everything.
+    EXPECT_EQ(rows("spacemap", "1", "'field': 'FILES'"), spaceMap({1}, "files", 2000));
+    EXPECT_EQ(rows("spacemap", "1", "'field': 'what'"), spaceMap({1}, "space", 2000));
+    EXPECT_EQ(rows("spacemap", "1", "'threshold': 9223372036854775807L"), spaceMap({1}, "space", INT64_MAX));
 }
 
 TEST_F(PathReports, TheDefaultBudgetDividesAtATenthAndATwentieth) {
-    ModelCensus census;
     SMF_DateTimeValue day = momentOf(2020, 2, 29);
     auto file = [&](const char* name, int64_t size) { return ModelFile{name, size, size, day, day, day}; };
+    ModelCensus census;
     census.paths = {{0, "/", {file("above", 52), file("below", 51)}, {}},
                     {1, "big", {file("a", 100), file("b", 4)}, {}},
                     {1, "small", {file("c", 103)}, {}},
                     {1, "empty", {}, {}}};
     for (int i = 0; i < 23; ++i) census.paths[0].files.push_back(file("tiny", 30));
-    model = census;
-    writeCensus(model, folder.file());
-    selection = censusOptions(folder.file());
-    IPE_Object options = dictionary({{"paths", selected({IPE_Int(1)})}, {"field", IPE_String("size")}});
-    EXPECT_EQ(rowsFor("spacemap", options),
-              (Rows{"/|1|1|0|/|1000|1|2020-02-29|1000|1000", "/|1|2|1|above|52|0|2020-02-29|52|52",
-                    "/|1|3|1|big|104|1|2020-02-29|104|104", "/|1|4|1||844|2|None|844|844",
-                    "/big/|2|5|3||104|2|None|104|104"}));
+    write(census);
+    EXPECT_EQ(rows("spacemap", "1", "'field': 'size'"),
+              (Rows{"/|1|1|0|/|1000|1|2020-02-29|1000|752", "/|1|2|1|above|52|0|2020-02-29|52|26",
+                    "/|1|3|1|big|104|1|2020-02-29|104|54", "/|1|4|1||844|2|None|844|672",
+                    "/big/|2|5|3||104|2|None|104|54"}));
     // A directory without files or directories: one row each, and no date.
-    options = dictionary({{"paths", selected({IPE_String("/empty")})}});
-    EXPECT_EQ(rowsFor("path_names", options), Rows{"4|/empty/"});
-    EXPECT_EQ(rowsFor("path_summary", options).size(), 1u);
-    EXPECT_EQ(rowsFor("tree_summary", options),
+    EXPECT_EQ(rows("path_names", "'/empty'"), Rows{"4|/empty/"});
+    EXPECT_EQ(rows("path_summary", "'/empty'").size(), 1u);
+    EXPECT_EQ(rows("tree_summary", "'/empty'"),
               Rows{"empty|0|0|0|0000-00-00 00:00:00|0000-00-00 00:00:00|0000-00-00 00:00:00|/empty/|4"});
-    EXPECT_EQ(rowsFor("spacemap", options), Rows{"/empty/|4|1|0|/empty/|0|1|0000-00-00|0|0"});
+    EXPECT_EQ(rows("spacemap", "'/empty'"), Rows{"/empty/|4|1|0|/empty/|0|1|0000-00-00|0|0"});
 }
 
 TEST_F(PathReports, ManyRowsGoInBatches) {
     write(randomCensus(11, 25000, 0, 30));
-    IPE_Object options = dictionary({{"paths", selected({IPE_Int(1)})}});
+    std::string children;
+    for (size_t n = 2; n <= 25000; n = model.endOfTree(n) + 1) children += row(n) + " ";
+    children.pop_back();
     for (const char* report : {"path_summary", "tree_summary"}) {
-        Rows whole = rowsFor(report, options), parts;
-        std::vector<size_t> batches;
-        for (const Statement::Call& call : last().calls)
-            if (call.sql.starts_with("insert into $table")) batches.push_back(call.rows.size());
-        EXPECT_EQ(batches, (std::vector<size_t>{10001, 10001, 4998}));
-        parts.push_back(whole[0]);
-        IPE_Object children = IPE_NewList();
-        for (size_t n = 2; n <= model.paths.size(); n = model.endOfTree(n) + 1)
-            children.as<IPE_ListType>()->append(dictionary({{"name", IPE_String(shown(n))}}));
-        Rows rest = rowsFor(report, dictionary({{"paths", children}}));
-        parts.insert(parts.end(), rest.begin(), rest.end());
+        Rows whole = rows(report, "1");
+        EXPECT_EQ(last().inserts(), (std::vector<size_t>{10001, 10001, 4998}));
+        Rows parts = rows(report, children);
+        parts.insert(parts.begin(), whole[0]);
         EXPECT_EQ(parts, whole);
     }
-    EXPECT_EQ(rowsFor("path_names", options).size(), 25000u);
-    size_t inserts = 0;
-    last().rowsOf("insert into $table", &inserts);
-    EXPECT_EQ(inserts, 1u);
-}
+    run("path_names", "1");
+    EXPECT_EQ(last().inserts(), std::vector<size_t>{25000});
 
-TEST_F(PathReports, BatchesPassOnWhatIsAboveTheirLimit) {
     statement = IPE_New<Statement>(false);
     FSI_RowBatch batch(statement, "insert", 2);
-    auto sizes = [&] {
-        std::string text;
-        for (const Statement::Call& call : last().calls) text += std::to_string(call.rows.size()) + " ";
-        return text;
-    };
     for (int i = 0; i < 3; ++i) batch.add(IPE_Int(i));
     batch.flush(true);
-    EXPECT_EQ(sizes(), "3 ");
     batch.flush(true);
     batch.flush(false);
     batch.add(IPE_Int(1), IPE_String("x"));
     batch.flush(false);
-    EXPECT_EQ(sizes(), "3 0 1 ");
+    EXPECT_EQ(last().inserts("insert"), (std::vector<size_t>{3, 0, 1}));
     EXPECT_EQ(last().calls.back().rows, Rows{"1|x"});
 }
 
 TEST_F(PathReports, TheIndexOfPathsGoesBackToTheCaller) {
-    write(randomCensus(12, 80, 1));
-    size_t middle = 2;
-    while (model.endOfTree(middle) < middle + 3) ++middle;
-    IPE_Object options =
-        dictionary({{"paths", selected({IPE_String("/"), IPE_Int(static_cast<int64_t>(middle))})}});
+    size_t middle = write(randomCensus(12, 80, 1));
     IPE_Object expected = IPE_NewList();
     for (size_t n : {size_t(1), middle}) {
-        IPE_Object range = dictionary(
-            {{"pathStart", IPE_Int(static_cast<int64_t>(n))}, {"pathCount", IPE_Int(tree(n).paths)}});
+        IPE_Object range =
+            literal("{'pathStart': " + row(n) + ", 'pathCount': " + row(model.endOfTree(n) - n) + "}");
         expected.as<IPE_ListType>()->append(IPE_TupleOf(
             {IPE_String(shown(n)), IPE_String(IPE_Object_ToString(range)), IPE_Int(n == 1 ? 0 : 1)}));
     }
     for (bool takesResults : {false, true})
-        EXPECT_EQ(IPE_Object_ToString(run("path_index", options, takesResults)),
+        EXPECT_EQ(IPE_Object_ToString(run("path_index", "'/' " + row(middle), "", takesResults)),
                   IPE_Object_ToString(expected));
-    EXPECT_EQ(IPE_Object_ToString(last().results), IPE_Object_ToString(expected));
+    EXPECT_EQ(Statement::results, IPE_Object_ToString(expected));
     EXPECT_TRUE(last().calls.empty());
-    options.as<IPE_DictType>()->setText("mode", IPE_String("other"));
-    EXPECT_EQ(IPE_Object_ToString(run("path_index", options, true)), "[]");
-    EXPECT_EQ(IPE_Object_ToString(last().results), "[]");
+    EXPECT_EQ(IPE_Object_ToString(run("path_index", "'/'", "'mode': 'other'", true)), "[]");
+    EXPECT_EQ(Statement::results, "[]");
 }
 
 TEST_F(PathReports, BadOptionsAreNamed) {
@@ -563,34 +517,30 @@ TEST_F(PathReports, BadOptionsAreNamed) {
         EXPECT_TRUE(IPE_ModuleRegistry::find(std::string("fsi_report.storage.") + Reports[i]));
     }
     write(randomCensus(13, 30, 2));
-    auto fault = [&](const char* report, std::initializer_list<std::pair<const char*, IPE_Object>> entries) {
-        IPE_Object options = dictionary({{"paths", selected({IPE_Int(1)})}});
-        options.as<IPE_DictType>()->update(*dictionary(entries).as<IPE_DictType>());
-        return faultOf([&] { run(report, options); });
+    // The fault of these options, as far as `expected` goes.
+    auto check = [&](const char* report, const std::string& given, const std::string& expected) {
+        std::string text = fault([&] { runWith(report, literal(given)); });
+        EXPECT_EQ(text.substr(0, expected.size()), expected) << report << given << text;
     };
     for (const char* report : Reports) {
-        EXPECT_EQ(faultOf([&] { run(report, IPE_NewDict()); }), "KeyError: paths") << report;
-        EXPECT_EQ(fault(report, {{"paths", selected({IPE_String("/not/there")})}}),
-                  "PathNotFoundException: The path (/not/there) does not exist")
-            << report;
-        EXPECT_EQ(fault(report, {{"paths", selected({IPE_Int(31)})}}).substr(0, 21), "PathNotFoundException");
-        EXPECT_EQ(fault(report, {{"paths", IPE_String("/")}}).substr(0, 9), "TypeError") << report;
-        EXPECT_EQ(fault(report, {{"paths", IPE_ListOf({IPE_Int(1)})}}).substr(0, 9), "TypeError") << report;
-        EXPECT_EQ(fault(report, {{"paths", IPE_ListOf({IPE_NewDict()})}}), "KeyError: name") << report;
+        check(report, "{}", "KeyError: paths");
+        check(report, "{'paths': [{'name': '/not/there'}]}",
+              "PathNotFoundException: The path (/not/there) does not exist");
+        check(report, "{'paths': [{'name': 31}]}", "PathNotFoundException");
+        check(report, "{'paths': '/'}", "TypeError");
+        check(report, "{'paths': [1]}", "TypeError");
+        check(report, "{'paths': [{}]}", "KeyError: name");
         if (std::string_view(report) == "path_index") continue;
-        EXPECT_EQ(fault(report, {{"filter", IPE_String("Owner = = 3")}}).substr(0, 22),
-                  "InvalidFilterException")
-            << report;
-        EXPECT_EQ(fault(report, {{"filter", IPE_String("Nothing = 3")}}).substr(0, 13), "DatabaseError");
+        check(report, "{'filter': 'Owner = = 3', 'paths': [{'name': 1}]}", "InvalidFilterException");
+        check(report, "{'filter': 'Nothing = 3', 'paths': [{'name': 1}]}", "DatabaseError");
     }
-    for (int64_t count : {0LL, -1LL, 100001LL})
-        EXPECT_NE(fault("path_largest", {{"count", IPE_Int(count)}}), "none");
-    EXPECT_EQ(fault("path_largest", {{"count", IPE_Int(100000)}}), "none");
-    EXPECT_NE(fault("path_largest", {{"field", IPE_String("no such")}}).find("no such is not a property"),
-              std::string::npos);
-    EXPECT_NE(fault("path_largest", {{"field", IPE_String("Path")}}), "none");  // a text
-    EXPECT_NE(fault("spacemap", {{"threshold", IPE_NewList()}}), "none");
-    EXPECT_EQ(fault("spacemap", {{"threshold", IPE_String("many")}}), "none");  // which is 0
-    EXPECT_EQ(table().size(), 2u);
-    EXPECT_EQ(fault("spacemap", {{"field", IPE_NewList()}}), "none");
+    for (const char* count : {"0", "-1", "100001"})
+        check("path_largest", std::string("{'paths': [{'name': 1}], 'count': ") + count + "}", "Assert");
+    check("path_largest", "{'paths': [{'name': 1}], 'field': 'Path'}", "Assert");
+    check("path_largest", "{'paths': [{'name': 1}], 'field': 'no such'}",
+          "DatabaseError: no such is not a property");
+    check("path_largest", "{'paths': [{'name': 1}], 'count': 100000}", "none");
+    check("spacemap", "{'paths': [{'name': 1}], 'threshold': []}", "TypeError");
+    check("spacemap", "{'paths': [{'name': 1}], 'field': [1], 'threshold': 'many'}", "none");
+    EXPECT_EQ(last().rows().size(), 2u);  // of the threshold 0
 }

@@ -21,8 +21,10 @@
 
 // The files that an index counts in full.
 struct FSI_FileSelection {
-    FSI_ReaderTable table;  // `File`
-    FSI_RecordFilter filter{table};
+    explicit FSI_FileSelection(FSI_Reader& census)
+        : filter((table.connect(census, "File", false), table)) {}  // a filter takes a connected table
+    FSI_ReaderTable table;                                          // `File`
+    FSI_RecordFilter filter;
 };
 
 class FSI_PathLevelBuild {

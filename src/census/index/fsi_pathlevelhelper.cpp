@@ -119,8 +119,7 @@ void FSI_PathLevelHelper::open(std::string_view filter, const IPE_Object& option
     bool reusable = true;
     if (filtered_) {
         key += filterKey(filter, options);
-        selection_ = std::make_unique<FSI_FileSelection>();
-        selection_->table.connect(census(), "File", false);
+        selection_ = std::make_unique<FSI_FileSelection>(census());
         reusable = selection_->filter.compileFor(filter, options, keywords);
     }
     struct Release {
