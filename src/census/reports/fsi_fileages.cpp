@@ -3,6 +3,7 @@
 // The cells of a day are found without a search when the date is an ordinary one: a flat table by year, month
 // and day. Dates are written as text once, at the end.
 #include <array>
+#include <bit>
 
 #include "census/reports/fsi_datecolumn.h"
 #include "census/reports/fsi_dictorder.h"
@@ -36,6 +37,8 @@ class Days {
         SMF_DateValue date;
         std::memcpy(static_cast<void*>(&date), &bits, sizeof bits);
         return IPE_String(SMF_DateText(date));
+        return IPE_String(
+            SMF_DateText(std::bit_cast<SMF_DateValue>(static_cast<uint32_t>(index_.keys()[id]))));
     }
 
   private:
