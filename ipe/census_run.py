@@ -15,7 +15,7 @@ def __init__(self, file, selection, database, listener):
     self.selection["fsi"] = file
     self.listener = listener
     self.host = census.host.create()
-    self.connection = ipe.sqlite.connect(database)
+    self.connection = ipe.sqlite.create().connect(database)
     self.cursor = self.connection.cursor()
     self.cursor.execute("create table if not exists about (cache, object)")
 

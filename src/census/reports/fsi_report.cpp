@@ -5,6 +5,7 @@
 // search, since numbers of a tree follow one another.
 #include "census/reports/fsi_report.h"
 
+#include "census/fsi_lists.h"
 #include "ipe/language/ipe_scriptcall.h"
 #include "ipe/object/ipe_moduleregistry.h"
 #include "ipe/values/ipe_containers.h"
@@ -66,6 +67,11 @@ int64_t FSI_Report::integerOption(std::string_view name, int64_t absent, int64_t
     return number;
 }
 
+void FSI_Report::setOptions(const IPE_Object& options) {
+    PyDict_SafeCast(options);
+    options_ = options;
+}
+
 // --- Census.
 
 FSI_PathLevelHelper& FSI_Report::levels() { return census_.pathLevelHelper(); }
@@ -104,10 +110,9 @@ void FSI_Report::openFilter(std::string_view absent) {
 
 std::vector<FSI_Selection> FSI_Report::selections(FSI_PathLevelHelper& levels) {
     std::vector<FSI_Selection> out;
-    IPE_List paths(requiredOption("paths"));
-    for (int32_t i = 0; i < paths.count(); ++i) {
+    for (const IPE_Object& path : FSI_ItemsOf(requiredOption("paths"), "paths")) {
         FSI_Selection selection;
-        IPE_Type* name = PyDict_SafeCast(paths[i])->findText("name");
+        IPE_Type* name = PyDict_SafeCast(path)->findText("name");
         if (!name) XPK_Raise("KeyError", "$key").string("key", "name").raise();
         selection.name = IPE_Object(name);
         levels.locate(selection.name, true);
@@ -191,11 +196,13 @@ int64_t FSI_Report::behindTree() {
 
 // --- Output.
 
+void FSI_Report::makeAbout() {
+    if (std::exchange(aboutMade_, true)) return;
+    IPE_CallScript(statement_, IPE_String("create table if not exists about (cache, object)"));
+}
+
 void FSI_Report::createTable(std::string_view sql) {
-    if (!aboutMade_) {
-        aboutMade_ = true;
-        createTable("create table if not exists about (cache, object)");
-    }
+    makeAbout();
     IPE_CallScript(statement_, IPE_String(sql));
 }
 
@@ -204,6 +211,7 @@ void FSI_Report::insert(std::string_view sql, const IPE_Object& rows) {
 }
 
 void FSI_Report::writeAbout(const IPE_Object& dictionary) {
+    makeAbout();
     IPE_Object row = IPE_TupleOf({IPE_String(IPE_Object_ToString(dictionary))});
     insert("insert into about (cache, object) values ($cache, ?)", IPE_ListOf({row}));
 }

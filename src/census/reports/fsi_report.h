@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -55,6 +56,8 @@ class FSI_Report {
     // Out of low to high is an assertion.
     int64_t integerOption(std::string_view name, int64_t absent, int64_t low, int64_t high) const;
     const IPE_Object& options() const noexcept { return options_; }
+    // Other options from here on; TypeError unless it is a dictionary.
+    void setOptions(const IPE_Object& options);
 
     // --- Census.
     FSI_Reader& census() noexcept { return census_; }
@@ -80,14 +83,18 @@ class FSI_Report {
     int64_t pathNumber() const;
     // The same for a row that was read as a dictionary, whose integer `Path` goes first.
     int64_t pathNumberOf(const IPE_Object& record) const;
-    // Calls `visit()` for each row of the range as the current one. With `jump` a filter's wish to leave out
-    // a tree is followed after the visit.
+    // Calls `visit()` for each row of the range as the current one. A visit may give false to end the walk.
+    // With `jump` a filter's wish to leave out a tree is followed after the visit.
     template <class Visit>
     void walk(const FSI_RowRange& range, bool jump, Visit&& visit) {
         if (range.count <= 0) return;
         table_.seek(range.row);
         for (int64_t end = range.row + range.count;;) {
-            visit();
+            if constexpr (std::is_same_v<decltype(visit()), bool>) {
+                if (!visit()) return;
+            } else {
+                visit();
+            }
             progress_.tick();
             if (jump && filter_ && filter_->jumps()) [[unlikely]] {
                 int64_t next = behindTree();
@@ -114,6 +121,7 @@ class FSI_Report {
     static void select(FSI_PathLevelHelper& levels, FSI_Selection& selection);
     int64_t behindTree();
     FSI_RowRange searchRows(int64_t first, int64_t last);
+    void makeAbout();
     void writeAbout(const IPE_Object& dictionary);
 
     IPE_Object statement_, selection_, options_, keywords_;

@@ -68,11 +68,12 @@ void repair(std::string_view text, std::string& out) {
 struct SMF_TextMatcher::Code {
     Owned<pcre2_code, pcre2_code_free> code;
     bool jit = false;
+    uint32_t groups = 0;
 };
 
 struct SMF_TextMatcher::Memory {
     Owned<pcre2_match_context, pcre2_match_context_free> context{pcre2_match_context_create(nullptr)};
-    Owned<pcre2_match_data, pcre2_match_data_free> data{pcre2_match_data_create(1, nullptr)};
+    Owned<pcre2_match_data, pcre2_match_data_free> data{pcre2_match_data_create(2, nullptr)};
     Owned<pcre2_jit_stack, pcre2_jit_stack_free> stack{
         pcre2_jit_stack_create(JitStackStart, JitStackLimit, nullptr)};
 
@@ -122,10 +123,12 @@ std::unique_ptr<SMF_TextMatcher::Code> SMF_TextMatcher::compile(uint32_t options
     }
     // Without machine code, as for the few items the compiler does not know, the interpreter serves.
     compiled->jit = pcre2_jit_compile(compiled->code.get(), PCRE2_JIT_COMPLETE) == 0;
+    pcre2_pattern_info(compiled->code.get(), PCRE2_INFO_CAPTURECOUNT, &compiled->groups);
     return compiled;
 }
 
-bool SMF_TextMatcher::find(std::string_view text) {
+// `text` becomes what was searched. The places of the match are left in the thread's memory.
+bool SMF_TextMatcher::findIn(std::string_view& text) {
     // The machine code takes a null pointer for no text at all, and a column's empty text may be one.
     if (text.empty()) text = std::string_view("", 0);
     if (!isUtf8(text)) {
@@ -176,4 +179,16 @@ int SMF_TextMatcher::findInStretches(std::string_view text) {
     return result;
 }
 
-bool SMF_TextMatcher::matches(std::string_view text) { return find(text) != invert_; }
+bool SMF_TextMatcher::matches(std::string_view text) { return findIn(text) != invert_; }
+
+bool SMF_TextMatcher::find(std::string_view text, Match& match) {
+    match = {};
+    if (!findIn(text)) return false;
+    const PCRE2_SIZE* places = pcre2_get_ovector_pointer(memory().data.get());
+    // A look-ahead can move the start of a match behind its end.
+    auto part = [&](size_t from, size_t to) { return from < to ? text.substr(from, to - from) : ""; };
+    match.whole = part(places[0], places[1]);
+    match.hasGroup = code_->groups > 0 && places[2] != PCRE2_UNSET;
+    if (match.hasGroup) match.group = part(places[2], places[3]);
+    return true;
+}

@@ -37,6 +37,14 @@ class SMF_TextMatcher {
         if (answer == SMF_BatchSearch::Yes && sure_) return !invert_;
         return matches(handle.get());
     }
+    // The first match in `text`, whatever the options say. Views live until the matcher's next call, those
+    // into `text` as long as that.
+    struct Match {
+        std::string_view whole;
+        std::string_view group;  // the first one
+        bool hasGroup = false;   // the pattern has a group, and it took part
+    };
+    bool find(std::string_view text, Match& match);
     // False when the engine finds nothing in the current value nor in any part of it.
     bool mayFind(const SMF_String& handle) { return look(handle) != SMF_BatchSearch::No; }
     bool isInverted() const noexcept { return invert_; }
@@ -53,7 +61,7 @@ class SMF_TextMatcher {
         if (decoder->batch().count < FewRows) return SMF_BatchSearch::Maybe;
         return search_->of(*decoder, row - 1);
     }
-    bool find(std::string_view text);
+    bool findIn(std::string_view& text);
     int findInStretches(std::string_view text);
     std::unique_ptr<Code> compile(uint32_t options) const;
 

@@ -1,0 +1,172 @@
+// file_search and dacl_search: how many rows of each directory pass a filter, and which.
+//
+// Every directory of the selected trees is a row of the result. The rows that pass are told as runs, in a
+// table from which a user interface can fetch the n-th match out of the census, and the first few of each
+// directory as records. Runs are plain numbers until they are written. The three tables are written at the
+// end, or, when there is much to write, in parts that each hold the same directories in all of them.
+#include "census/reports/fsi_report.h"
+#include "census/reports/fsi_rowbatch.h"
+#include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_stringtype.h"
+#include "store/fields/smf_i64field.h"
+
+namespace {
+
+class Search : public FSI_Report {
+  protected:
+    struct Counts {
+        int64_t size = 0, space = 0, count = 0;
+    };
+
+    Search(const IPE_Arguments& arguments, const char* progressKey, const char* progressText)
+        : FSI_Report(arguments), progressKey_(progressKey), progressText_(progressText) {}
+
+    virtual void connectColumns() {}
+    // Adds the current row's sizes.
+    virtual void addSizes(Counts& counts) {}
+    virtual IPE_Object resultRow(const IPE_Object& path, const Counts& all, const Counts& matching,
+                                 const IPE_Object& number) = 0;
+    // A record as a row of the preview.
+    virtual IPE_Object previewRow(int64_t path, const IPE_Object& record) = 0;
+
+    // `columns` are those of the result and of the preview behind `cache`.
+    void search(std::string_view tableName, const std::string& columns, const std::string& previewColumns) {
+        previewCap_ = integerOption("preview_cap", 200, 0, INT64_MAX);
+        openTable(tableName);
+        openFilter();
+        connectColumns();
+        std::vector<FSI_Selection> trees = selections(levels());
+        createTable("create table if not exists $table (cache, " + columns + ")");
+        createTable("create table if not exists ${table}_offsets (cache, offset, count)");
+        createTable("create table if not exists ${table}_preview (cache, " + previewColumns + ")");
+        FSI_RowBatch rows(statement(), insertInto("$table", columns), MostHeld);
+        FSI_RowBatch offsets(statement(), insertInto("${table}_offsets", "offset, count"), MostHeld);
+        FSI_RowBatch previews(statement(), insertInto("${table}_preview", previewColumns), MostHeld);
+        int64_t total = 0;
+        for (const FSI_Selection& tree : trees) total += treeRows(tree).count;
+        progress().start(progressKey_, progressText_, total);
+        size_t held = 0;
+        auto flush = [&](bool last) {
+            rows.flush(last);
+            for (const FSI_RowRange& run : runs_) offsets.add(IPE_Int(run.row), IPE_Int(run.count));
+            runs_.clear();
+            offsets.flush(last);
+            previews.flush(last);
+            held = 0;
+        };
+        for (const FSI_Selection& tree : trees)
+            for (int64_t n = tree.number; n <= tree.number + tree.treePaths; ++n) {
+                rows.take(searchPath(n, previews, held));
+                if (++held + runs_.size() > MostHeld) flush(false);
+            }
+        flush(true);
+        aboutHeader(matches_);
+    }
+
+  private:
+    static constexpr size_t MostHeld = 50000;  // rows of all three tables
+
+    static std::string insertInto(const std::string& table, const std::string& columns) {
+        std::string marks;
+        for (size_t at = 0; at != std::string::npos; at = columns.find(',', at + 1)) marks += ",?";
+        return "insert into " + table + " (cache, " + columns + ") values ($cache" + marks + ")";
+    }
+
+    // Adds the directory's runs and previews, and gives its row.
+    IPE_Object searchPath(int64_t number, FSI_RowBatch& previews, size_t& held) {
+        FSI_Selection own;
+        own.number = number;
+        XPK_Assert(levels().locateNumber(number));
+        own.files = levels().files();
+        own.dacls = levels().dacls();
+        Counts all, matching;
+        FSI_RowRange run;
+        auto endRun = [&] {
+            if (run.count) runs_.push_back(run);
+            run.count = 0;
+        };
+        // All rows are counted, so no tree is left out.
+        walk(ownRows(own), false, [&] {
+            addSizes(all);
+            ++all.count;
+            if (!filter().accepts()) return endRun();
+            addSizes(matching);
+            if (run.count++ == 0) run.row = table().position();
+            if (matching.count++ >= previewCap_) return;
+            IPE_Object record = table().recordAsDict();
+            previews.take(previewRow(pathNumberOf(record), record));
+            ++held;
+        });
+        endRun();
+        matches_ += matching.count;
+        return resultRow(IPE_String(pathText(number)), all, matching, IPE_Int(number));
+    }
+
+    const char *progressKey_, *progressText_;
+    int64_t previewCap_ = 0, matches_ = 0;
+    std::vector<FSI_RowRange> runs_;
+};
+
+class FileSearch final : public Search {
+  public:
+    static constexpr int Version = 9;
+    explicit FileSearch(const IPE_Arguments& arguments)
+        : Search(arguments, "progress.file_search", "${0}% Searching the files") {}
+
+    IPE_Object run() override {
+        search("File", "path, size, space, count, filteredsize, filteredspace, filteredcount, ipath",
+               "ipath, path, name, details");
+        return {};
+    }
+
+  private:
+    void connectColumns() override {
+        size_.connect(table(), "Size");
+        space_.connect(table(), "Space");
+    }
+    void addSizes(Counts& counts) override {
+        counts.size += size_.get();
+        counts.space += space_.get();
+    }
+    IPE_Object resultRow(const IPE_Object& path, const Counts& all, const Counts& matching,
+                         const IPE_Object& number) override {
+        return IPE_TupleOf({path, IPE_Int(all.size), IPE_Int(all.space), IPE_Int(all.count),
+                            IPE_Int(matching.size), IPE_Int(matching.space), IPE_Int(matching.count),
+                            number});
+    }
+    IPE_Object previewRow(int64_t path, const IPE_Object& record) override {
+        return IPE_TupleOf({IPE_Int(path), IPE_String(pathText(path)), table().valueOf("Name"),
+                            IPE_String(IPE_Object_ToString(record))});
+    }
+
+    SMF_I64 size_, space_;
+};
+
+class DaclSearch final : public Search {
+  public:
+    static constexpr int Version = 2;
+    explicit DaclSearch(const IPE_Arguments& arguments)
+        : Search(arguments, "progress.dacl_search", "${0}% Searching the rights") {}
+
+    IPE_Object run() override {
+        search(textOption("table", "PathDACL"), "path, count, filteredcount, ipath", "ipath, path, details");
+        return {};
+    }
+
+  private:
+    IPE_Object resultRow(const IPE_Object& path, const Counts& all, const Counts& matching,
+                         const IPE_Object& number) override {
+        return IPE_TupleOf({path, IPE_Int(all.count), IPE_Int(matching.count), number});
+    }
+    IPE_Object previewRow(int64_t path, const IPE_Object& record) override {
+        return IPE_TupleOf(
+            {IPE_Int(path), IPE_String(pathText(path)), IPE_String(IPE_Object_ToString(record))});
+    }
+};
+
+const FSI_ReportRegistration fileSearch("fsi_report.storage.file_search", "storage.file_search",
+                                        FSI_CallReport<FileSearch>);
+const FSI_ReportRegistration daclSearch("fsi_report.storage.dacl_search", "storage.dacl_search",
+                                        FSI_CallReport<DaclSearch>);
+
+}  // namespace
