@@ -9,10 +9,10 @@ import ipe.lua
 columns = {}
 columns["File"] = ["Path", "Name", "Type", "Size", "Space", "Created", "Modified", "Accessed", "Changed", "Owner", "Group", "Mode", "Links", "Counted", "Target"]
 columns["Path"] = ["Number", "Path", "Owner", "Group", "Mode", "Levels", "Size", "Space", "Files", "TreeSize", "TreeSpace", "TreeFiles"]
-columns["PathDACL"] = ["Folder", "Entity", "Type", "Rights", "Text"]
+columns["PathDACL"] = ["Path", "Entity", "Type", "Rights", "Text"]
 columns["Entity"] = ["Number", "Type", "ID", "Name", "FullName"]
 columns["Root"] = ["Number", "Path", "Host", "FileSystem", "Started", "Finished", "Folders", "Files", "Unreadable", "Size", "Space"]
-columns["Problem"] = ["Folder", "Name", "Call", "Error", "Message"]
+columns["Problem"] = ["Path", "Name", "Call", "Error", "Message"]
 columns["Census"] = ["File", "Masked"]
 
 def beside():

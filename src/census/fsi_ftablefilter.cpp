@@ -7,7 +7,7 @@
 // A number 0 stands for nothing. Columns then show the empty value, and so does the row tested here: the
 // other table stands behind its last row, where every value is reset.
 //
-// `Path.NAME` looks at the row before the number.
+// `Path.NAME` looks at the folder's row in the table Path.
 #include "census/fsi_ftablefilter.h"
 
 #include <unordered_map>
@@ -126,7 +126,7 @@ void FSI_FTableFilter::parseText(IPE_TokenSource& tokens, int depth) {
 // The table Path is the paths index. What that lacks is looked for in the stored table, except for texts
 // when paths are hidden, since they stand there in clear.
 void FSI_FTableFilter::parsePathColumn(IPE_TokenSource& tokens, bool unc, int depth) {
-    kind_ = Kind::Before;
+    kind_ = Kind::Folder;
     tokens.next();
     if (tokens.kind() != TOKEN_IDENTIFIER) expecting(tokens, "the name of a field");
     std::string column = tokens.getTokenText();
@@ -189,14 +189,14 @@ int64_t FSI_FTableFilter::number() const {
 bool FSI_FTableFilter::selectRow(int64_t number) {
     if (number <= 0) return false;
     if (kind_ == Kind::Property) return FSI_ReaderTable::seekProperty(nested_->table(), number, property_);
-    if (kind_ == Kind::Before) --number;
     if (kind_ == Kind::Text && number > other_->rows()) return false;
     other_->seek(number);
     return true;
 }
 
 bool FSI_FTableFilter::answer(int64_t number) {
-    if (kind_ == Kind::Before && number <= 1) return false;
+    // The root stands in no folder.
+    if (kind_ == Kind::Folder && number <= 1) return false;
     if (!selectRow(number)) {
         // The one row of a virtual table is not reset.
         if (nested_ && nested_->table().isVirtual()) return false;

@@ -31,7 +31,7 @@ class FSI_FTableFilter final : public SMF_FieldFilter {
     void evaluate(bool& result) override;
 
   private:
-    enum class Kind : uint8_t { Text, Before, Row, Property, Compare, Level };
+    enum class Kind : uint8_t { Text, Folder, Row, Property, Compare, Level };
     class Answers;  // by number
 
     void parseText(IPE_TokenSource& tokens, int depth);

@@ -38,8 +38,6 @@ SMF_EncoderStream::SMF_EncoderStream(SMF_File& file, SMF_EncoderStream* mainStre
       blockSize_(checkedBlockSize(blockSize, file)),
       header_(mainStream ? SMF_HeaderWriter(*mainStream) : SMF_HeaderWriter(file)) {
     makeRoom(LeastRoom);
-      header_(mainStream ? SMF_HeaderWriter(*mainStream) : SMF_HeaderWriter(file)),
-      current_(makeBlock(blockSize_)) {
     header_.setNumber(SMF_StreamMode, zlib ? SMF_ModeZlib : SMF_ModeLz4);
     header_.setNumber(SMF_BlockSize, static_cast<int32_t>(blockSize_));
     header_.setNumber(SMF_BlockCount, 0);
@@ -48,22 +46,15 @@ SMF_EncoderStream::SMF_EncoderStream(SMF_File& file, SMF_EncoderStream* mainStre
     header_.append();
 }
 
-SMF_EncoderStream::Block SMF_EncoderStream::makeBlock(int64_t size) {
-    Block block(static_cast<uint8_t*>(std::calloc(static_cast<size_t>(size) + 1, 1)));
-    if (!block) throw XPK_MemoryException(__FILE__, __LINE__);
-    return block;
-}
-
 size_t SMF_EncoderStream::copyOverlap(const uint8_t* bytes, size_t size, int64_t position) {
     size_t copied = 0;
     int64_t end = position + static_cast<int64_t>(size) - base_;
     if (end > room_ && position < base_ + blockSize_) makeRoom(end);
     auto into = [&](std::vector<uint8_t>& block, int64_t base) {
-    auto into = [&](const Block& block, int64_t base) {
         int64_t from = std::max(position, base);
         int64_t to = std::min(position + static_cast<int64_t>(size), base + blockSize_);
         if (base < 0 || from >= to) return;
-        std::memcpy(block.get() + (from - base), bytes + (from - position), static_cast<size_t>(to - from));
+        std::memcpy(block.data() + (from - base), bytes + (from - position), static_cast<size_t>(to - from));
         copied += static_cast<size_t>(to - from);
     };
     into(previous_, previousBase_);
@@ -82,12 +73,6 @@ void SMF_EncoderStream::advance() {
     std::swap(previous_, current_);
     current_.resize(static_cast<size_t>(blockSize_) + 1);
     std::fill(current_.begin(), current_.end(), 0);
-    if (previousBase_ != -1) flushBlock(previous_.get(), previousBase_, static_cast<size_t>(blockSize_));
-    std::swap(previous_, current_);
-    if (current_)
-        std::memset(current_.get(), 0, static_cast<size_t>(blockSize_) + 1);
-    else
-        current_ = makeBlock(blockSize_);
     previousBase_ = base_;
     base_ += blockSize_;
 }
@@ -153,9 +138,9 @@ void SMF_EncoderStream::fillPage(uint32_t page) {
     }
 }
 
-void SMF_EncoderStream::flushBlock(const uint8_t* block, int64_t base, size_t size) {
+void SMF_EncoderStream::flushBlock(const std::vector<uint8_t>& block, int64_t base, size_t size) {
     scratch_.assign(4, 0);
-    SMF_Compress(zlib_, block, size, scratch_);
+    SMF_Compress(zlib_, block.data(), size, scratch_);
     uint64_t length = scratch_.size() - 4;
     for (size_t i = 0; i < 4; ++i) scratch_[i] = static_cast<uint8_t>(length >> 8 * i);
     XPK_Assert(static_cast<int64_t>(table_.size()) == base / blockSize_);
@@ -166,9 +151,9 @@ void SMF_EncoderStream::flushBlock(const uint8_t* block, int64_t base, size_t si
 
 void SMF_EncoderStream::finish() {
     position_ = highest_;
-    if (previousBase_ != -1) flushBlock(previous_.get(), previousBase_, static_cast<size_t>(blockSize_));
+    if (previousBase_ != -1) flushBlock(previous_, previousBase_, static_cast<size_t>(blockSize_));
     // One byte more than the data: readers of this format expect it.
-    flushBlock(current_.get(), base_, static_cast<size_t>(highest_ - base_ + 1));
+    flushBlock(current_, base_, static_cast<size_t>(highest_ - base_ + 1));
     std::vector<uint8_t> bytes;
     bytes.reserve(table_.size() * 8);
     for (int64_t entry : table_) putLittle(bytes, static_cast<uint64_t>(entry), 8);

@@ -6,9 +6,7 @@
 // compressed form of one.
 #pragma once
 
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,8 +25,6 @@ class SMF_EncoderStream {
         int64_t at = position_ - base_;
         if (at >= 0 && at + static_cast<int64_t>(size) <= room_) [[likely]] {
             std::memcpy(current_.data() + at, bytes, size);
-        if (at >= 0 && at + static_cast<int64_t>(size) <= blockSize_) [[likely]] {
-            std::memcpy(current_.get() + at, bytes, size);
             position_ += static_cast<int64_t>(size);
             if (position_ > highest_) highest_ = position_;
         } else {
@@ -66,15 +62,6 @@ class SMF_EncoderStream {
     void advance();
     void makeRoom(int64_t used);
     void flushBlock(const std::vector<uint8_t>& block, int64_t base, size_t size);
-    void flushBlock(const uint8_t* block, int64_t base, size_t size);
-
-    // A block and one byte more, zeros at first. The system gives zero pages when they are touched, so that
-    // the many streams of a small store cost little.
-    struct Free {
-        void operator()(uint8_t* bytes) const noexcept { std::free(bytes); }
-    };
-    using Block = std::unique_ptr<uint8_t[], Free>;
-    static Block makeBlock(int64_t size);
 
     SMF_File& file_;
     bool zlib_;
@@ -83,7 +70,6 @@ class SMF_EncoderStream {
     // One byte longer than a block; the current one is as long as it needs to be, with zeros behind the data.
     std::vector<uint8_t> previous_, current_;
     int64_t room_ = 0;  // bytes of the block that current_ holds
-    Block previous_, current_;  // the previous one from the first time on that there is one
     int64_t previousBase_ = -1, base_ = 0;
     int64_t position_ = 0, highest_ = 0;
     std::vector<int64_t> table_;

@@ -23,9 +23,6 @@
 struct FSI_FileSelection {
     explicit FSI_FileSelection(FSI_Reader& census) : filter((table.connect(census, "File", false), table)) {}
     FSI_ReaderTable table;  // `File`
-    explicit FSI_FileSelection(FSI_Reader& census)
-        : filter((table.connect(census, "File", false), table)) {}  // a filter takes a connected table
-    FSI_ReaderTable table;                                          // `File`
     FSI_RecordFilter filter;
 };
 

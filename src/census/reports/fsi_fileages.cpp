@@ -33,10 +33,6 @@ class Days {
     size_t count() const { return cells_.size(); }
     const FSI_Quad64& cell(size_t id) const { return cells_[id]; }
     IPE_Object text(size_t id) const {
-        auto bits = static_cast<uint32_t>(index_.keys()[id]);
-        SMF_DateValue date;
-        std::memcpy(static_cast<void*>(&date), &bits, sizeof bits);
-        return IPE_String(SMF_DateText(date));
         return IPE_String(
             SMF_DateText(std::bit_cast<SMF_DateValue>(static_cast<uint32_t>(index_.keys()[id]))));
     }
