@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "runtime/xpk_exception.h"
+#include "scan_progress.h"
 #include "scan_run.h"
 
 int main(int argc, char** argv) {
@@ -14,7 +15,7 @@ int main(int argc, char** argv) {
         if (std::optional<int> code = quillscan::parseOptions(argc, argv, options)) return *code;
         return quillscan::run(options);
     } catch (const XPK_Exception& e) {
-        std::fprintf(stderr, "quillscan: %s\n", e.message().c_str());
+        std::fprintf(stderr, "quillscan: %s\n", quillscan::printable(e.message()).c_str());
     } catch (const std::exception& e) {
         std::fprintf(stderr, "quillscan: %s\n", e.what());
     }

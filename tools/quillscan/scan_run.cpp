@@ -217,7 +217,7 @@ class Scan final : public Visitor {
     void note(const Folder& folder, int32_t number, std::string_view name, const char* call, int error) {
         census_.problem(number, name, call, error);
         if (shown_.size() < ProblemsShown) {
-            const Folder& at = folder.isPresent ? folder : *folder.parent;
+            const Folder& at = folder.isPresent || !folder.parent ? folder : *folder.parent;
             std::string path = name.empty() ? pathOf(at) : pathOf(at, name);
             shown_.push_back(printable(path) + ": " + XPK_DecodeError(error));
         }
