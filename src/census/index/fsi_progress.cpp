@@ -63,6 +63,7 @@ void FSI_Progress::publish() {
 
 void FSI_Progress::publish(const IPE_Object& message) {
     if (IPE_Store* thread = threadStore()) {
+        shown_ = true;
         thread->setKey(ThreadEntry, "message", message);
         thread->setKey(ThreadEntry, hook_, message);
     }
@@ -79,7 +80,8 @@ void FSI_Progress::clear() noexcept {
     try {
         template_ = nullptr;
         IPE_Store* thread = threadStore();
-        if (!thread) return;
+        if (!thread || !shown_) return;
+        shown_ = false;
         // A report that waits for an index goes on with an entry of its own.
         IPE_Object name = IPE_String(ThreadEntry);
         thread->removeKey(name, IPE_String(hook_));
