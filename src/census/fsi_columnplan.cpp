@@ -60,7 +60,7 @@ int32_t requireField(FSI_ReaderTable& table, const std::string& name) {
     int32_t index = table.meta().indexOf(name, false);
     if (index < 0)
         SMF_Fail(SMF_Runtime, "$field is not a property on $table objects.", table.census().name(),
-                 {{"field", name}, {"table", table.tableName()}});
+                 {{"field", name}, {"table", table.meta().tableName}});
     return index;
 }
 

@@ -70,7 +70,6 @@ void FSI_ReaderTable::connect(FSI_Reader& reader, std::string_view name, bool he
         } else {
             SMF_ReaderTable::connect(reader, name);
         }
-        meta().setName(tableName_);
         callSchema("adjust");
         meta().complete = true;
         rebuild();
