@@ -114,7 +114,8 @@ void FSI_FTableFilter::setTest(std::unique_ptr<SMF_FieldFilter> test) {
 void FSI_FTableFilter::parseText(IPE_TokenSource& tokens, int depth) {
     kind_ = Kind::Text;
     ownTable_ = std::make_unique<SMF_ReaderTable>();
-    ownTable_->connect(table_.census().pathNameHelper().store(), FSI_PathNameHelper::TableName);
+    pathNames_ = table_.census().sharePathNames();
+    ownTable_->connect(pathNames_->store(), FSI_PathNameHelper::TableName);
     other_ = ownTable_.get();
     SMF_FilterScope scope{*other_, scope_.context, scope_.variables};
     auto test = std::make_unique<SMF_StringFilter>(scope, other_->fieldIndex("Path"));
@@ -170,6 +171,7 @@ void FSI_FTableFilter::parseLevel(IPE_TokenSource& tokens, const std::string& sh
             kind_ = Kind::Level;
             figure_ = entry.figure;
             comparison_.parse(tokens, table_);
+            levels_ = table_.census().sharePathLevels();
             return;
         }
     tokens.syntaxError("The field " + meta_->name + " has no test");
@@ -208,7 +210,7 @@ bool FSI_FTableFilter::answer(int64_t number) {
 
 // A report may stand on a directory of the same index and finds it current again.
 int64_t FSI_FTableFilter::figure(int64_t number) {
-    FSI_PathLevelHelper& levels = table_.census().pathLevelHelper();
+    FSI_PathLevelHelper& levels = *levels_;
     int32_t level = levels.depth();
     int64_t row = levels.row(), value = 0;
     if (levels.locateNumber(number))

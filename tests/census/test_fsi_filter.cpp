@@ -184,6 +184,24 @@ TEST_F(CensusFilters, NumbersAndFigures) {
     EXPECT_EQ(select("FolderSize > 3 days"), "InvalidFilterException: Expecting a unit");
 }
 
+TEST_F(CensusFilters, AnIndexOfAQueryUsesTheOthers) {
+    FSI_PathLevelHelper levels(reader);
+    levels.open("Path = 'dir' and FolderFiles > 3 and OwnerName = 'anna' and exec bigger(-1)", options,
+                keywords);
+    ASSERT_TRUE(levels.locateNumber(1));
+    EXPECT_EQ(levels.figure(FSI_TreeMatches), 0);
+    EXPECT_EQ(IPE_Dict_GetInt32(options, "_not_cacheable", 0), 1);
+    FSI_PathLevelHelper other(reader);
+    other.open("Path = 'dir' and FolderFiles > 3 and OwnerName = 'anna'");
+    int64_t matches = 0;
+    for (size_t number = 1; number <= model.paths.size(); ++number)
+        for (const ModelFile& file : model.paths[number - 1].files)
+            matches += has(model.textOf(number), "dir") && figures[number].files > 3 && file.owner == 3;
+    ASSERT_TRUE(other.locateNumber(1));
+    EXPECT_EQ(other.figure(FSI_TreeMatches), matches);
+    EXPECT_GT(matches, 0);
+}
+
 TEST_F(CensusFilters, ScriptsTest) {
     expect("exec bigger(50000)",
            [&](const Row& row) { return row.file.size >= 50000 && nameOf(row.file.owner) != "anna"; });
