@@ -169,6 +169,34 @@ TEST(FileIndex, TextsAndNumbersAreLocated) {
     EXPECT_EQ(faultOf([&] { index.locate(IPE_TupleOf({IPE_Int(1)})); }).substr(0, 9), "TypeError");
 }
 
+// A directory with more children than lists are kept of is searched, one with fewer listed; both find the
+// same.
+TEST(FileIndex, DirectoriesOfAnySize) {
+    for (int32_t count : {66000, 40000}) {
+        ModelCensus census;
+        census.paths.assign(1, pathOf(0, "/"));
+        for (int32_t n = 0; n < count; ++n) census.paths.push_back(pathOf(1, n % 2 ? "d" : "D"));
+        for (int32_t n = 0; n < count; ++n)
+            census.paths[static_cast<size_t>(n) + 1].name += std::to_string(n / 2);
+        census.paths.push_back(pathOf(count + 1, "below"));
+        CensusFolder folder;
+        writeCensus(census, folder.file());
+        FSI_Reader reader(optionsOf(folder), {});
+        FSI_PathLevelHelper& index = reader.pathLevelHelper();
+        for (int32_t n : {0, 1, 2, count - 2, count - 1}) {
+            std::string own = std::to_string(n / 2);
+            ASSERT_TRUE(index.locateText("/D" + own, false));
+            EXPECT_EQ(index.number(), n / 2 * 2 + 2);
+            ASSERT_TRUE(index.locateText("/d" + own, false));
+            EXPECT_EQ(index.number(), n / 2 * 2 + 3);
+        }
+        EXPECT_TRUE(index.locateText("/d" + std::to_string((count - 1) / 2) + "/BELOW/", false));
+        EXPECT_FALSE(index.locateText("/d" + std::to_string(count), false));
+        ASSERT_TRUE(index.locateText("/", false));
+        EXPECT_EQ(index.children().size(), static_cast<size_t>(count));
+    }
+}
+
 TEST(PathIndexes, BaseAndMasks) {
     ModelCensus census = randomCensus(5, 120, 1, 8);
     CensusFolder folder;

@@ -140,11 +140,18 @@ void FSI_HelperIndex::readFailed() {
         if (!tellsDamage(fault)) throw;
         files_->drop();
         if (fault.type() == "DatabaseError" || fault.type() == "IOError") throw;
-        SMF_Fail(SMF_Corruption, "The index is damaged: $damage", store_.name(), {{"damage", fault.message()}});
+        SMF_Fail(SMF_Corruption, "The index is damaged: $damage", store_.name(),
+                 {{"damage", fault.message()}});
     }
 }
 
 void FSI_HelperIndex::failDamaged() {
     SMF_Fail(SMF_Corruption, "The index is damaged: $damage", store_.name(),
              {{"damage", file_->file->damage().first}});
+}
+
+void FSI_RequirePathRow(const FSI_Reader& census, int64_t number, int64_t row) {
+    if (number == row) return;
+    SMF_Fail(SMF_Corruption, "The path $number stands at row $row of the table Path", census.path(),
+             {{"number", std::to_string(number)}, {"row", std::to_string(row)}});
 }

@@ -86,3 +86,6 @@ class FSI_HelperIndex {
     std::unique_ptr<FSI_IndexFiles> files_;
     bool built_ = false;
 };
+
+// Row n of the table Path is path n; else DatabaseError Corruption.
+void FSI_RequirePathRow(const FSI_Reader& census, int64_t number, int64_t row);

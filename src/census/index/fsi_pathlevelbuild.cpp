@@ -17,7 +17,6 @@
 #include "runtime/epa_digest.h"
 #include "runtime/epa_shutdown.h"
 #include "store/fields/smf_datetimefield.h"
-#include "store/smf_error.h"
 
 namespace {
 
@@ -338,9 +337,7 @@ void FSI_PathLevelBuild::run(FSI_Progress& progress, std::string_view key, std::
     paths.top();
     for (paths.next(); paths.position() <= paths.rows(); paths.next()) {
         int32_t number = numbers.get();
-        if (number != paths.position())
-            SMF_Fail(SMF_Corruption, "The path $number stands at row $row of the table Path", census_.path(),
-                     {{"number", std::to_string(number)}, {"row", std::to_string(paths.position())}});
+        FSI_RequirePathRow(census_, number, paths.position());
         if (number > 1) enter(number, parents.get(), names.get());
         depth.set(gang_.depth());
         index.set(static_cast<int32_t>(nextRow(gang_.depth())));

@@ -272,8 +272,7 @@ bool FSI_PathLevelHelper::searchChildren(const Component& wanted) {
         below.seek(row);
         std::string_view name = below.name();
         bool exact = name == wanted.text;
-        if (exact || (match == 0 && name.size() == wanted.text.size() && lowerOf(name) == wanted.lower()))
-            match = row;
+        if (exact || (match == 0 && lowerOf(name) == wanted.lower())) match = row;
         if (exact) break;
     }
     if (match == 0) return false;

@@ -9,7 +9,6 @@
 #include "ipe/values/ipe_dicttype.h"
 #include "runtime/stacks/epa_vstackgang.h"
 #include "store/fields/smf_i32field.h"
-#include "store/smf_error.h"
 
 namespace {
 
@@ -106,6 +105,7 @@ void FSI_PathNameHelper::build(SMF_Writer& writer, FSI_Progress& progress) {
     Branch branch(census().base(), census().isSet("hide_paths"));
     paths.top();
     for (paths.next(); paths.position() <= paths.rows(); paths.next()) {
+        FSI_RequirePathRow(census(), number.get(), paths.position());
         branch.enter(number.get(), parent.get(), name.get());
         outNumber.set(number.get()), outOwner.set(owner.get());
         outGroup.set(group.get()), outMode.set(mode.get());

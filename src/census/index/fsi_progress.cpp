@@ -78,6 +78,7 @@ void FSI_Progress::publish(const IPE_Object& message) {
         IPE_CallScript(heard->callable_, parts[0], parts[1]);
     }
     if (IPE_Store* thread = threadStore()) {
+        shown_ = true;
         thread->setKey(ThreadEntry, "message", message);
         thread->setKey(ThreadEntry, hook_, message);
     }
@@ -94,7 +95,8 @@ void FSI_Progress::clear() noexcept {
     try {
         template_ = nullptr;
         IPE_Store* thread = threadStore();
-        if (!thread) return;
+        if (!thread || !shown_) return;
+        shown_ = false;
         // A report that waits for an index goes on with an entry of its own.
         IPE_Object name = IPE_String(ThreadEntry);
         thread->removeKey(name, IPE_String(hook_));

@@ -67,5 +67,6 @@ class FSI_Progress {
     const char* hook_;
     int64_t total_ = 0, done_ = 0;
     int64_t lastPercent_ = -1;
+    bool shown_ = false;  // the thread's entry is this object's
     IPE_Object template_, lockName_;
 };
