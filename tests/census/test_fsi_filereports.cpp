@@ -216,7 +216,8 @@ const std::pair<const char*, int> Versions[] = {
 TEST_F(FileReports, VersionsOpenNothingAndBadArgumentsAreNamed) {
     write(randomCensus(1, 5, 2));
     host = makeHost({}, {}, {{"File", "Name,Size"}});
-    for (const auto& [name, version] : Versions) {
+    for (const auto& [report, version] : Versions) {
+        const char* name = report;
         const IPE_Object command[] = {IPE_String("version")};
         EXPECT_EQ(function(name)(IPE_Arguments(command, 1))->__int__(), version);
         IPE_Object common = dictionary({{"regex", IPE_String("x")}, {"script", IPE_String("")}});

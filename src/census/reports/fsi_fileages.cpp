@@ -74,7 +74,11 @@ class FileAges final : public FSI_Report {
         for (size_t i = 0; i < dates_.size(); ++i) dates_[i].connect(table(), Columns[i]);
         std::vector<FSI_Selection> trees = selections(levels());
         createTable("create table if not exists $table (cache, date, created, accessed, modified)");
-        if (mode != "count") amount_.connect(table(), mode == "size" ? "Size" : "Space");
+        if (mode != "count") {
+            const char* column = mode == "size" ? "Size" : "Space";
+            table().fieldIndex(column);  // raises when it is missing
+            amount_.connect(table(), column);
+        }
         for (const FSI_Selection& tree : trees) {
             FSI_RowRange rest = filter().isEmpty() ? addStretches(treeRows(tree)) : treeRows(tree);
             walk(rest, true, [&] {
