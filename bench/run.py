@@ -276,7 +276,7 @@ def main():
     if options.markdown:
         # What stands behind the tables of this program comes from others and stays.
         text = read_text(options.markdown)
-        others = [at for at in (text.find("\n## " + name) for name in ("Store", "Queues", "Line server", "XML", "Fuzz")) if at >= 0]
+        others = [at for at in (text.find("\n## " + name) for name in ("Store", "Queues", "Line server", "Scans", "XML", "Fuzz")) if at >= 0]
         heading, kept = "", text[min(others):] if others else ""
         with open(options.markdown, "w", encoding="utf-8") as file:
             file.write("\n".join(out) + "\n" + heading + kept)

@@ -6,14 +6,14 @@ class census.host:
 import ipe.lua
 
 # What users see of a table, in order. A table that is not here shows what its schema script lists.
-columns = {
-    "File": ["Path", "Name", "Type", "Size", "Space", "Created", "Modified", "Accessed", "Changed", "Owner", "Group", "Mode", "Links", "Counted", "Target"],
-    "Path": ["Number", "Path", "Owner", "Group", "Mode", "Levels", "Size", "Space", "Files", "TreeSize", "TreeSpace", "TreeFiles"],
-    "PathDACL": ["Folder", "Entity", "Type", "Rights", "Text"],
-    "Entity": ["Number", "Type", "ID", "Name", "FullName"],
-    "Root": ["Number", "Path", "Host", "FileSystem", "Started", "Finished", "Folders", "Files", "Unreadable", "Size", "Space"],
-    "Problem": ["Folder", "Name", "Call", "Error", "Message"],
-    "Census": ["File", "Masked"]}
+columns = {}
+columns["File"] = ["Path", "Name", "Type", "Size", "Space", "Created", "Modified", "Accessed", "Changed", "Owner", "Group", "Mode", "Links", "Counted", "Target"]
+columns["Path"] = ["Number", "Path", "Owner", "Group", "Mode", "Levels", "Size", "Space", "Files", "TreeSize", "TreeSpace", "TreeFiles"]
+columns["PathDACL"] = ["Path", "Entity", "Type", "Rights", "Text"]
+columns["Entity"] = ["Number", "Type", "ID", "Name", "FullName"]
+columns["Root"] = ["Number", "Path", "Host", "FileSystem", "Started", "Finished", "Folders", "Files", "Unreadable", "Size", "Space"]
+columns["Problem"] = ["Path", "Name", "Call", "Error", "Message"]
+columns["Census"] = ["File", "Masked"]
 
 def beside():
     "The folder of this source file, with its separator."
@@ -31,7 +31,7 @@ def resource(name):
         file = open(beside() + name)
     except IOError:
         return None
-    text = file.read()
+    text = file.readlines().join("")
     file.close()
     return text
 

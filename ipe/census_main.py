@@ -7,7 +7,7 @@ import census.console, census.options, census.reports, census.run, census.show
 
 def roots(file):
     "What was scanned: the column Path of the table Root."
-    reader = fsi.reader.create({"fsi": file, "view": 1}, None)
+    reader = fsi.reader.create({"fsi": file}, None)
     if reader.tables().index("Root") < 0: return ["/"]
     table = reader.table("Root")
     table.get_header()
@@ -34,15 +34,15 @@ def show(run, entry, cache, wish, console):
         rows = run.rows(entry.query, entry.name, cache)
         if entry.name == "spacemap":
             console.write("\n" + entry.title + "\n")
-            census.show.map(console.write, rows, 2)
+            census.show.map(console, rows, 2)
         else:
-            census.show.table(console.write, entry.title, entry.columns, rows, wish.top)
+            census.show.table(console, entry.title, entry.columns, rows, wish.top)
         return
     names, rows = run.all(entry.name, cache)
     if wish.form == "csv":
-        census.show.csv(console.write, names, rows)
+        census.show.csv(console, names, rows)
     else:
-        census.show.json(console.write, names, rows)
+        census.show.json(console, names, rows)
 
 def reports(wish, console):
     if len(wish.paths) == 0: wish["paths"] = roots(wish.census)
@@ -60,7 +60,7 @@ def reports(wish, console):
             raise (e.details)
         except Exception, e:
             failed = failed + 1
-            console.complain(name + ": " + e.raised + ": " + e.decode)
+            console.complain(name + ": " + e.raised + ": " + e.decode + " (" + e.file + " " + e.line + ")")
     run.close()
     if failed > 0: global_set("__rc", 1)
 
@@ -81,6 +81,6 @@ def run(usage):
     except SystemExit, e:
         raise (e.details)
     except Exception, e:
-        console.complain(e.raised + ": " + e.decode)
+        console.complain(e.raised + ": " + e.decode + " (" + e.file + " " + e.line + ")")
         global_set("__rc", 1)
     console.close()

@@ -56,7 +56,7 @@ def read(arguments):
     if read.form <> "text" and len(read.reports) > 1: raise UsageError, "--csv and --json want one report: --report NAME"
     return read
 
-switches = {"--help-report": "help", "--list": "list", "--quiet": "quiet"}
+switches = {"--help": "help", "--list": "list", "--quiet": "quiet"}
 forms = {"--csv": "csv", "--json": "json"}
 files = {"--census": "census", "--out": "out"}
 shown = {"--filter": "filter", "--field": "field"}

@@ -15,7 +15,7 @@ def __init__(self, file, selection, database, listener):
     self.selection["fsi"] = file
     self.listener = listener
     self.host = census.host.create()
-    self.connection = ipe.sqlite.connect(database)
+    self.connection = ipe.sqlite.create().connect(database)
     self.cursor = self.connection.cursor()
     self.cursor.execute("create table if not exists about (cache, object)")
 
@@ -37,8 +37,8 @@ def state(self):
     return (details["size"], details["modified"])
 
 def key(self, name, options):
-    version = self.function(name)("version")
-    return sha1(repr([name, version, self.file, self.state(), repr(self.selection), repr(options)]))
+    native = self.function(name)
+    return sha1(repr([name, native("version"), self.file, self.state(), repr(self.selection), repr(options)]))
 
 def one(self, sql, values):
     "The first column of the first row, or None."
@@ -64,16 +64,16 @@ def report(self, name, options):
     return cache
 
 def call(self, name, statement, options):
-    before = getattr(self, "before_" + name)
-    after = getattr(self, "after_" + name)
-    if before <> None: before(self, statement, options)
-    function = self.function(name)
-    function("run", statement, self.selection, options, lua=self.host, progress=self.listener)
-    if after <> None: after(self, statement, options)
+    native = self.function(name)
+    if name == "file_duplicated": self.prepare_duplicates(statement, options)
+    native("run", statement, self.selection, options, lua=self.host, progress=self.listener)
+    if name == "file_duplicated": self.group_duplicates(statement, options)
+    if name == "path_index": self.keep_ranges(statement)
+    if name == "iterate": self.keep_owners(statement)
 
 # --- Reports that need a hand before or after.
 
-def before_file_duplicated(self, statement, options):
+def prepare_duplicates(self, statement, options):
     "The native side writes a fingerprint of each file through a cursor; the groups are made in SQL."
     statement("create table if not exists $table (cache, hash, copies, size, wasted, name, path)")
     extra = ""
@@ -83,13 +83,13 @@ def before_file_duplicated(self, statement, options):
     statement("create temp table details (name, size, date, owner, path, hash, ipath" + extra + ")")
     options["dcursor"] = self.connection.cursor()
 
-def after_file_duplicated(self, statement, options):
+def group_duplicates(self, statement, options):
     statement("insert into $table select $cache, hash, count(*), max(size), (count(*) - 1) * max(size), min(name), min(path) from details group by hash having count(*) > 1")
     statement("drop table temp.details")
     statement("insert into about (cache, object) values ($cache, '{}')")
     del options["dcursor"]
 
-def after_path_index(self, statement, options):
+def keep_ranges(self, statement):
     statement("create table if not exists $table (cache, number, path, range)")
     rows = []
     for path, range, number in statement.found:
@@ -97,7 +97,7 @@ def after_path_index(self, statement, options):
     statement("insert into $table values ($cache, ?, ?, ?)", rows)
     statement("insert into about (cache, object) values ($cache, '{}')")
 
-def after_iterate(self, statement, options):
+def keep_owners(self, statement):
     statement("create table if not exists $table (cache, owner, files, size)")
     totals = self.host.getglobal("totals")
     rows = []

@@ -32,11 +32,11 @@ def cell(form, value):
     function = forms[form]
     return function(value)
 
-def table(write, title, columns, rows, top):
+def table(out, title, columns, rows, top):
     "The first `top` rows; all columns but the last are padded, numbers to the right."
-    write("\n" + title + "\n")
+    out.write("\n" + title + "\n")
     if len(rows) == 0:
-        write("  (none)\n")
+        out.write("  (none)\n")
         return
     lines = []
     widths = []
@@ -52,22 +52,22 @@ def table(write, title, columns, rows, top):
     heads = []
     for heading, form in columns:
         heads.append(heading)
-    write(padded(heads, columns, widths))
+    out.write(padded(heads, columns, widths))
     for line in lines:
-        write(padded(line, columns, widths))
-    if len(rows) > top: write("  ... and " + number(len(rows) - top) + " more\n")
+        out.write(padded(line, columns, widths))
+    if len(rows) > top: out.write("  ... and " + number(len(rows) - top) + " more\n")
 
 def padded(line, columns, widths):
-    out = " "
+    text = " "
     for i in range(0, len(columns)):
         blanks = " " * (widths[i] - len(line[i]))[0]
         if columns[i][1] == "text":
             if i == len(columns) - 1: blanks = ""
-            out = out + " " + line[i] + blanks
+            text = text + " " + line[i] + blanks
         else:
-            out = out + " " + blanks + line[i]
-        out = out + " "
-    return out.rstrip() + "\n"
+            text = text + " " + blanks + line[i]
+        text = text + " "
+    return text.rstrip() + "\n"
 
 def quoted(value):
     "A field of CSV, RFC 4180."
@@ -76,50 +76,50 @@ def quoted(value):
     if text.find(",") < 0 and text.find("\"") < 0 and text.find("\n") < 0 and text.find("\r") < 0: return text
     return "\"" + text.replace("\"", "\"\"") + "\""
 
-def csv(write, names, rows):
+def csv(out, names, rows):
     line = []
     for name in names:
         line.append(quoted(name))
-    write(line.join(",") + "\r\n")
+    out.write(line.join(",") + "\r\n")
     for row in rows:
         line = []
         for value in row:
             line.append(quoted(value))
-        write(line.join(",") + "\r\n")
+        out.write(line.join(",") + "\r\n")
 
-def json(write, names, rows):
+def json(out, names, rows):
     "A list of objects, a line each."
-    write("[")
+    out.write("[")
     between = "\n"
     for row in rows:
         entry = {}
         for i in range(0, len(names)):
             entry[names[i]] = row[i]
-        write(between + repr(entry, json=1))
+        out.write(between + repr(entry, json=1))
         between = ",\n"
-    write("\n]\n")
+    out.write("\n]\n")
 
 # --- The space map, drawn: each node's share of the whole as a bar, children below their parents.
 
-def map(write, rows, top):
+def map(out, rows, top):
     "`rows` are (id, parent, name, size, mode) in the order of ids."
     children = {}
     for row in rows:
         children.getset(row[1], []).append(row)
     if children.has_key(0) == 0: return
     for root in children[0]:
-        branch(write, children, root, 0, root[3], top)
+        branch(out, children, root, 0, root[3], top)
 
-def branch(write, children, node, depth, whole, top):
+def branch(out, children, node, depth, whole, top):
     id, parent, name, size, mode = node
     if mode == 2: name = "(smaller ones)"
     if mode == 1 and depth > 0: name = name + "/"
     share = 0
     if whole > 0: share = float(size) * 100 / whole
     bar = "#" * long(share / 2.5)
-    write("  %10s %5s%% %-40s  %s%s\n".replace("%-40s", "%40s") % [bytes(size), "%.1f" % [share], bar, "  " * depth, plain(name)])
+    out.write("  %10s %5s%% %-40s  %s%s\n".replace("%-40s", "%40s") % [bytes(size), "%.1f" % [share], bar, "  " * depth, plain(name)])
     if depth >= top or children.has_key(id) == 0: return
     nodes = children[id]
     nodes.isort([(3, "D")])
     for child in nodes.isort([(3, "D")]):
-        branch(write, children, child, depth + 1, whole, top)
+        branch(out, children, child, depth + 1, whole, top)

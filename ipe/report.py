@@ -1,6 +1,6 @@
 # Reports on a census:  quillsrv OPTIONS --custom ipe/report.py
 #
-# quillsrv --help-report --custom ipe/report.py, or the manual page quillsrv-report(1), lists the options.
+# quillsrv --help --custom ipe/report.py, or the manual page quillsrv-report(1), lists the options.
 
 class startup_custom:
 
@@ -29,7 +29,7 @@ standard output alone.
   --top N              rows to print of each table (default 15)
   --csv, --json        prints all rows of one report in that form
   --quiet              prints no tables
-  --help-report        prints this text
+  --help        prints this text
 
 Exit codes: 0 done, 1 a report failed, 2 the command line is wrong.
 """

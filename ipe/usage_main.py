@@ -31,6 +31,9 @@ def source(options):
 
 def report(out):
     options = usage.options.read(global_get("__program_args"))
+    if options.help:
+        out.file.write("usage: quillsrv [--top N] [--dir FOLDER] [--store FILE [--rescan]] --custom usage.py\n")
+        return
     reading = source(options)
     if options.store == None: reading.require(options.folder)
     walk = usage.walk(options.folder, options.top, reading, out)

@@ -14,12 +14,13 @@ def absolute(folder):
 
 def read(arguments):
     "A dict with `folder`, an absolute path, and whether it was `given`, `top`, the number of rows of each table, `store`, an absolute path or None, `rescan`, and `made`, None until a store tells it."
-    options = {"folder": ".", "given": False, "top": 15, "store": None, "rescan": False, "made": None}
+    options = {"folder": ".", "given": False, "top": 15, "store": None, "rescan": False, "made": None, "help": False}
     i = 0
     while i < len(arguments):
         word = arguments[i]
         if word == "--custom": break
         if word == "--rescan": options["rescan"] = True
+        if word == "--help": options["help"] = True
         if word in ["--store", "--dir", "--top"]:
             i = i + 1
             if i == len(arguments): raise UsageError, word + " wants a value"

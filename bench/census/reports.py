@@ -22,7 +22,7 @@ def once(function, options, check):
     "Milliseconds of one call, and the answer."
     database = work + "/reports.db"
     fs("erase", database)
-    connection = ipe.sqlite.connect(database)
+    connection = ipe.sqlite.create().connect(database)
     statement = bench.statement(connection)
     cursor = connection.cursor()
     begin = timer()
@@ -62,7 +62,7 @@ def everything():
 def texts(count):
     "Path texts spread over the tree, for locating."
     ms, answer = once(storage.path_names.call, {"paths": everything()}, "select count(*) from r")
-    connection = ipe.sqlite.connect(work + "/reports.db")
+    connection = ipe.sqlite.create().connect(work + "/reports.db")
     cursor = connection.cursor()
     cursor.execute("select path from r where ipath % 5 = 0 limit " + count)
     paths = []

@@ -41,6 +41,9 @@ struct FSI_ColumnPlan {
     std::string property;                           // kind 4: the name looked for
     IPE_Object empty;                               // the value for number 0
     std::unordered_map<int64_t, IPE_Object> cache;  // kind 2
+    // Figures and path texts: the value shown last, which the files of one folder share.
+    int64_t lastNumber = 0;
+    IPE_Object lastValue;
     // What get_header tells.
     std::string type, style, label;
 

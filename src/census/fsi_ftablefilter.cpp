@@ -7,7 +7,7 @@
 // A number 0 stands for nothing. Columns then show the empty value, and so does the row tested here: the
 // other table stands behind its last row, where every value is reset.
 //
-// `Path.NAME` looks at the row before the number.
+// `Path.NAME` looks at the folder's row in the table Path.
 #include "census/fsi_ftablefilter.h"
 
 #include <unordered_map>
@@ -114,7 +114,8 @@ void FSI_FTableFilter::setTest(std::unique_ptr<SMF_FieldFilter> test) {
 void FSI_FTableFilter::parseText(IPE_TokenSource& tokens, int depth) {
     kind_ = Kind::Text;
     ownTable_ = std::make_unique<SMF_ReaderTable>();
-    ownTable_->connect(table_.census().pathNameHelper().store(), FSI_PathNameHelper::TableName);
+    pathNames_ = table_.census().sharePathNames();
+    ownTable_->connect(pathNames_->store(), FSI_PathNameHelper::TableName);
     other_ = ownTable_.get();
     SMF_FilterScope scope{*other_, scope_.context, scope_.variables};
     auto test = std::make_unique<SMF_StringFilter>(scope, other_->fieldIndex("Path"));
@@ -125,7 +126,7 @@ void FSI_FTableFilter::parseText(IPE_TokenSource& tokens, int depth) {
 // The table Path is the paths index. What that lacks is looked for in the stored table, except for texts
 // when paths are hidden, since they stand there in clear.
 void FSI_FTableFilter::parsePathColumn(IPE_TokenSource& tokens, bool unc, int depth) {
-    kind_ = Kind::Before;
+    kind_ = Kind::Folder;
     tokens.next();
     if (tokens.kind() != TOKEN_IDENTIFIER) expecting(tokens, "the name of a field");
     std::string column = tokens.getTokenText();
@@ -170,6 +171,7 @@ void FSI_FTableFilter::parseLevel(IPE_TokenSource& tokens, const std::string& sh
             kind_ = Kind::Level;
             figure_ = entry.figure;
             comparison_.parse(tokens, table_);
+            levels_ = table_.census().sharePathLevels();
             return;
         }
     tokens.syntaxError("The field " + meta_->name + " has no test");
@@ -187,14 +189,14 @@ int64_t FSI_FTableFilter::number() const {
 bool FSI_FTableFilter::selectRow(int64_t number) {
     if (number <= 0) return false;
     if (kind_ == Kind::Property) return FSI_ReaderTable::seekProperty(nested_->table(), number, property_);
-    if (kind_ == Kind::Before) --number;
     if (kind_ == Kind::Text && number > other_->rows()) return false;
     other_->seek(number);
     return true;
 }
 
 bool FSI_FTableFilter::answer(int64_t number) {
-    if (kind_ == Kind::Before && number <= 1) return false;
+    // The root stands in no folder.
+    if (kind_ == Kind::Folder && number <= 1) return false;
     if (!selectRow(number)) {
         // The one row of a virtual table is not reset.
         if (nested_ && nested_->table().isVirtual()) return false;
@@ -208,7 +210,7 @@ bool FSI_FTableFilter::answer(int64_t number) {
 
 // A report may stand on a directory of the same index and finds it current again.
 int64_t FSI_FTableFilter::figure(int64_t number) {
-    FSI_PathLevelHelper& levels = table_.census().pathLevelHelper();
+    FSI_PathLevelHelper& levels = *levels_;
     int32_t level = levels.depth();
     int64_t row = levels.row(), value = 0;
     if (levels.locateNumber(number))

@@ -31,7 +31,7 @@ class FSI_FTableFilter final : public SMF_FieldFilter {
     void evaluate(bool& result) override;
 
   private:
-    enum class Kind : uint8_t { Text, Before, Row, Property, Compare, Level };
+    enum class Kind : uint8_t { Text, Folder, Row, Property, Compare, Level };
     class Answers;  // by number
 
     void parseText(IPE_TokenSource& tokens, int depth);
@@ -59,7 +59,9 @@ class FSI_FTableFilter final : public SMF_FieldFilter {
     int64_t lastMeasure_ = 0;  // what its test added to the accumulator
     int64_t lastFigure_ = 0;
 
-    // The other table, where this test brought it along, and the test on it.
+    // The indexes in use, the other table, where this test brought it along, and the test on it.
+    std::shared_ptr<FSI_PathNameHelper> pathNames_;
+    std::shared_ptr<FSI_PathLevelHelper> levels_;
     std::unique_ptr<SMF_ReaderTable> ownTable_;
     SMF_ReaderTable* other_ = nullptr;
     std::unique_ptr<FSI_RecordFilter> nested_;

@@ -12,7 +12,7 @@
 //   while (table.advance()) IPE_Object row = table.recordAsDict();
 //
 // Values of other tables are those stored there, whatever plan their fields have here, so tables that lead to
-// each other end at the first step. A figure of a directory moves the reader's file index to that directory.
+// each other end at the first step. Reading a figure of a directory may move the reader's file index there.
 //
 // Belongs to the reader's thread; the reader must outlive it. When the reader has gone on to another census,
 // what the table has not yet opened raises Runtime "Not connected".
@@ -106,6 +106,7 @@ class FSI_ReaderTable final : public SMF_ReaderTable {
     IPE_Object value(FSI_ColumnPlan& plan);
     IPE_Object foreignValue(FSI_ColumnPlan& plan, int64_t number);
     IPE_Object figure(const FSI_ColumnPlan& plan, int64_t number);
+    IPE_Object pathText(int64_t number);
     template <class Take>
     void visitColumns(Take&& take);
 

@@ -90,6 +90,14 @@ IPE_Object FSI_ReaderTable::figure(const FSI_ColumnPlan& plan, int64_t number) {
     return IPE_Int(pathLevels_->figure(figure));
 }
 
+IPE_Object FSI_ReaderTable::pathText(int64_t number) {
+    if (!pathNames_) {
+        requireCensus();
+        pathNames_ = census_->sharePathNames();
+    }
+    return IPE_String(pathNames_->path(number));
+}
+
 IPE_Object FSI_ReaderTable::foreignValue(FSI_ColumnPlan& plan, int64_t number) {
     if (number <= 0) return ownCopy(plan.empty);
     switch (plan.kind) {
@@ -117,13 +125,12 @@ IPE_Object FSI_ReaderTable::value(FSI_ColumnPlan& plan) {
     if (plan.kind == FSI_PlanStored) [[likely]]
         return asObject(plan.index);
     int64_t number = data_.field(plan.index).as64();
-    if (plan.isFigure()) return figure(plan, number);
-    if (!plan.isPathText()) return foreignValue(plan, number);
-    if (!pathNames_) {
-        requireCensus();
-        pathNames_ = census_->sharePathNames();
+    if (!plan.isFigure() && !plan.isPathText()) return foreignValue(plan, number);
+    if (plan.lastValue.isNull() || number != plan.lastNumber) {
+        plan.lastValue = plan.isFigure() ? figure(plan, number) : pathText(number);
+        plan.lastNumber = number;
     }
-    return IPE_String(pathNames_->path(number));
+    return plan.lastValue;
 }
 
 IPE_Object FSI_ReaderTable::valueOf(std::string_view name) {

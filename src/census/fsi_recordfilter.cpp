@@ -17,9 +17,9 @@
 // Lists of the application come as what Lua makes of them; filters want a list.
 class FSI_RecordFilter::Context final : public SMF_FilterContext {
   public:
-    explicit Context(FSI_Reader& census) : census_(census) {}
+    explicit Context(FSI_ReaderTable& table) : table_(table) {}
     IPE_Object apiCall(std::string_view name, const std::vector<IPE_Object>& arguments) override {
-        IPE_Lua* host = census_.host();
+        IPE_Lua* host = table_.census().host();
         XPK_Assert(host != nullptr);
         std::vector<IPE_Object> all{IPE_String(name)};
         all.insert(all.end(), arguments.begin(), arguments.end());
@@ -33,7 +33,7 @@ class FSI_RecordFilter::Context final : public SMF_FilterContext {
     }
 
   private:
-    FSI_Reader& census_;
+    FSI_ReaderTable& table_;
 };
 
 struct FSI_RecordFilter::Exec {
@@ -45,7 +45,7 @@ struct FSI_RecordFilter::Exec {
 FSI_RecordFilter::FSI_RecordFilter(FSI_ReaderTable& table)
     : SMF_RecordFilter(table, nullptr),
       table_(table),
-      application_(std::make_shared<Context>(table.census())),
+      application_(std::make_shared<Context>(table)),
       jump_(std::make_shared<bool>(false)) {
     context_ = application_.get();
 }

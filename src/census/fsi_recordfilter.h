@@ -20,6 +20,7 @@ class FSI_RecordFilter final : public SMF_RecordFilter {
     // A test may lead through so many tables.
     static constexpr int MostTables = 8;
 
+    // The table need not be connected before the filter is compiled.
     explicit FSI_RecordFilter(FSI_ReaderTable& table);
     ~FSI_RecordFilter() override;
 

@@ -100,17 +100,17 @@ TEST_F(CensusFilters, TextsOfPaths) {
 }
 
 TEST_F(CensusFilters, ColumnsOfPaths) {
-    auto before = [&](const Row& row) -> const ModelPath& { return model.paths[row.path - 2]; };
+    auto folder = [&](const Row& row) -> const ModelPath& { return model.paths[row.path - 1]; };
     expect("Path.Levels > 2",
-           [&](const Row& row) { return row.path > 1 && figures[row.path - 1].depth > 2; });
+           [&](const Row& row) { return row.path > 1 && figures[row.path].depth > 2; });
     expect("path.Owner = 3 and Path.Mode <> 448", [&](const Row& row) {
-        return row.path > 1 && before(row).owner == 3 && before(row).mode != 0700;
+        return row.path > 1 && folder(row).owner == 3 && folder(row).mode != 0700;
     });
     expect("not Path.Path = 'dir'",
-           [&](const Row& row) { return row.path == 1 || !has(model.textOf(row.path - 1), "dir"); });
+           [&](const Row& row) { return row.path == 1 || !has(model.textOf(row.path), "dir"); });
     // What the paths index lacks stands in the stored table.
     expect("Path.Name = '^dir'",
-           [&](const Row& row) { return row.path > 1 && before(row).name.starts_with("dir"); });
+           [&](const Row& row) { return row.path > 1 && folder(row).name.starts_with("dir"); });
     EXPECT_EQ(select("unc.Levels > 2"), "DatabaseError: No physical or logical table named UNC");
     EXPECT_EQ(select("Path.Nothing = 2"), "DatabaseError: Nothing is not a property on PathName objects.");
     EXPECT_EQ(select("Path.3 = 2").substr(0, 23), "InvalidFilterException:");
@@ -129,7 +129,7 @@ TEST_F(CensusFilters, HiddenPathsAreNotTestedInClear) {
     text.compile("Path = '/(dir|Ordner)[^/]*/$'");
     for (files.top(); files.advance();) {
         auto number = static_cast<size_t>(files.valueOf("PathNumber")->__int__());
-        EXPECT_EQ(parent.accepts(), number > 1 && model.paths[number - 2].parent == 1);
+        EXPECT_EQ(parent.accepts(), number > 1 && model.paths[number - 1].parent == 1);
         EXPECT_EQ(text.accepts(), number > 1 && figures[number].depth <= 4) << model.textOf(number);
     }
 }
@@ -182,6 +182,24 @@ TEST_F(CensusFilters, NumbersAndFigures) {
     for (const char* query : {"Plain = 'root'", "Odd > 5"})
         EXPECT_EQ(select(query).substr(0, 35), "InvalidFilterException: The field " + std::string(query, 1));
     EXPECT_EQ(select("FolderSize > 3 days"), "InvalidFilterException: Expecting a unit");
+}
+
+TEST_F(CensusFilters, AnIndexOfAQueryUsesTheOthers) {
+    FSI_PathLevelHelper levels(reader);
+    levels.open("Path = 'dir' and FolderFiles > 3 and OwnerName = 'anna' and exec bigger(-1)", options,
+                keywords);
+    ASSERT_TRUE(levels.locateNumber(1));
+    EXPECT_EQ(levels.figure(FSI_TreeMatches), 0);
+    EXPECT_EQ(IPE_Dict_GetInt32(options, "_not_cacheable", 0), 1);
+    FSI_PathLevelHelper other(reader);
+    other.open("Path = 'dir' and FolderFiles > 3 and OwnerName = 'anna'");
+    int64_t matches = 0;
+    for (size_t number = 1; number <= model.paths.size(); ++number)
+        for (const ModelFile& file : model.paths[number - 1].files)
+            matches += has(model.textOf(number), "dir") && figures[number].files > 3 && file.owner == 3;
+    ASSERT_TRUE(other.locateNumber(1));
+    EXPECT_EQ(other.figure(FSI_TreeMatches), matches);
+    EXPECT_GT(matches, 0);
 }
 
 TEST_F(CensusFilters, ScriptsTest) {

@@ -39,6 +39,7 @@ class Statement final : public IPE_Type {
     IPE_Object __call__(const IPE_Arguments& arguments) override {
         calls.push_back({std::string(arguments.text(0)), {}});
         if (arguments.size() < 2) return {};
+        if (keeps && !kept) kept = arguments[1];
         for (const IPE_Object& tuple : PyList_SafeCast(arguments[1])->items()) {
             std::string text;
             for (const IPE_Object& value : PyTuple_SafeCast(tuple)->items())
@@ -70,6 +71,8 @@ class Statement final : public IPE_Type {
     bool takesResults;
     std::vector<Call> calls;
     static inline std::string results;
+    bool keeps = false;
+    IPE_Object kept;  // the rows of the first insert
 };
 
 std::string momentText(const SMF_DateTimeValue& value) {
@@ -489,6 +492,14 @@ TEST_F(PathReports, ManyRowsGoInBatches) {
     batch.flush(false);
     EXPECT_EQ(last().inserts("insert"), (std::vector<size_t>{3, 0, 1}));
     EXPECT_EQ(last().calls.back().rows, Rows{"1|x"});
+
+    // What a statement keeps stays as it was; what it does not keep may be filled again.
+    statement = IPE_New<Statement>(false);
+    last().keeps = true;
+    FSI_RowBatch kept(statement, "insert", 1);
+    for (int i = 0; i < 8; ++i) kept.add(IPE_Int(i), IPE_Int(-i));
+    EXPECT_EQ(IPE_Object_ToString(last().kept), "[(0, 0), (1, -1)]");
+    EXPECT_EQ(last().rows("insert"), (Rows{"0|0", "1|-1", "2|-2", "3|-3", "4|-4", "5|-5", "6|-6", "7|-7"}));
 }
 
 TEST_F(PathReports, TheIndexOfPathsGoesBackToTheCaller) {

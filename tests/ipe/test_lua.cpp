@@ -115,6 +115,8 @@ TEST_F(Lua, ValuesComeBackAsTheyWent) {
     IPE_Object native = IPE_New<Native>([](auto&) { return IPE_Object(); });
     EXPECT_EQ(back(native), native);
     EXPECT_EQ(back(object), object);  // the state within itself, which must not keep it alive
+    IPE_Object method = back(object->__getattr__(S("getglobal"), 0));
+    EXPECT_EQ(IPE_Call(method, S("v")).typeName(), IPE_CallAdapter::TypeName);
     IPE_Object function = run("return function(a, b) return b, a end");
     EXPECT_STREQ(function.typeName(), "LuaFunction");
     EXPECT_EQ(repr(IPE_Call(back(function), I(1), S("x"))), "('x', 1)");
@@ -126,6 +128,7 @@ TEST_F(Lua, ValuesComeBackAsTheyWent) {
 }
 
 TEST_F(Lua, SharedAndCyclicContainersStaySo) {
+    define("held", [](auto&) { return IPE_Object(); });
     IPE_Object dict = run("local t = {} t.self = t t.a = {} t.b = t.a return t");
     EXPECT_EQ(dict->__getitem__(S("self")), dict);
     EXPECT_EQ(dict->__getitem__(S("a")), dict->__getitem__(S("b")));
@@ -134,6 +137,10 @@ TEST_F(Lua, SharedAndCyclicContainersStaySo) {
     lua.setGlobal("t", dict);
     EXPECT_EQ(shown("return t.self == t, t.a == t.b, t.a ~= t"), "(True, True, True)");
     dict->clear();
+    // A cycle around a value that cannot cross is taken apart again (the leak check watches).
+    error(
+        "local t = {{}} t.self = t t[1].up = t t.held = held t[2] = setmetatable({t, io.stdout}, {__ipetype "
+        "= 'list'}) return t");
     // 2 to the 60 lists without sharing.
     IPE_Object list = L({});
     for (int i = 0; i < 60; ++i) list = L({list, list});
@@ -177,6 +184,14 @@ TEST_F(Lua, CallablesTakeArgumentsAndKeywords) {
           {"ipesplit('a', 1)", "Second argument to ipesplit not a string (type 3)."}})
         EXPECT_EQ(error(text), std::string("LuaInterpreterException: ") + message + " [1: " + text + "]");
     EXPECT_EQ(shown("local t = ipesplit('a,b,,c', ',') return #t, t[4], t"), "(4, 'c', ['a', 'b', '', 'c'])");
+    // What a callable kept of its arguments outlives its failure.
+    IPE_Object kept;
+    define("keep", [&](const IPE_Arguments& a) -> IPE_Object {
+        kept = a[0];
+        XPK_Raise("KeyError", "x").raise();
+    });
+    error("keep({{1}, 2})");
+    EXPECT_EQ(repr(kept->__getitem__(I(1))), "{1: 1}");
     // A userdata that has given its object up.
     lua_State* L = lua.state();
     lua_getglobal(L, "f");
@@ -252,8 +267,8 @@ TEST_F(Lua, EndlessMutualCallsEndInAnError) {
     lua.compile("function f() return again() end");
     EXPECT_NE(raised([&] { lua.callWith("f"); }).find("C stack overflow"), std::string::npos);
     EXPECT_NE(error("local function f() return 1 + f() end f()").find("stack overflow"), std::string::npos);
-    EXPECT_NE(error("local s = {} for i = 1, 3e5 do s[i] = i end return table.unpack(s)").find(""),
-              std::string::npos);
+    IPE_Object many = run("local s = {} for i = 1, 3e5 do s[i] = i end return table.unpack(s)");
+    EXPECT_EQ(IPE_Tuple(many).count(), 300'000);
     // A callback that enters the state again from a coroutine.
     define("enter", [&](const IPE_Arguments& a) { return lua.execute(a.text(0)); });
     EXPECT_EQ(shown("return coroutine.wrap(function() coroutine.yield(enter('return 1 + 1')) end)()"), "2");
@@ -310,11 +325,14 @@ TEST_F(Lua, TextsCannotHarmTheServer) {
               "(None, None, None, True, None)");
     EXPECT_NE(error("setmetatable({}, {__gc = true})").find("__gc"), std::string::npos);
     EXPECT_NE(error("require 'no.such.module'").find("module 'no.such.module' not found"), std::string::npos);
-    // Finalizers of library objects cannot be reached through their metatables; called by name they end the
-    // object once.
+    // Finalizers of library objects are out of reach.
+    EXPECT_EQ(shown("return getmetatable(io.stdout), getmetatable(rex_pcre.new('a')), "
+                    "getmetatable(select(2, lfs.dir('.')))"),
+              "(False, False, False)");
     EXPECT_EQ(
-        shown("return getmetatable(io.stdout), getmetatable(rex_pcre.new('a')), getmetatable(lfs.dir('.'))"),
-        "(False, False, None)");
+        shown("local env = luasql.sqlite3() local r, c = rex_pcre.new('a'), env:connect(':memory:') "
+              "return r.__gc, io.stdout.__gc, env.__gc, c.__gc, c:execute('select 1').__gc, r:match('a')"),
+        "(None, None, None, None, None, 'a')");
     EXPECT_EQ(error("local s = string.rep('x', 2^30) return #s"),
               "LuaInterpreterException: not enough memory [: ]");
     EXPECT_EQ(error("local s = 'x' while true do s = s .. s end").substr(0, 42),

@@ -2,6 +2,8 @@
 
 class startup_custom:
 
+interpreter("load", fs("get_env", "QUILL_CHECK"))
+import check
 import smf.writer, fsi.reader, fsi.reader.table, ipe.lua
 
 path = fs("get_env", "QUILL_SCRATCH") + "/census.dat"
@@ -44,12 +46,14 @@ print reader.table("Census").pump(batch=5)
 try:
     reader.table("None")
 except DatabaseError, e:
-    print e.message
+    lines = e.decode.split("\n")
+    print e.raised, lines[0]
 # Without a host every stored column is there.
 print fsi.reader.create({"fsi": path}).table("Order").pump(batch=1)
 try:
     fsi.reader.table.create().get_header()
 except DatabaseError, e:
-    print e.message
+    lines = e.decode.split("\n")
+    print e.raised, lines[0]
 reader.close("")
 print reader.tables()

@@ -5,7 +5,7 @@
 
 function adjust()
     -- The folder's full path, out of the paths index. A query can test it (Path = '/mail/') or ask for a column of
-    -- the folder (Path.Mode has ow).
+    -- the folder (Path.Levels > 3).
     addFieldShadow("Path", "PathNumber", {FTable = "PathName", FShow = "Path", label = "Path"})
 
     -- Owners and groups are numbers of entities; queries test their names (Owner = '^root$').
@@ -22,7 +22,6 @@ function adjust()
     addFieldShadow("FolderFiles", "PathNumber", {FTable = "PathLevel", FShow = "Files", label = "Files in the folder"})
     addFieldShadow("Depth", "PathNumber", {FTable = "PathLevel", FShow = "Depth", label = "Depth"})
 
-    -- The stored size as a plain number for comparisons without units and for `Waste`: what is allocated beyond it.
     setFieldStyle("Size", "bytes")
     setFieldStyle("Space", "bytes")
 end

@@ -2,5 +2,6 @@
 
 function adjust()
     setFieldTags("Entity", {FTable = "Entity", FMode = "1:1", FShow = "Name", label = "Who"})
-    addFieldShadow("Folder", "Path", {FTable = "PathName", FShow = "Path", label = "Path"})
+    -- The number is shown, and can be tested, as the folder's full path.
+    setFieldTags("Path", {FTable = "PathName", FShow = "Path", label = "Path"})
 end

@@ -1,5 +1,5 @@
 -- The table Problem: what the scan could not read.
 
 function adjust()
-    addFieldShadow("Folder", "Path", {FTable = "PathName", FShow = "Path", label = "Path"})
+    setFieldTags("Path", {FTable = "PathName", FShow = "Path", label = "Path"})
 end

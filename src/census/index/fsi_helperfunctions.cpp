@@ -3,7 +3,7 @@
 //   helper.path_names.call("run", {"fsi": file, "lua": host})
 //
 // Each opens a reader with the options, opens or builds its index, and frees it all again. Path levels take a
-// `filter` as well.
+// `filter` as well. The keyword `progress` is that of reports.
 #include "census/index/fsi_entityhelper.h"
 #include "census/index/fsi_pathlevelhelper.h"
 #include "census/index/fsi_pathnamehelper.h"
@@ -20,9 +20,10 @@ template <class Index>
 IPE_Object callHelper(const IPE_Arguments& arguments, Index index) {
     arguments.check("s|ooo", "call");
     if (arguments.text(0) == "version") return IPE_Int(Version);
-    arguments.check("so", "call");
+    arguments.check("so|", "call");
     const IPE_Object& options = arguments[1];
     IPE_Object host(PyDict_SafeCast(options)->findText("lua"));
+    FSI_ProgressListener listener(arguments.keyword("progress"));
     FSI_Reader reader(options, host);
     index(reader, options);
     return IPE_None();

@@ -72,8 +72,10 @@ EPA_FileName nameOf(const FSI_Reader& census) {
     return EPA_FileNameOf(IPE_String(census.path()));
 }
 
-bool isStoreFailure(const XPK_Exception& fault) {
-    return fault.type() == "DatabaseError" || fault.type() == "IOError";
+// Bytes that are not what they were meet many checks on their way, not all of them the store's.
+bool tellsDamage(const XPK_Exception& fault) {
+    return fault.type() != "SystemExit" && fault.type() != "DevelopmentException" &&
+           !dynamic_cast<const XPK_MemoryException*>(&fault);
 }
 
 }  // namespace
@@ -89,7 +91,7 @@ bool FSI_HelperIndex::openStore() {
         store_.open(files_->data());
         if (store_.location(kind_.table) >= 0) return true;
     } catch (const XPK_Exception& fault) {
-        if (!isStoreFailure(fault)) throw;
+        if (!tellsDamage(fault)) throw;
     }
     store_.close();
     return false;
@@ -131,18 +133,18 @@ void FSI_HelperIndex::buildFresh(FSI_Progress& progress) {
     }
 }
 
-void FSI_HelperIndex::noteFailure() noexcept {
+void FSI_HelperIndex::readFailed() {
     try {
         throw;
     } catch (const XPK_Exception& fault) {
-        if (isStoreFailure(fault)) files_->drop();
-    } catch (...) {
-        // Not the index's fault.
+        if (!tellsDamage(fault)) throw;
+        files_->drop();
+        if (fault.type() == "DatabaseError" || fault.type() == "IOError") throw;
+        SMF_Fail(SMF_Corruption, "The index is damaged: $damage", store_.name(), {{"damage", fault.message()}});
     }
 }
 
 void FSI_HelperIndex::failDamaged() {
-    files_->drop();
     SMF_Fail(SMF_Corruption, "The index is damaged: $damage", store_.name(),
              {{"damage", file_->file->damage().first}});
 }

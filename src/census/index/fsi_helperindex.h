@@ -65,8 +65,7 @@ class FSI_HelperIndex {
                 return result;
             }
         } catch (...) {
-            noteFailure();
-            throw;
+            readFailed();
         }
     }
 
@@ -76,7 +75,7 @@ class FSI_HelperIndex {
             failDamaged();
     }
     [[noreturn]] void failDamaged();
-    void noteFailure() noexcept;
+    [[noreturn]] void readFailed();  // in a handler: rethrows, or tells that the index is damaged
     bool openStore();
     void buildFresh(FSI_Progress& progress);
 

@@ -21,9 +21,8 @@
 
 // The files that an index counts in full.
 struct FSI_FileSelection {
-    explicit FSI_FileSelection(FSI_Reader& census)
-        : filter((table.connect(census, "File", false), table)) {}  // a filter takes a connected table
-    FSI_ReaderTable table;                                          // `File`
+    explicit FSI_FileSelection(FSI_Reader& census) : filter((table.connect(census, "File", false), table)) {}
+    FSI_ReaderTable table;  // `File`
     FSI_RecordFilter filter;
 };
 

@@ -6,8 +6,10 @@
 #include <cmath>
 #include <string>
 
+#include "ipe/language/ipe_scriptcall.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_globals.h"
+#include "ipe/values/ipe_numbers.h"
 #include "runtime/epa_threadpassport.h"
 #include "runtime/xpk_threadstate.h"
 
@@ -23,9 +25,18 @@ IPE_Store* threadStore() {
     return &IPE_StoreOf(state->passport->variables());
 }
 
+thread_local FSI_ProgressListener* listener = nullptr;
+
 bool isHelper(const char* hook) { return std::string_view(hook) == "msg_helper"; }
 
 }  // namespace
+
+FSI_ProgressListener::FSI_ProgressListener(const IPE_Object& callable)
+    : callable_(callable.is<IPE_NoneType>() ? IPE_Object() : callable), outer_(listener) {
+    if (!callable_.isNull()) listener = this;
+}
+
+FSI_ProgressListener::~FSI_ProgressListener() { listener = outer_; }
 
 FSI_Progress::FSI_Progress(const char* hook) : hook_(hook) {}
 
@@ -62,6 +73,10 @@ void FSI_Progress::publish() {
 }
 
 void FSI_Progress::publish(const IPE_Object& message) {
+    if (FSI_ProgressListener* heard = listener; heard && message.is<IPE_ListType>()) {
+        IPE_List parts(message);
+        IPE_CallScript(heard->callable_, parts[0], parts[1]);
+    }
     if (IPE_Store* thread = threadStore()) {
         thread->setKey(ThreadEntry, "message", message);
         thread->setKey(ThreadEntry, hook_, message);

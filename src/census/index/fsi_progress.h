@@ -13,6 +13,22 @@
 
 #include "runtime/ipe_object.h"
 
+// For as long as it lives, a script callable that gets the template and the percentage of every message of
+// its thread; for runs where no other thread could read them. A null handle and None listen to nothing. What
+// the callable raises ends the walk.
+class FSI_ProgressListener {
+  public:
+    explicit FSI_ProgressListener(const IPE_Object& callable);
+    ~FSI_ProgressListener();
+    FSI_ProgressListener(const FSI_ProgressListener&) = delete;
+    FSI_ProgressListener& operator=(const FSI_ProgressListener&) = delete;
+
+  private:
+    friend class FSI_Progress;
+    IPE_Object callable_;
+    FSI_ProgressListener* outer_;
+};
+
 class FSI_Progress {
   public:
     static constexpr int64_t Step = 1000;

@@ -1,7 +1,7 @@
 // FSI_MomentTexts: times as the texts that reports write, each made once.
 //
 // Trees share the latest times of what is in them, so that a report meets few of them, again and again. The
-// texts of the latest few thousand stay at hand. Belongs to one thread.
+// texts of the latest few hundred stay at hand. Belongs to one thread.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ class FSI_MomentTexts {
     const IPE_Object& of(const SMF_DateValue& date);
 
   private:
-    static constexpr int Bits = 12;
+    static constexpr int Bits = 9;
     static constexpr size_t Size = size_t(1) << Bits;
     struct Entry {
         uint64_t key = 0;

@@ -26,10 +26,11 @@ IPE_Object dictionaryAt(const IPE_Arguments& arguments, int index) {
 }  // namespace
 
 FSI_Report::FSI_Report(const IPE_Arguments& arguments)
-    : statement_((arguments.check("sooo", "call"), arguments[1])),
+    : statement_((arguments.check("sooo|", "call"), arguments[1])),
       selection_(dictionaryAt(arguments, 2)),
       options_(dictionaryAt(arguments, 3)),
       keywords_(arguments.keywordsOrNull()),
+      listener_(arguments.keyword("progress")),
       census_(selection_, arguments.keyword("lua")),
       progress_("msg_primitive") {}
 FSI_Report::~FSI_Report() = default;

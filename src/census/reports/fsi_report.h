@@ -2,9 +2,10 @@
 // result tables and progress.
 //
 // A report is a script function `storage.NAME.call(command, statement, selection, options)` with the keyword
-// `lua`. The command "version" gives its version and does nothing else. `statement` is called with one SQL
-// template, for inserts also with a list of tuples. What a report owns is released when it ends, whichever
-// way; rows inserted until then stay.
+// `lua` and, for runs that no other thread watches, `progress` (FSI_ProgressListener). The command "version"
+// gives its version and does nothing else. `statement` is called with one SQL template, for inserts also with
+// a list of tuples. What a report owns is released when it ends, whichever way; rows inserted until then
+// stay.
 //
 // A report runs on the calling thread; it holds no lock.
 #pragma once
@@ -125,6 +126,7 @@ class FSI_Report {
     void writeAbout(const IPE_Object& dictionary);
 
     IPE_Object statement_, selection_, options_, keywords_;
+    FSI_ProgressListener listener_;  // the keyword `progress`
     FSI_Reader census_;
     FSI_ReaderTable table_;
     IPE_Object header_;

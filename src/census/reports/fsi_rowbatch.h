@@ -4,6 +4,7 @@
 
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "runtime/ipe_object.h"
 
@@ -22,7 +23,7 @@ class FSI_RowBatch {
         take(std::move(row));
     }
     // The same for a row that is put together by its parts: newRow(), append() for each, take().
-    static IPE_Object newRow(size_t size);
+    IPE_Object newRow(size_t size);
     static void append(const IPE_Object& row, IPE_Object value);
     void take(IPE_Object row);
     // Passes on what is there. With `always` also an empty list, unless an earlier one was passed on since
@@ -33,6 +34,7 @@ class FSI_RowBatch {
     void pass();
 
     IPE_Object statement_, sql_, rows_;
+    std::vector<IPE_Object> spare_;  // tuples of the last batch
     size_t limit_;
     bool passed_ = false;
 };

@@ -98,7 +98,7 @@ class Summary : public FSI_Report {
         };
         text_.clear();
         index.pathText(text_);
-        IPE_Object row = FSI_RowBatch::newRow(10);
+        IPE_Object row = rows.newRow(10);
         auto put = [&](IPE_Object value) { FSI_RowBatch::append(row, std::move(value)); };
         if (tree_) put(IPE_String(lastComponent(text_)));
         put(figure(FSI_PathSize, FSI_TreeSize));

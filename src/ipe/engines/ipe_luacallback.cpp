@@ -1,8 +1,8 @@
 // Script objects as Lua values.
 //
 // What holds an object of the state's own would keep the state alive from within: its functions are
-// therefore pushed as what they are, and the userdata of the state itself holds it without a count. Cycles
-// over several objects are not found; who makes them breaks them, as everywhere.
+// therefore pushed as what they are, and the userdata of the state itself and of its methods hold it without
+// a count. Cycles over several objects are not found; who makes them breaks them, as everywhere.
 #include "ipe/engines/ipe_luacallback.h"
 
 #include "ipe/engines/ipe_lua.h"
@@ -30,6 +30,11 @@ Box* boxAt(const IPE_LuaState& state, lua_State* L, int index) {
     return static_cast<Box*>(lua_touserdata(L, index));
 }
 
+// The same method, holding its object or not.
+IPE_Object withCount(const IPE_CallAdapter& adapter, bool counted) {
+    return IPE_New<IPE_CallAdapter>(adapter.target(), adapter.method(), counted, adapter.notForUntrusted());
+}
+
 IPE_Object requireHeld(const IPE_LuaState& state, lua_State* L) {
     IPE_Object held = IPE_LuaHeldObject(state, L, 1);
     if (!held) luaL_error(L, "IPE_Function == 0");
@@ -44,22 +49,27 @@ int give(IPE_LuaState& state, lua_State* L, const IPE_Object& result) {
 
 // --- Metamethods
 
+// The arguments of a call, which stand behind the called object.
+void readArguments(IPE_LuaState& state, lua_State* L, IPE_ArgumentBuffer& buffer) {
+    IPE_LuaReader reader(state, L);
+    int count = lua_gettop(L);
+    luaL_checkstack(L, 6, "too many arguments");
+    for (int i = 2; i <= count; ++i) {
+        if (lua_istable(L, i) && IPE_LuaMarkOf(state, L, i) == IPE_LuaState::Keywords) {
+            if (!buffer.keywords) buffer.keywords = IPE_NewDict();
+            reader.readPairs(i, buffer.keywords, false);
+        } else {
+            buffer.push(reader.read(i));
+        }
+    }
+}
+
 int callHeld(lua_State* L) {
     return IPE_LuaState::callback(L, [L](IPE_LuaState& state) {
         IPE_Object callee = requireHeld(state, L);
         IPE_ArgumentBuffer buffer;
         if (callee.is<IPE_OldClassType>()) buffer.push(callee);
-        IPE_LuaReader reader(state, L);
-        int count = lua_gettop(L);
-        luaL_checkstack(L, 6, "too many arguments");
-        for (int i = 2; i <= count; ++i) {
-            if (lua_istable(L, i) && IPE_LuaMarkOf(state, L, i) == IPE_LuaState::Keywords) {
-                if (!buffer.keywords) buffer.keywords = IPE_NewDict();
-                reader.readPairs(i, buffer.keywords, false);
-            } else {
-                buffer.push(reader.read(i));
-            }
-        }
+        readArguments(state, L, buffer);
         return give(state, L, callee->__call_untrusted__(buffer.arguments()));
     });
 }
@@ -84,9 +94,9 @@ int getAttribute(lua_State* L) {
 int setAttribute(lua_State* L) {
     return IPE_LuaState::callback(L, [L](IPE_LuaState& state) {
         IPE_Object held = requireHeld(state, L);
-        IPE_LuaReader reader(state, L);
-        IPE_Object key = reader.read(2);
-        held->__setattr__(key, reader.read(3));
+        IPE_Object key = IPE_LuaReader(state, L).read(2);
+        IPE_Object value = IPE_LuaReader(state, L).read(3);
+        held->__setattr__(key, value);
         return 0;
     });
 }
@@ -200,16 +210,21 @@ void IPE_OpenLuaBridge(IPE_LuaState& state, lua_State* L) {
 
 void IPE_PushLuaObject(IPE_LuaState& state, lua_State* L, const IPE_Object& value) {
     if (auto* function = value.tryAs<IPE_LuaFunction>(); function && function->pushIn(state, L)) return;
-    bool callable = value.is<IPE_CodeType>() || value.is<IPE_CallAdapter>();
+    IPE_Object held = value;
+    auto* adapter = value.tryAs<IPE_CallAdapter>();
+    if (adapter && adapter->target() == &state.owner()) held = withCount(*adapter, false);
+    auto mark = adapter || value.is<IPE_CodeType>() ? IPE_LuaState::Function : IPE_LuaState::Class;
     auto* box = new (lua_newuserdata(L, sizeof(Box))) Box;
     box->isOwner = value.counted() == &state.owner();
-    if (!box->isOwner) box->held = value;
-    lua_rawgeti(L, LUA_REGISTRYINDEX, state.marks[callable ? IPE_LuaState::Function : IPE_LuaState::Class]);
+    if (!box->isOwner) box->held = std::move(held);
+    lua_rawgeti(L, LUA_REGISTRYINDEX, state.marks[mark]);
     lua_setmetatable(L, -2);
 }
 
 IPE_Object IPE_LuaHeldObject(const IPE_LuaState& state, lua_State* L, int index) {
     Box* box = boxAt(state, L, index);
     if (!box) return {};
-    return box->isOwner ? IPE_Object(&state.owner()) : box->held;
+    if (box->isOwner) return IPE_Object(&state.owner());
+    auto* adapter = box->held.tryAs<IPE_CallAdapter>();
+    return adapter && !adapter->owned() ? withCount(*adapter, true) : box->held;
 }

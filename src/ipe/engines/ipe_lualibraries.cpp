@@ -7,6 +7,8 @@
 // would bring a second engine, stay out.
 #include "ipe/engines/ipe_lualibraries.h"
 
+#include <cstring>
+
 extern "C" {
 #include <lfs.h>
 #include <lua-rex-pcre2.h>
@@ -163,6 +165,28 @@ void limitPackage(lua_State* L) {
     lua_pop(L, 2);
 }
 
+// A metatable on top that serves as its own index offers its finalizer as a method, and not every library
+// stands a use of the object after that. The index becomes a copy of the true methods.
+void hideMetamethods(lua_State* L) {
+    lua_getfield(L, -1, "__index");
+    bool own = lua_rawequal(L, -1, -2);
+    lua_pop(L, 1);
+    if (!own) return;
+    int metatable = lua_gettop(L);
+    lua_newtable(L);
+    lua_pushnil(L);
+    while (lua_next(L, metatable)) {
+        bool method = lua_type(L, -2) == LUA_TSTRING && strncmp(lua_tostring(L, -2), "__", 2) != 0;
+        lua_pushvalue(L, -2);
+        lua_insert(L, -2);
+        if (method)
+            lua_rawset(L, metatable + 1);
+        else
+            lua_pop(L, 2);
+    }
+    lua_setfield(L, metatable, "__index");
+}
+
 // The metatables of library objects are reached by getmetatable; a Lua function put there as `__gc` would
 // run unwatched.
 void hideMetatables(lua_State* L) {
@@ -170,12 +194,16 @@ void hideMetatables(lua_State* L) {
     while (lua_next(L, LUA_REGISTRYINDEX)) {
         if (lua_type(L, -2) == LUA_TSTRING && lua_type(L, -1) == LUA_TTABLE) {
             lua_getfield(L, -1, "__gc");
-            lua_getfield(L, -2, "__metatable");
-            bool open = !lua_isnil(L, -2) && lua_isnil(L, -1);
-            lua_pop(L, 2);
-            if (open) {
-                lua_pushboolean(L, 0);
-                lua_setfield(L, -2, "__metatable");
+            bool final = !lua_isnil(L, -1);
+            lua_pop(L, 1);
+            if (final) {
+                hideMetamethods(L);
+                lua_getfield(L, -1, "__metatable");
+                if (lua_isnil(L, -1)) {
+                    lua_pushboolean(L, 0);
+                    lua_setfield(L, -3, "__metatable");
+                }
+                lua_pop(L, 1);
             }
         }
         lua_pop(L, 1);
@@ -185,6 +213,8 @@ void hideMetatables(lua_State* L) {
 void openLinked(lua_State* L) {
     luaL_requiref(L, "lfs", luaopen_lfs, 1);
     luaL_requiref(L, "rex_pcre2", luaopen_rex_pcre2, 1);
+    lua_pushnil(L);
+    lua_setfield(L, -2, "_newmembuffer");  // bare memory, for that library's own tests
     luaL_getsubtable(L, LUA_REGISTRYINDEX, "_LOADED");
     lua_pushvalue(L, -2);
     lua_setfield(L, -2, "rex_pcre");

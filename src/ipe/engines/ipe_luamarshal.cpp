@@ -173,6 +173,19 @@ void IPE_LuaWriter::fillSequence(const IPE_Object& value) {
 
 // --- From Lua
 
+IPE_LuaReader::~IPE_LuaReader() {
+    if (std::uncaught_exceptions() <= failures_) [[likely]]
+        return;
+    auto drop = [](const IPE_Object& value) {
+        if (auto* dict = value.tryAs<IPE_DictType>())
+            dict->recycle();
+        else if (value)
+            value.as<IPE_SequenceType>()->items().clear();
+    };
+    drop(first_);
+    for (auto& [address, value] : others_) drop(value);
+}
+
 IPE_Object IPE_LuaReader::read(int index) {
     switch (lua_type(L_, index)) {
         case LUA_TNONE:

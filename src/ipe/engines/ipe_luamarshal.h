@@ -6,6 +6,7 @@
 // inside IPE_LuaState::run() or callback(); they raise Lua errors when the engine lacks memory.
 #pragma once
 
+#include <exception>
 #include <unordered_map>
 
 #include "ipe/engines/ipe_luastate.h"
@@ -43,7 +44,13 @@ class IPE_LuaWriter {
 // Lua values to scripts.
 class IPE_LuaReader {
   public:
-    IPE_LuaReader(IPE_LuaState& state, lua_State* L) : state_(state), L_(L) {}
+    IPE_LuaReader(IPE_LuaState& state, lua_State* L)
+        : state_(state), L_(L), failures_(std::uncaught_exceptions()) {}
+    // On the way out of a failure, empties what was made: a half-read table that holds itself would stay. So
+    // a reader ends before anybody else gets its values.
+    ~IPE_LuaReader();
+    IPE_LuaReader(const IPE_LuaReader&) = delete;
+    IPE_LuaReader& operator=(const IPE_LuaReader&) = delete;
     // The value at an absolute index; None for nil and beyond the top. What has no counterpart raises
     // RuntimeError "Could not coerce Lua return value to IPE type!".
     IPE_Object read(int index);
@@ -60,6 +67,7 @@ class IPE_LuaReader {
 
     IPE_LuaState& state_;
     lua_State* L_;
+    const int failures_;
     int depth_ = 0;
     // The first table stands aside: most crossings hold one or none.
     const void* firstAddress_ = nullptr;
