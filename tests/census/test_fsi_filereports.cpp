@@ -216,7 +216,8 @@ const std::pair<const char*, int> Versions[] = {
 TEST_F(FileReports, VersionsOpenNothingAndBadArgumentsAreNamed) {
     write(randomCensus(1, 5, 2));
     host = makeHost({}, {}, {{"File", "Name,Size"}});
-    for (const auto& [name, version] : Versions) {
+    for (const auto& [report, version] : Versions) {
+        const char* name = report;
         const IPE_Object command[] = {IPE_String("version")};
         EXPECT_EQ(function(name)(IPE_Arguments(command, 1))->__int__(), version);
         IPE_Object common = dictionary({{"regex", IPE_String("x")}, {"script", IPE_String("")}});
@@ -284,10 +285,12 @@ TEST_F(FileReports, AgesSumEachDayOfThreeColumns) {
     ModelCensus census = randomCensus(3, 200, 4);
     census.paths[1].files.push_back({"odd", 60000, 61440, momentOf(1812, 9, 14), momentOf(2150, 1, 1), {}});
     write(census);
-    for (const char* mode : {"size", "space", "count"}) {
+    for (const char* mode : {"size", "space", "count", "count all"}) {
+        bool all = mode == std::string("count all");
+        Passes passes = all ? Passes() : isLarge;
         std::map<std::string, std::array<int64_t, 3>> days;
         Rows keys;
-        for (const std::vector<Entry>& rows : {tree(2, isLarge), tree(1, isLarge)})
+        for (const std::vector<Entry>& rows : {tree(2, passes), tree(1, passes)})
             for (const Entry& e : rows) {
                 int64_t amount = *mode == 'c' ? 1 : mode[1] == 'i' ? e.file->size : e.file->space;
                 const SMF_DateTimeValue* dates[] = {&e.file->created, &e.file->accessed, &e.file->modified};
@@ -298,7 +301,8 @@ TEST_F(FileReports, AgesSumEachDayOfThreeColumns) {
             }
         std::map<std::string, std::string> expected;
         for (const auto& [day, sums] : days) expected[day] = joined(day, sums[0], sums[1], sums[2]);
-        EXPECT_EQ(run("file_ages", {2, 1}, {{"mode", IPE_String(mode)}, {"filter", Large}}),
+        EXPECT_EQ(run("file_ages", {2, 1},
+                      {{"mode", IPE_String(all ? "count" : mode)}, {"filter", all ? IPE_String("") : Large}}),
                   inDictOrder(keys, expected))
             << mode;
         EXPECT_TRUE(days.contains("0000-00-00") && days.contains("1812-09-14"));

@@ -20,6 +20,10 @@ class FSI_DateColumn {
     }
     // Of the table's current row.
     SMF_DateValue get() const { return moment_.isConnected() ? moment_.date() : day_.get(); }
+    // As SMF_HandleOf::span.
+    std::span<const SMF_DateValue> span(size_t limit) const {
+        return moment_.isConnected() ? moment_.dates(limit) : day_.span(limit);
+    }
 
   private:
     SMF_DateTime moment_;

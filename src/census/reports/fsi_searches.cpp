@@ -22,8 +22,6 @@ class Search : public FSI_Report {
         : FSI_Report(arguments), progressKey_(progressKey), progressText_(progressText) {}
 
     virtual void connectColumns() {}
-    // Adds the current row's sizes.
-    virtual void addSizes(Counts& counts) {}
     virtual IPE_Object resultRow(const IPE_Object& path, const Counts& all, const Counts& matching,
                                  const IPE_Object& number) = 0;
     // A record as a row of the preview.
@@ -63,6 +61,8 @@ class Search : public FSI_Report {
         aboutHeader(matches_);
     }
 
+    SMF_I64 size_, space_;  // not connected for rows without sizes
+
   private:
     static constexpr size_t MostHeld = 50000;  // rows of all three tables
 
@@ -85,12 +85,14 @@ class Search : public FSI_Report {
             if (run.count) runs_.push_back(run);
             run.count = 0;
         };
+        bool sized = size_.isConnected();
         // All rows are counted, so no tree is left out.
         walk(ownRows(own), false, [&] {
-            addSizes(all);
+            int64_t size = sized ? size_.get() : 0, space = sized ? space_.get() : 0;
+            all.size += size, all.space += space;
             ++all.count;
             if (!filter().accepts()) return endRun();
-            addSizes(matching);
+            matching.size += size, matching.space += space;
             if (run.count++ == 0) run.row = table().position();
             if (matching.count++ >= previewCap_) return;
             IPE_Object record = table().recordAsDict();
@@ -121,12 +123,9 @@ class FileSearch final : public Search {
 
   private:
     void connectColumns() override {
+        for (const char* column : {"Size", "Space"}) table().fieldIndex(column);  // raises what is missing
         size_.connect(table(), "Size");
         space_.connect(table(), "Space");
-    }
-    void addSizes(Counts& counts) override {
-        counts.size += size_.get();
-        counts.space += space_.get();
     }
     IPE_Object resultRow(const IPE_Object& path, const Counts& all, const Counts& matching,
                          const IPE_Object& number) override {
@@ -138,8 +137,6 @@ class FileSearch final : public Search {
         return IPE_TupleOf({IPE_Int(path), IPE_String(pathText(path)), table().valueOf("Name"),
                             IPE_String(IPE_Object_ToString(record))});
     }
-
-    SMF_I64 size_, space_;
 };
 
 class DaclSearch final : public Search {
