@@ -33,7 +33,7 @@ def once(function, options, check):
     answer = str(len(statement.found))
     if len(check) > 0:
         cursor.execute(check)
-        answer = cursor.fetchone().join(" ")
+        answer = list(cursor.fetchone()).join(" ")
     cursor.close()
     connection.close()
     return (ms, answer)
@@ -73,10 +73,10 @@ def texts(count):
 
 timed("file_index", helper.path_levels.call)
 timed("paths_index", helper.path_names.call)
-measure("file_largest", storage.file_largest.call, {"paths": everything(), "filter": "Modified >= 20150101 and Name = '\\.jpg$'"}, "select count(*), sum(value) from r")
+measure("file_largest", storage.file_largest.call, {"paths": everything(), "filter": "Modified >= 20150101 and Name = '[.]jpg$'"}, "select count(*), sum(value) from r")
 measure("file_ages", storage.file_ages.call, {"paths": everything()}, "select count(*), sum(created) from r")
 measure("group_by_pcre", storage.group_by_pcre.call, {"paths": everything(), "regex": "\\.([^.]*)$", "regex_dvalue": "(none)"}, "select count(*), sum(size) from r")
-measure("file_search", storage.file_search.call, {"paths": everything(), "filter": "Name = '^(report|draft).*[0-9]{3}\\.pdf$'"}, "select sum(count), sum(filteredcount) from r")
+measure("file_search", storage.file_search.call, {"paths": everything(), "filter": "Name = '^(report|draft).*[0-9]{3}[.]pdf$'"}, "select sum(count), sum(filteredcount) from r")
 measure("tree_summary", storage.tree_summary.call, {"paths": everything()}, "select count(*), sum(size) from r")
 measure("spacemap", storage.spacemap.call, {"paths": everything()}, "select count(*), 0 from r")
 paths = texts(10000)

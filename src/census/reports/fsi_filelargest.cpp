@@ -35,8 +35,7 @@ class FileLargest final : public FSI_Report {
   private:
     void find(const std::vector<FSI_Selection>& trees, FSI_ListLargest& largest) {
         FSI_Measure measure(table(), textOption("field", "size"));
-        SMF_String name;
-        name.connect(table(), "Name");
+        name_.connect(table(), "Name");
         for (const FSI_Selection& tree : trees) rows_ += treeRows(tree).count;
         progress().start("progress.report_threshold", "${0}% Finding the report threshold", 2 * rows_);
         for (const FSI_Selection& tree : trees)
@@ -45,7 +44,7 @@ class FileLargest final : public FSI_Report {
                 ++matches_;
                 int64_t value = measure.get();
                 if (value >= largest.threshold())
-                    largest.offer(value, pathNumber(), name.get(), table().position());
+                    largest.offer(value, pathNumber(), name_.get(), table().position());
             });
     }
 
@@ -64,7 +63,7 @@ class FileLargest final : public FSI_Report {
             IPE_Object record = table().recordAsDict();
             int64_t path = pathNumberOf(record);
             tuples[order[i]] = IPE_TupleOf({IPE_Int(path), IPE_Int(row.value), IPE_String(pathText(path)),
-                                            IPE_String(row.name), IPE_String(IPE_Object_ToString(record))});
+                                            name_.asObject(), IPE_String(IPE_Object_ToString(record))});
             int64_t reached = rows_ * static_cast<int64_t>(i + 1) / static_cast<int64_t>(order.size());
             progress().advance(reached - done);
             done = reached;
@@ -74,6 +73,7 @@ class FileLargest final : public FSI_Report {
         return list;
     }
 
+    SMF_String name_;  // shown as scripts see it
     int64_t rows_ = 0, matches_ = 0;
 };
 
