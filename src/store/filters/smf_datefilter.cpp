@@ -30,6 +30,10 @@ void SMF_DateFilter::evaluate(bool& result) {
         return;
     }
     SMF_DateValue value = value_.decoder() ? value_.get() : throughField(value_).date;
+    if (!needsTime()) {
+        result = byDay(value);
+        return;
+    }
     if (!known_ || value != last_) {
         last_ = value;
         known_ = true;
@@ -49,13 +53,12 @@ void SMF_DateTimeFilter::evaluate(bool& result) {
         result = byTime(timeOf(value_), timeOf(other_));
         return;
     }
-    SMF_DateTimeValue value;
-    if (!value_.decoder())
-        value = throughField(value_);
-    else if (needsTime())
-        value = value_.get();
-    else
-        value.date = value_.date();  // leaves the column of the times alone
+    if (!needsTime()) {
+        // Leaves the column of the times alone.
+        result = byDay(value_.decoder() ? value_.date() : throughField(value_).date);
+        return;
+    }
+    SMF_DateTimeValue value = value_.decoder() ? value_.get() : throughField(value_);
     if (!known_ || value != last_) {
         last_ = value;
         known_ = true;

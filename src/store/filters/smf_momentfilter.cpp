@@ -233,6 +233,7 @@ void SMF_MomentFilter::setMask() {
 // --- Comparing.
 
 bool SMF_MomentFilter::needsTime() const noexcept {
+    if (test_ == Test::Weekday) return false;
     return test_ != Test::Parts || present_[3] || present_[4] || present_[5];
 }
 

@@ -11,8 +11,10 @@
 #pragma once
 
 #include <array>
+#include <vector>
 
 #include "store/filters/smf_fieldfilter.h"
+#include "store/smf_values.h"
 
 class SMF_MomentFilter : public SMF_FieldFilter {
   public:
@@ -28,6 +30,18 @@ class SMF_MomentFilter : public SMF_FieldFilter {
     Test test() const noexcept { return test_; }
     // A part below the day is looked at.
     bool needsTime() const noexcept;
+    // byParts() of a test that looks at no part below the day, each day worked out once.
+    bool byDay(const SMF_DateValue& date) {
+        auto year = static_cast<unsigned>(date.year - FirstYear), month = static_cast<unsigned>(date.month),
+             day = static_cast<unsigned>(date.day);
+        if (year >= Years || month >= 16 || day >= 32) [[unlikely]]
+            return byParts({date.year, date.month, date.day, 0, 0, 0});
+        if (days_.empty()) days_.resize(Years * 16 * 32);
+        uint8_t& answer = days_[(year * 16 + month) * 32 + day];
+        if (answer == 0) [[unlikely]]
+            answer = byParts({date.year, date.month, date.day, 0, 0, 0}) ? 2 : 1;
+        return answer == 2;
+    }
     bool byParts(const SMF_Moment& value) const;  // Parts, Weekday
     // Moment, Field.
     bool byTime(int64_t value, int64_t right) const {
@@ -36,6 +50,10 @@ class SMF_MomentFilter : public SMF_FieldFilter {
     int64_t moment() const noexcept { return moment_; }
 
   private:
+    static constexpr int FirstYear = 1970;
+    static constexpr unsigned Years = 128;
+    std::vector<uint8_t> days_;  // 0 unknown, 1 false, 2 true
+
     using Values = std::array<int64_t, MostParts>;
     static Values valuesOf(const SMF_Moment& moment);
     bool holds(const Values& value) const;
