@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "census/fsi_readertable.h"
+#include "store/filters/smf_fieldfilter.h"
 #include "store/filters/smf_recordfilter.h"
 
 class FSI_RecordFilter final : public SMF_RecordFilter {
@@ -32,8 +33,13 @@ class FSI_RecordFilter final : public SMF_RecordFilter {
     bool isEmpty() const noexcept { return count() == 0; }
     // Whether the current row passes; an empty filter lets every row pass.
     bool accepts() {
-        if (isEmpty()) return true;
         bool result = true;
+        if (!conjunction().empty()) {
+            for (SMF_FieldFilter* test : conjunction())
+                if (test->evaluate(result); !result) return false;
+            return true;
+        }
+        if (isEmpty()) return true;
         *jump_ = false;
         SMF_Accumulator() = 0;
         run(result);

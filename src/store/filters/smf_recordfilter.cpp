@@ -140,8 +140,23 @@ bool SMF_RecordFilter::compile(std::string_view text, const IPE_Object& tokens) 
         operations_.clear();
         throw;
     }
+    findConjunction();
     if (isMarkedNotCacheable()) notCacheable_ = true;
     return !notCacheable_;
+}
+
+void SMF_RecordFilter::findConjunction() {
+    std::vector<SMF_FieldFilter*> tests;
+    for (size_t at = 0; at < operations_.size(); ++at) {
+        const Operation& operation = operations_[at];
+        if (at % 2 == 1) {
+            if (operation.kind != TOKEN_AND) return;
+        } else {
+            if (operation.kind != TOKEN_IDENTIFIER || operation.test->measures()) return;
+            tests.push_back(operation.test.get());
+        }
+    }
+    if (operations_.size() % 2 == 1) conjunction_ = std::move(tests);
 }
 
 SMF_RecordFilter::Operation& SMF_RecordFilter::add(int32_t kind) {

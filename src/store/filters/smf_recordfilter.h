@@ -64,6 +64,10 @@ class SMF_RecordFilter {
     // Runs a filter nested in another: an empty one gives true, else the accumulator becomes 0 first.
     static void runNested(SMF_RecordFilter& nested, bool& result);
 
+    // The tests of a program that is nothing but tests with `and` between them; empty for any other. Whoever
+    // runs them in order, up to the first false one, gets what run() gives, and need not set the accumulator.
+    const std::vector<SMF_FieldFilter*>& conjunction() const noexcept { return conjunction_; }
+
   protected:
     // --- What a census filter replaces.
     // Both raise DevelopmentError "Not Implemented" here. `position` is that of the operation; parseExec()
@@ -97,6 +101,8 @@ class SMF_RecordFilter {
     void runBranch(size_t& at, bool& taken);
     void assign(size_t at);
     bool isMarkedNotCacheable() const;
+    void findConjunction();
 
     std::vector<Operation> operations_;
+    std::vector<SMF_FieldFilter*> conjunction_;
 };
