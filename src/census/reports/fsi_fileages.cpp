@@ -15,7 +15,6 @@
 #include "census/reports/fsi_report.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_stringtype.h"
-#include "runtime/epa_shutdown.h"
 #include "store/fields/smf_i64field.h"
 #include "store/fields/smf_momentparts.h"
 
@@ -75,9 +74,7 @@ class FileAges final : public FSI_Report {
         std::vector<FSI_Selection> trees = selections(levels());
         createTable("create table if not exists $table (cache, date, created, accessed, modified)");
         if (mode != "count") {
-            const char* column = mode == "size" ? "Size" : "Space";
-            table().fieldIndex(column);  // raises when it is missing
-            amount_.connect(table(), column);
+            connectColumn(amount_, mode == "size" ? "Size" : "Space");
         }
         for (const FSI_Selection& tree : trees) {
             FSI_RowRange rest = filter().isEmpty() ? addStretches(treeRows(tree)) : treeRows(tree);
@@ -107,7 +104,7 @@ class FileAges final : public FSI_Report {
     // Adds rows as long as all columns give stretches of them; gives the rows that are left.
     FSI_RowRange addStretches(FSI_RowRange range) {
         while (range.count > 0) {
-            if (!XPK_IsRunning()) XPK_Raise("SystemExit", "").raise();
+            stopCheck();
             table().seek(range.row);
             auto count = static_cast<size_t>(range.count);
             std::span<const int64_t> amounts;

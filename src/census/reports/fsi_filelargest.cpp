@@ -35,7 +35,10 @@ class FileLargest final : public FSI_Report {
   private:
     void find(const std::vector<FSI_Selection>& trees, FSI_ListLargest& largest) {
         FSI_Measure measure(table(), textOption("field", "size"));
-        name_.connect(table(), "Name");
+        nameColumn_ = table().meta().indexOf("Name", false);
+        if (nameColumn_ >= 0 &&
+            SMF_SameType(table().meta().fields[static_cast<size_t>(nameColumn_)]->type, SMF_TypeString))
+            name_.connect(table(), "Name");
         for (const FSI_Selection& tree : trees) rows_ += treeRows(tree).count;
         progress().start("progress.report_threshold", "${0}% Finding the report threshold", 2 * rows_);
         for (const FSI_Selection& tree : trees)
@@ -44,7 +47,8 @@ class FileLargest final : public FSI_Report {
                 ++matches_;
                 int64_t value = measure.get();
                 if (value >= largest.threshold())
-                    largest.offer(value, pathNumber(), name_.get(), table().position());
+                    largest.offer(value, pathNumber(), name_.isConnected() ? name_.get() : "",
+                                  table().position());
             });
     }
 
@@ -63,7 +67,8 @@ class FileLargest final : public FSI_Report {
             IPE_Object record = table().recordAsDict();
             int64_t path = pathNumberOf(record);
             tuples[order[i]] = IPE_TupleOf({IPE_Int(path), IPE_Int(row.value), IPE_String(pathText(path)),
-                                            name_.asObject(), IPE_String(IPE_Object_ToString(record))});
+                                            nameColumn_ < 0 ? IPE_None() : table().value(nameColumn_),
+                                            IPE_String(IPE_Object_ToString(record))});
             int64_t reached = rows_ * static_cast<int64_t>(i + 1) / static_cast<int64_t>(order.size());
             progress().advance(reached - done);
             done = reached;
@@ -73,7 +78,8 @@ class FileLargest final : public FSI_Report {
         return list;
     }
 
-    SMF_String name_;  // shown as scripts see it
+    int32_t nameColumn_ = -1;  // none without such a column; shown as scripts see it
+    SMF_String name_;          // for the order of equal values
     int64_t rows_ = 0, matches_ = 0;
 };
 

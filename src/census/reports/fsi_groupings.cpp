@@ -10,6 +10,7 @@
 #include "census/reports/fsi_keyindex.h"
 #include "census/reports/fsi_quad64.h"
 #include "census/reports/fsi_report.h"
+#include "census/reports/fsi_rowbatch.h"
 #include "census/reports/fsi_rowgroups.h"
 #include "ipe/language/ipe_scriptcall.h"
 #include "ipe/values/ipe_containers.h"
@@ -40,8 +41,8 @@ class Grouping : public FSI_Report {
         openTable("File");
         FSI_RowGroups groups(table(), rules());
         openFilter();
-        size_.connect(table(), "Size");
-        space_.connect(table(), "Space");
+        connectColumn(size_, "Size");
+        connectColumn(space_, "Space");
         connectColumns();
         std::vector<FSI_Selection> trees = selections(levels());
         createTable("create table if not exists $table (cache, ipath, value, size, space, " + last + ")");
@@ -113,15 +114,15 @@ class Grouping : public FSI_Report {
         for (const std::string& name : groups.names()) names.push_back(IPE_String(name));
         sums_.resize(names.size());
         closeGroups(names.size());
-        IPE_Object rows = IPE_NewList();
-        for (uint32_t group : FSI_DictOrder(names)) {
-            const FSI_Quad64& sums = sums_[group];
-            rows.as<IPE_ListType>()->append(IPE_TupleOf(
-                {names[group], number(sums.counters[0]), number(sums.counters[1]), lastColumn(group, sums)}));
-        }
         const IPE_Object arguments[] = {IPE_String("ipath"), IPE_Int(path)};
         IPE_CallScriptMethod(statement(), "set", IPE_Arguments(arguments, 2));
-        insert(sql_, rows);
+        FSI_RowBatch rows(statement(), sql_, FSI_RowBatch::Long);
+        for (uint32_t group : FSI_DictOrder(names)) {
+            const FSI_Quad64& sums = sums_[group];
+            rows.add(names[group], number(sums.counters[0]), number(sums.counters[1]),
+                     lastColumn(group, sums));
+        }
+        rows.flush(true);
         groups.clear();
         sums_.clear();
         clear();

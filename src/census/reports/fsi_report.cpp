@@ -109,6 +109,8 @@ void FSI_Report::openFilter(std::string_view absent) {
     filter_ = std::move(compiled);
 }
 
+void FSI_Report::raiseStop() { XPK_Raise("SystemExit", "").raise(); }
+
 std::vector<FSI_Selection> FSI_Report::selections(FSI_PathLevelHelper& levels) {
     std::vector<FSI_Selection> out;
     for (const IPE_Object& path : FSI_ItemsOf(requiredOption("paths"), "paths")) {
@@ -116,6 +118,12 @@ std::vector<FSI_Selection> FSI_Report::selections(FSI_PathLevelHelper& levels) {
         IPE_Type* name = PyDict_SafeCast(path)->findText("name");
         if (!name) XPK_Raise("KeyError", "$key").string("key", "name").raise();
         selection.name = IPE_Object(name);
+        // A script that writes the option has no tuples.
+        if (selection.name.is<IPE_DictType>()) {
+            IPE_Object pair = IPE_NewTuple();
+            pair.as<IPE_TupleType>()->items() = FSI_ItemsOf(selection.name, "level and row");
+            selection.name = pair;
+        }
         levels.locate(selection.name, true);
         select(levels, selection);
         out.push_back(std::move(selection));

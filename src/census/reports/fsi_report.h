@@ -26,6 +26,7 @@
 #include "ipe/object/ipe_arguments.h"
 #include "ipe/object/ipe_moduleregistry.h"
 #include "ipe/values/ipe_numbers.h"
+#include "runtime/epa_shutdown.h"
 
 // One selected tree.
 struct FSI_Selection {
@@ -84,11 +85,25 @@ class FSI_Report {
     int64_t pathNumber() const;
     // The same for a row that was read as a dictionary, whose integer `Path` goes first.
     int64_t pathNumberOf(const IPE_Object& record) const;
+    // Connects a handle to the column of table(). DatabaseError "$field is not a property on $table
+    // objects.".
+    template <class Handle>
+    void connectColumn(Handle& handle, std::string_view column) {
+        table_.fieldIndex(column);
+        handle.connect(table_, column);
+    }
+    // SystemExit when the server stops. Walks ask at their start and as the table advances; loops that read
+    // an index alone ask themselves.
+    static void stopCheck() {
+        if (!XPK_IsRunning()) [[unlikely]]
+            raiseStop();
+    }
     // Calls `visit()` for each row of the range as the current one. A visit may give false to end the walk.
     // With `jump` a filter's wish to leave out a tree is followed after the visit.
     template <class Visit>
     void walk(const FSI_RowRange& range, bool jump, Visit&& visit) {
         if (range.count <= 0) return;
+        stopCheck();
         table_.seek(range.row);
         for (int64_t end = range.row + range.count;;) {
             if constexpr (std::is_same_v<decltype(visit()), bool>) {
@@ -119,6 +134,7 @@ class FSI_Report {
     FSI_Progress& progress() noexcept { return progress_; }
 
   private:
+    [[noreturn]] static void raiseStop();
     static void select(FSI_PathLevelHelper& levels, FSI_Selection& selection);
     int64_t behindTree();
     FSI_RowRange searchRows(int64_t first, int64_t last);

@@ -24,6 +24,19 @@ std::unique_ptr<SMF_TextMatcher> compile(const std::string& expression) {
     }
 }
 
+// A transform may cut a text within a character; such bytes keep their case.
+std::string lowerOf(const std::string& text) {
+    try {
+        return std::string(IPE_String(text).as<IPE_StringType>()->lower().as<IPE_StringType>()->view());
+    } catch (const XPK_Exception& e) {
+        if (e.type() != "UnicodeError") throw;
+        std::string out = text;
+        for (char& c : out)
+            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+        return out;
+    }
+}
+
 }  // namespace
 
 FSI_RowGroups::FSI_RowGroups(FSI_ReaderTable& table, const Rules& rules)
@@ -47,7 +60,8 @@ FSI_RowGroups::FSI_RowGroups(FSI_ReaderTable& table, const Rules& rules)
 
 void FSI_RowGroups::clear() {
     epoch_ = 0;
-    for (auto* kept : {&spelled_, &groups_}) kept->clear();
+    spelled_.clear();
+    groups_.clear();
     numbers_.clear();
     names_.clear();
 }
@@ -122,9 +136,12 @@ uint32_t FSI_RowGroups::transformed(std::string_view value) {
 uint32_t FSI_RowGroups::named(std::string_view value) {
     key_.assign(value.substr(0, value.find('\0')));  // the texts of scripts end there
     if (auto found = spelled_.find(key_); found != spelled_.end()) return found->second;
-    std::string name(IPE_String(key_).as<IPE_StringType>()->lower().as<IPE_StringType>()->view());
-    auto [group, added] = groups_.try_emplace(name, static_cast<uint32_t>(names_.size()));
-    if (added) names_.push_back(std::move(name));
+    std::string name = lowerOf(key_);
+    auto group = groups_.find(name);
+    if (group == groups_.end()) {
+        names_.push_back(std::move(name));
+        group = groups_.emplace(names_.back(), static_cast<uint32_t>(names_.size() - 1)).first;
+    }
     if (spelled_.size() >= MostKept) spelled_.clear();
     spelled_.emplace(key_, group->second);
     return group->second;

@@ -6,6 +6,7 @@
 // number. Belongs to the table's thread; the table must outlive it.
 #pragma once
 
+#include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -37,7 +38,7 @@ class FSI_RowGroups {
     // Of the table's current row. RuntimeException when the expression takes too many steps, TypeError for a
     // result of the transform that is no value.
     uint32_t ofRow();
-    const std::vector<std::string>& names() const noexcept { return names_; }
+    const std::deque<std::string>& names() const noexcept { return names_; }
     // Forgets all groups.
     void clear();
 
@@ -69,9 +70,9 @@ class FSI_RowGroups {
     std::vector<Symbol> symbols_;
     std::unordered_map<int64_t, uint32_t> numbers_;  // kept answers
     std::unordered_map<std::string, uint32_t>
-        spelled_;                                       // kept answers: the group of a value as it is spelled
-    std::unordered_map<std::string, uint32_t> groups_;  // by name
-    std::vector<std::string> names_;
+        spelled_;  // kept answers: the group of a value as it is spelled
+    std::deque<std::string> names_;
+    std::unordered_map<std::string_view, uint32_t> groups_;  // by name, a view of names_
     std::string key_;
     std::vector<IPE_Object> results_;
 };

@@ -16,6 +16,14 @@ class Search : public FSI_Report {
   protected:
     struct Counts {
         int64_t size = 0, space = 0, count = 0;
+        // Sums wrap instead of overflowing: a store may hold any 64-bit numbers.
+        void add(int64_t size, int64_t space) {
+            auto sum = [](int64_t a, int64_t b) {
+                return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+            };
+            this->size = sum(this->size, size), this->space = sum(this->space, space);
+            ++count;
+        }
     };
 
     Search(const IPE_Arguments& arguments, const char* progressKey, const char* progressText)
@@ -54,6 +62,7 @@ class Search : public FSI_Report {
         };
         for (const FSI_Selection& tree : trees)
             for (int64_t n = tree.number; n <= tree.number + tree.treePaths; ++n) {
+                stopCheck();
                 rows.take(searchPath(n, previews, held));
                 if (++held + runs_.size() > MostHeld) flush(false);
             }
@@ -89,12 +98,11 @@ class Search : public FSI_Report {
         // All rows are counted, so no tree is left out.
         walk(ownRows(own), false, [&] {
             int64_t size = sized ? size_.get() : 0, space = sized ? space_.get() : 0;
-            all.size += size, all.space += space;
-            ++all.count;
+            all.add(size, space);
             if (!filter().accepts()) return endRun();
-            matching.size += size, matching.space += space;
+            matching.add(size, space);
             if (run.count++ == 0) run.row = table().position();
-            if (matching.count++ >= previewCap_) return;
+            if (matching.count > previewCap_) return;
             IPE_Object record = table().recordAsDict();
             previews.take(previewRow(pathNumberOf(record), record));
             ++held;
@@ -123,9 +131,8 @@ class FileSearch final : public Search {
 
   private:
     void connectColumns() override {
-        for (const char* column : {"Size", "Space"}) table().fieldIndex(column);  // raises what is missing
-        size_.connect(table(), "Size");
-        space_.connect(table(), "Space");
+        connectColumn(size_, "Size");
+        connectColumn(space_, "Space");
     }
     IPE_Object resultRow(const IPE_Object& path, const Counts& all, const Counts& matching,
                          const IPE_Object& number) override {

@@ -14,15 +14,14 @@
 #include <cmath>
 #include <deque>
 
+#include "census/reports/fsi_datecolumn.h"
 #include "census/reports/fsi_momenttexts.h"
 #include "census/reports/fsi_report.h"
 #include "census/reports/fsi_rowbatch.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_stringtype.h"
-#include "store/fields/smf_datetimefield.h"
 #include "store/fields/smf_i64field.h"
-#include "store/fields/smf_stringfield.h"
 
 namespace {
 
@@ -53,8 +52,7 @@ struct Amounts {
 struct Item {
     Amounts amounts;
     Mode mode;
-    std::string name;
-    IPE_Object accessed;
+    IPE_Object name, accessed;
     int64_t row;     // of a directory, in its level's table
     int64_t budget;  // of a directory
 };
@@ -88,8 +86,8 @@ void sortItems(std::vector<Item>& items) {
         IPE_Object list = IPE_NewList();
         for (size_t i = begin; i < end; ++i)
             list.as<IPE_ListType>()->append(IPE_TupleOf(
-                {IPE_String(items[i].name), IPE_Int(items[i].mode), items[i].accessed,
-                 IPE_Int(items[i].amounts.size), IPE_Int(items[i].amounts.space), IPE_Int(int64_t(i))}));
+                {items[i].name, IPE_Int(items[i].mode), items[i].accessed, IPE_Int(items[i].amounts.size),
+                 IPE_Int(items[i].amounts.space), IPE_Int(int64_t(i))}));
         list.as<IPE_ListType>()->sort(false);
         std::vector<Item> sorted;
         for (const IPE_Object& tuple : list.as<IPE_ListType>()->items())
@@ -159,8 +157,9 @@ class SpaceMap final : public FSI_Report {
         } else if (field_ != Field::Files) {
             openTable("File");
             openFilter();
-            size_.connect(table(), "Size"), space_.connect(table(), "Space");
-            name_.connect(table(), "Name"), accessed_.connect(table(), "Accessed");
+            connectColumn(size_, "Size"), connectColumn(space_, "Space");
+            accessed_.connect(table(), "Accessed");
+            name_ = table().meta().indexOf("Name", false);
         }
     }
 
@@ -209,7 +208,7 @@ class SpaceMap final : public FSI_Report {
         for (const Item& item : items) {
             if (item.mode == ModeDirectory)
                 queue_.push_back({counter_, directory.level + 1, item.row, item.budget});
-            addRow(directory, parent, IPE_String(item.name), item.amounts, item.mode, item.accessed);
+            addRow(directory, parent, item.name, item.amounts, item.mode, item.accessed);
             rest.remove(item.amounts);
         }
         if (rest.measure != 0) addRow(directory, parent, IPE_String({}), rest, ModeRest, IPE_None());
@@ -229,12 +228,12 @@ class SpaceMap final : public FSI_Report {
         forChildren(directory, [&](const Amounts& child, int64_t row) {
             double share = shares.of(child.measure);
             if (share > Shares::OfDirectory)
-                items.push_back({child, ModeDirectory, std::string(index_->name()),
+                items.push_back({child, ModeDirectory, IPE_String(index_->name()),
                                  dates_.of(index_->figure(FSI_TreeMaxAccessed)), row, truncated(share)});
         });
         if (field_ == Field::Files) {
             if (shares.of(directory.own.measure) > Shares::OfFile)
-                items.push_back({directory.own, ModeFile, "Files", IPE_None(), 0, 0});
+                items.push_back({directory.own, ModeFile, IPE_String("Files"), IPE_None(), 0, 0});
         } else if (field_ == Field::Rights) {
             findRights(directory, shares, items);
         } else {
@@ -247,6 +246,7 @@ class SpaceMap final : public FSI_Report {
     template <class Visit>
     void forChildren(const Directory& directory, Visit&& visit) {
         for (int64_t row = directory.firstChild; row < directory.firstChild + directory.children; ++row) {
+            stopCheck();
             XPK_Assert(index_->locateRow(directory.level + 1, row));
             Amounts child;
             int64_t size = index_->figure(FSI_TreeSize), space = index_->figure(FSI_TreeSpace);
@@ -265,8 +265,8 @@ class SpaceMap final : public FSI_Report {
             Amounts file{0, size_.get(), space_.get()};
             file.measure = measureOf(file.size, file.space, 0, 0);
             if (shares.of(file.measure) > Shares::OfFile && filter().accepts())
-                items.push_back(
-                    {file, ModeFile, std::string(name_.get()), dates_.of(accessed_.date()), 0, 0});
+                items.push_back({file, ModeFile, name_ < 0 ? IPE_None() : table().value(name_),
+                                 dates_.of(accessed_.get()), 0, 0});
         });
     }
 
@@ -275,8 +275,12 @@ class SpaceMap final : public FSI_Report {
         rights_.seek(directory.rights.row);
         for (int64_t i = 0; i < directory.rights.count; ++i) {
             if (i > 0) rights_.next();
-            items.push_back(
-                {{1, 0, 0}, ModeFile, IPE_Object_ToString(rights_.fieldsAsDict()), IPE_String({}), 0, 0});
+            items.push_back({{1, 0, 0},
+                             ModeFile,
+                             IPE_String(IPE_Object_ToString(rights_.fieldsAsDict())),
+                             IPE_String({}),
+                             0,
+                             0});
         }
     }
 
@@ -284,8 +288,8 @@ class SpaceMap final : public FSI_Report {
     FSI_PathLevelHelper* index_ = nullptr;
     FSI_ReaderTable rights_;
     SMF_I64 size_, space_;
-    SMF_String name_;
-    SMF_DateTime accessed_;
+    int32_t name_ = -1;  // the column, shown as scripts see it
+    FSI_DateColumn accessed_;
     FSI_MomentTexts dates_{FSI_MomentTexts::Form::Date};
     FSI_RowBatch* rows_ = nullptr;  // while run() runs
     std::deque<Entry> queue_;

@@ -54,6 +54,7 @@ class Summary : public FSI_Report {
         progress().start("progress.path_summary", "${0}% Summing up the paths", total);
         for (const FSI_Selection& tree : trees)
             for (int64_t number = tree.number; number <= tree.number + tree.treePaths; ++number) {
+                stopCheck();
                 XPK_Assert(index.locateNumber(number));
                 add(rows, index, number);
                 progress().tick();
