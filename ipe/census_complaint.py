@@ -1,0 +1,45 @@
+# What a user is told of an exception.
+
+class census.complaint:
+
+# Exceptions whose message speaks to users. Any other is a fault of a program and shows where it was raised.
+spoken = ["UsageError", "CensusError", "OutputError", "PathNotFoundException", "InvalidFilterException", "InvalidRegularExpressionException", "DatabaseError", "IOError", "LuaInterpreterException", "UnknownIncludeScript", "ReportError", "DevelopmentError"]
+
+# The messages of SQLite and of the groupings come as RuntimeError, with one of these in front.
+fronts = ["Error during prepare: ", "Error during execute: ", "Error during fetch: ", "Error compiling regular expression: ", "Failed to connect/open database "]
+
+def controls():
+    "Characters that would disturb a terminal, but for the line end."
+    found = []
+    for code in range(1, 32):
+        if code <> 10: found.append(chr(code))
+    for code in range(127, 160):
+        found.append(chr(code))
+    return found
+
+disturbing = controls()
+
+def plain(text):
+    for mark in disturbing:
+        text = text.replace(mark, "?")
+    return text
+
+def reason(text):
+    "The message without the words of the library in front."
+    for front in fronts[:3]:
+        if text.find(front) == 0: return text[len(front):]
+    return text
+
+def is_spoken(e):
+    if e.raised in spoken: return True
+    if e.raised <> "RuntimeError": return False
+    for front in fronts:
+        if e.decode.find(front) == 0: return True
+    return False
+
+def text(e):
+    "A line, or for a query the message and below it the query with a mark at the fault."
+    message = e.decode
+    if e.raised == "LuaInterpreterException" and e.strings.get("luacode", "") == "": message = e.strings.get("message", message)
+    if is_spoken(e): return plain(reason(message).strip().replace("\n", "\n    "))
+    return plain(e.raised + ": " + message + " (" + e.file + " " + e.line + ")")
