@@ -3,10 +3,10 @@
 class census.complaint:
 
 # Exceptions whose message speaks to users. Any other is a fault of a program and shows where it was raised.
-spoken = ["UsageError", "CensusError", "OutputError", "PathNotFoundException", "InvalidFilterException", "InvalidRegularExpressionException", "DatabaseError", "IOError", "LuaInterpreterException", "UnknownIncludeScript", "ReportError", "DevelopmentError"]
+spoken = ["UsageError", "CensusError", "OutputError", "PathNotFoundException", "InvalidFilterException", "InvalidRegularExpressionException", "DatabaseError", "IOError", "LuaInterpreterException", "UnknownIncludeScript", "ReportError", "DevelopmentError", "ValueError"]
 
-# The messages of SQLite and of the groupings come as RuntimeError, with one of these in front.
-fronts = ["Error during prepare: ", "Error during execute: ", "Error during fetch: ", "Error compiling regular expression: ", "Failed to connect/open database "]
+# Libraries raise RuntimeError; of these they are meant for users, too.
+fronts = ["Error during ", "Failed to connect/open database ", "Error compiling regular expression: ", "Could not locate a Lua function "]
 
 def controls():
     "Characters that would disturb a terminal, but for the line end."
@@ -25,9 +25,9 @@ def plain(text):
     return text
 
 def reason(text):
-    "The message without the words of the library in front."
-    for front in fronts[:3]:
-        if text.find(front) == 0: return text[len(front):]
+    "What SQLite says, without the words of its module in front."
+    for front in fronts[:2]:
+        if text.find(front) == 0: return text[text.find(": ") + 2:]
     return text
 
 def is_spoken(e):

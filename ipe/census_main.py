@@ -36,7 +36,8 @@ def one(run, name, source, wish, console):
     except SystemExit, e:
         raise (e.details)
     except Exception, e:
-        console.complain(name + ": " + census.complaint.text(e))
+        console.clear()
+        census.console.complain(name + ": " + census.complaint.text(e))
         return False
     if wish.quiet == False: show(run, entry, options, table, cache, wish, console)
     return True
@@ -64,8 +65,9 @@ def program(console):
         reports(wish, console)
 
 def run():
-    console = census.console()
+    "Leaves the exit code."
     try:
+        console = census.console()
         program(console)
         console.close()
     except SystemExit, e:
@@ -75,4 +77,4 @@ def run():
         if e.raised == "UsageError": global_set("__rc", 2)
         # Who reads standard output has seen enough.
         if e.raised == "IOError" and e.numbers.get("errno", 0) == 32: return
-        console.complain(census.complaint.text(e))
+        census.console.complain(census.complaint.text(e))

@@ -8,7 +8,7 @@
 
 class census.run:
 
-import ipe.sqlite
+import fsi.reader, ipe.sqlite
 import census.complaint, census.host, census.source, census.statement
 
 kept = 20
@@ -73,17 +73,18 @@ def row_of(self, name, options):
     return row
 
 def one(self, sql, values):
-    "The first column of the first row, or None."
+    "The first column of the only row, or None. Fetching all ends the statement, which would keep its lock."
     self.cursor.execute(sql, values)
-    row = self.cursor.fetchone()
-    if row == None: return None
-    return row[0]
+    for row in self.cursor.fetchall():
+        return row[0]
+    return None
 
 def report(self, name, options):
     "Runs a report, or finds its rows of an earlier run; gives table and key."
     row = self.row_of(name, options)
     table = table_of(name, options)
     if self.one("select count(*) from runs where cache = ? and again = 0", [row.cache]) > 0: return (table, row.cache)
+    self.check_field(name, options)
     begun = timer()
     statement = census.statement(self, table, row.cache)
     try:
@@ -101,6 +102,13 @@ def report(self, name, options):
         statement.rollback()
         raise (e.details)
     return (table, row.cache)
+
+def check_field(self, name, options):
+    "What is measured must be numbers."
+    tables = {"file_largest": "File", "path_largest": "Path"}
+    if tables.has_key(name) == 0 or options.has_key("field") == 0: return
+    for column in fsi.reader.create(self.selection, self.host).table(tables[name]).get_header():
+        if column["name"].lower() == options.field.lower() and column["type"] not in ["I32", "I64"]: raise ReportError, "the column " + column["name"] + " holds no numbers"
 
 def claim(self, table, cache):
     "Called inside the transaction, before its first rows."
