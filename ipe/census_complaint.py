@@ -20,6 +20,8 @@ def controls():
 disturbing = controls()
 
 def plain(text):
+    "Bytes of names that are no text, which a mark and 2 stand for, show as \\xE4."
+    text = unicode_sanitize(text).replace("\uDBFF\uDFF02", "\\x")
     for mark in disturbing:
         text = text.replace(mark, "?")
     return text

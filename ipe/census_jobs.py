@@ -11,7 +11,7 @@
 class census.jobs:
 
 import ipe.thread
-import census.complaint, census.options, census.reports, census.run
+import census.complaint, census.options, census.reports, census.run, census.show
 
 kept = 1000
 most_waiting = 100
@@ -39,7 +39,7 @@ def reply(word, rest, settings):
     except SystemExit, e:
         raise (e.details)
     except Exception, e:
-        return repr({"error": census.complaint.text(e)}, json=1)
+        return repr({"error": unicode_sanitize(census.complaint.text(e))}, json=1)
 
 def number_in(text, at, absent):
     "A number among words."
@@ -108,6 +108,9 @@ def rows(rest, settings):
         names, rows = run.all(job.table, job.cache, number_in(rest, 1, 0), most)
     finally:
         run.close()
+    for row in rows:
+        for i in range(0, len(row)):
+            row[i] = census.show.text_of(row[i])
     return {"job": job.number, "columns": names, "rows": rows}
 
 def pulse():

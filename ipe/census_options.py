@@ -5,7 +5,7 @@ class census.options:
 import census.reports
 
 # The options of reports. A number is told by its limits, a switch takes 0 and 1.
-limits = {"count": (1, 100000), "preview_cap": (0, 1000000), "threshold": (1, 1000000000), "maxrows": (-1, 1000000000), "perpath": (0, 1), "subdirs": (0, 1), "calc_digests": (0, 1), "epoch": (0, 4102444800)}
+limits = {"count": (1, 100000), "preview_cap": (0, 1000000), "threshold": (1, 1000000000), "maxrows": (-1, 1000000000), "perpath": (0, 1), "subdirs": (0, 1), "calc_digests": (0, 1)}
 texts = ["filter", "field", "mode", "pivot", "regex", "regex_dvalue", "xform", "table", "script"]
 
 def check(name, value):
@@ -13,6 +13,7 @@ def check(name, value):
     if limits.has_key(name):
         low, high = limits[name]
         return whole(name, value, low, high)
+    if name == "epoch": return moment(value)
     if name == "fields":
         for field in list_of(value):
             if type(field) <> "StringType": raise UsageError, "fields wants a list of column names"
@@ -20,6 +21,15 @@ def check(name, value):
     if name not in texts: raise UsageError, "there is no option '" + name + "'"
     if type(value) == "StringType": return value
     return str(value)
+
+def moment(value):
+    "Seconds since 1970, or 2025-12-31 with or without 23:59:59 behind it, as the text that the filters want."
+    text = str(value)
+    if str(number_of(text)) == text: return strftime(localtime(whole("epoch", text, 0, 4102444800)))
+    for pattern in ["????-??-??", "????-??-?? ??:??:??"]:
+        if wildmatch(pattern, text):
+            if strftime(localtime(maketime(text)))[:len(text)] == text: return text
+    raise UsageError, "epoch wants seconds or a date such as 2025-12-31, not '" + text + "'"
 
 def list_of(value):
     if type(value) in ["ListType", "TupleType"]: return value
@@ -61,8 +71,8 @@ standard output alone.
   --count N            rows wanted, 1 to 100000 (default 200)
   --field NAME         what the report measures, such as Space
   --set KEY=VALUE      any further option of the report
-  --epoch SECONDS      the moment from which "within" counts back. Default: the
-                       end of the scan
+  --epoch MOMENT       from which "within" counts back, in seconds since 1970
+                       or as 2025-12-31. Default: the end of the scan
   --digests            adds digests to the summaries
   --hide-paths         masks the names of folders from the fifth level on
   --hide-users         masks users and groups

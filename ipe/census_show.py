@@ -115,6 +115,11 @@ def csv(out, names, rows):
             line.append(quoted(value))
         out.write(line.join(",") + "\r\n")
 
+def text_of(value):
+    "JSON holds Unicode alone: a byte that is none becomes U+10FFF0, 2 and its two hexadecimal digits."
+    if type(value) == "StringType": return unicode_sanitize(value)
+    return value
+
 def json(out, names, rows):
     "A list of objects, a line each."
     out.write("[")
@@ -122,7 +127,7 @@ def json(out, names, rows):
     for row in rows:
         entry = {}
         for i in range(0, len(names)):
-            entry[names[i]] = row[i]
+            entry[names[i]] = text_of(row[i])
         out.write(between + repr(entry, json=1))
         between = ",\n"
     out.write("\n]\n")

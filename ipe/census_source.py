@@ -14,15 +14,6 @@ def state(file):
             return repr((details["inode"], details["size"], details["modified"], details["created"]))
     return ""
 
-def seconds(moment):
-    "2026-11-23 06:05:14 as seconds since 1970; None for no moment."
-    parts = str(moment).split("- :")
-    if len(parts) <> 6: return None
-    numbers = []
-    for part in parts:
-        numbers.append(long(part))
-    return maketime(tuple(numbers))
-
 def rows(reader, name):
     "The rows of a table as dicts."
     table = reader.table(name)
@@ -38,7 +29,7 @@ def rows(reader, name):
     return found
 
 def read(file):
-    "A dict: `paths` of the roots, the row of each in `roots`, and `epoch`, when the last of them had been scanned."
+    "A dict: `paths` of the roots, the row of each in `roots`, and `epoch`, when the last of them had been scanned, as text."
     try:
         reader = fsi.reader.create({"fsi": file}, None)
         tables = reader.tables()
@@ -53,8 +44,8 @@ def read(file):
     found = {"paths": [], "roots": roots, "epoch": None}
     for root in roots:
         found.paths.append(root["Path"])
-        moment = seconds(root.get("Finished", ""))
-        if moment <> None:
+        moment = root.get("Finished", "")
+        if len(moment) > 0:
             if found["epoch"] == None or moment > found["epoch"]: found["epoch"] = moment
     if len(found["paths"]) == 0: found["paths"].append("/")
     return found
