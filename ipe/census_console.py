@@ -23,8 +23,7 @@ def write(self, text):
     self.clear()
     self.out.write(text)
 
-def complain(self, text):
-    self.clear()
+def complain(text):
     errors = open("/dev/stderr", "a")
     errors.write("report: " + text + "\n")
     errors.close()
@@ -32,7 +31,7 @@ def complain(self, text):
 def __call__(self, message, percent):
     "A message of progress: the translated template and the percentage."
     if self.terminal == False: return
-    self.draw(self.label + message.translate().substitute([percent]))
+    self.draw(self.label + translate(message).substitute([percent]))
 
 def draw(self, text):
     "Rewrites the terminal's line; the file is opened for each, since only its end makes sure that it shows."

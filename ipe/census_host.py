@@ -26,7 +26,7 @@ def resource(name):
     "The text of a resource: out of a bundle, or from the folder of the sources; None when there is none."
     if name.find("..") >= 0: return None
     bundled = global_get("__resource_values", {})
-    if bundled.has_key(name.lower()): return bundled[name.lower()]
+    if bundled.has_key(name.lower()): return base64_decode(bundled[name.lower()])
     try:
         file = open(beside() + name)
     except IOError:
@@ -34,6 +34,14 @@ def resource(name):
     text = file.readlines().join("")
     file.close()
     return text
+
+def scripts():
+    "All texts that shape what a report sees of a census."
+    texts = []
+    for table in columns.keys("A"):
+        texts.append(ResolveTableScript("Schemas/FSI/" + table))
+        texts.append(columns[table])
+    return texts
 
 # --- The calls.
 

@@ -2,85 +2,79 @@
 
 class census.main:
 
-import fsi.reader, ipe.sqlite
-import census.console, census.options, census.reports, census.run, census.show
+import census.complaint, census.console, census.options, census.reports, census.run, census.show, census.source
 
-def roots(file):
-    "What was scanned: the column Path of the table Root."
-    reader = fsi.reader.create({"fsi": file}, None)
-    if reader.tables().index("Root") < 0: return ["/"]
-    table = reader.table("Root")
-    table.get_header()
-    found = []
-    for row in table.record_as_list(batch=1000):
-        found.append(row[1])
-    return found
+def selection_of(wish, source):
+    "What opens the census. Without --epoch ages count back from the end of the scan, so that they stay the same."
+    if source["epoch"] <> None: wish.selection.getset("epoch", source["epoch"])
+    return wish.selection
 
-def options_of(entry, wish):
-    "The options of a report: its own, then what the command line says."
-    options = {}
-    for key in entry.options.keys():
-        options[key] = entry.options[key]
-    for key in wish.options.keys():
-        options[key] = wish.options[key]
-    paths = []
-    for path in wish.paths:
-        paths.append({"name": path})
-    options["paths"] = paths
-    return options
-
-def show(run, entry, cache, wish, console):
+def show(run, entry, options, table, cache, wish, console):
     if wish.form == "text":
-        rows = run.rows(entry.query, entry.name, cache)
+        rows = run.rows(entry.query, table, cache)
+        columns = census.show.resolved(entry.columns, options)
         if entry.name == "spacemap":
-            console.write("\n" + entry.title + "\n")
-            census.show.map(console, rows, 2)
+            census.show.map(console, entry.title, rows, columns[3][1], 2, wish.top)
         else:
-            census.show.table(console, entry.title, entry.columns, rows, wish.top)
+            census.show.table(console, entry.title, columns, rows, wish.top)
         return
-    names, rows = run.all(entry.name, cache)
+    names, rows = run.all(table, cache)
     if wish.form == "csv":
         census.show.csv(console, names, rows)
     else:
         census.show.json(console, names, rows)
 
-def reports(wish, console):
-    if len(wish.paths) == 0: wish["paths"] = roots(wish.census)
-    database = wish.out
-    if database == None: database = ":memory:"
-    run = census.run(wish.census, wish.selection, database, console)
-    failed = 0
-    for name in wish.reports:
-        entry = census.reports.catalog[name]
-        console.label = name + ": "
-        try:
-            cache = run.report(name, options_of(entry, wish))
-            if wish.quiet == False: show(run, entry, cache, wish, console)
-        except SystemExit, e:
-            raise (e.details)
-        except Exception, e:
-            failed = failed + 1
-            console.complain(name + ": " + e.raised + ": " + e.decode + " (" + e.file + " " + e.line + ")")
-    run.close()
-    if failed > 0: global_set("__rc", 1)
-
-def run(usage):
-    console = census.console()
+def one(run, name, source, wish, console):
+    "A report; tells whether it went well."
+    entry = census.reports.catalog[name]
+    paths = wish.paths
+    if len(paths) == 0: paths = source.paths
+    options = census.reports.options_of(entry, wish.options, paths)
+    console.label = name + ": "
     try:
-        wish = census.options.read(global_get("__program_args"))
-        if wish.help:
-            console.write(usage)
-        elif wish.list:
-            for name in census.reports.order:
-                console.write(name + "  " + census.reports.catalog[name].title + "\n")
-        else:
-            reports(wish, console)
-    except UsageError, e:
-        console.complain(e.decode)
-        global_set("__rc", 2)
+        table, cache = run.report(name, options)
     except SystemExit, e:
         raise (e.details)
     except Exception, e:
-        console.complain(e.raised + ": " + e.decode + " (" + e.file + " " + e.line + ")")
+        console.clear()
+        census.console.complain(name + ": " + census.complaint.text(e))
+        return False
+    if wish.quiet == False: show(run, entry, options, table, cache, wish, console)
+    return True
+
+def reports(wish, console):
+    source = census.source.read(wish.census)
+    database = wish.out
+    if database == None: database = ":memory:"
+    run = census.run(wish.census, selection_of(wish, source), database, console)
+    if wish.form == "text" and wish.quiet == False: census.show.census_line(console, wish.census, source, wish.selection)
+    try:
+        for name in wish.reports:
+            if one(run, name, source, wish, console) == False: global_set("__rc", 1)
+    finally:
+        run.close()
+
+def program(console):
+    wish = census.options.read(global_get("__program_args"))
+    if wish.help:
+        console.write(census.options.usage)
+    elif wish.list:
+        for name in census.reports.order:
+            console.write("%18s  " % [name] + census.reports.catalog[name].title + "\n")
+    else:
+        reports(wish, console)
+
+def run():
+    "Leaves the exit code."
+    try:
+        console = census.console()
+        program(console)
+        console.close()
+    except SystemExit, e:
+        raise (e.details)
+    except Exception, e:
         global_set("__rc", 1)
-    console.close()
+        if e.raised == "UsageError": global_set("__rc", 2)
+        # Who reads standard output has seen enough.
+        if e.raised == "IOError" and e.numbers.get("errno", 0) == 32: return
+        census.console.complain(census.complaint.text(e))

@@ -2,6 +2,8 @@
 
 class census.show:
 
+import census.complaint, census.reports
+
 units = ["B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"]
 
 def bytes(value):
@@ -22,15 +24,40 @@ def number(value):
     return "%,i" % [value]
 
 def plain(value):
-    "Control characters would disturb the terminal."
+    "A text on one line."
     if value == None: return ""
-    return str(value).replace("\n", "?").replace("\r", "?").replace("\t", " ").replace("\x1B", "?")
+    return census.complaint.plain(str(value).replace("\n", "?"))
 
 forms = {"bytes": bytes, "number": number, "text": plain, "when": plain}
+
+# In a column that is not the last, longer texts end in dots.
+widest = 40
 
 def cell(form, value):
     function = forms[form]
     return function(value)
+
+def shortened(text):
+    if len(text) > widest: return text[:widest - 3] + "..."
+    return text
+
+def resolved(columns, options):
+    "The columns, with what the run measures."
+    measure = "number"
+    if census.reports.is_bytes(options): measure = "bytes"
+    found = []
+    for heading, form in columns:
+        if form == "measure":
+            form = measure
+            if heading == "size" and options.has_key("field"): heading = options.field.lower()
+        found.append((heading, form))
+    return found
+
+def share(value, whole):
+    "A part of a whole in per cent."
+    if whole <= 0: return "0.0%"
+    part = float(value) * 100 / whole
+    return "%.1f%%" % [part]
 
 def table(out, title, columns, rows, top):
     "The first `top` rows; all columns but the last are padded, numbers to the right."
@@ -46,6 +73,7 @@ def table(out, title, columns, rows, top):
         line = []
         for i in range(0, len(columns)):
             text = cell(columns[i][1], row[i])
+            if i < len(columns) - 1: text = shortened(text)
             if len(text) > widths[i]: widths[i] = len(text)
             line.append(text)
         lines.append(line)
@@ -87,6 +115,11 @@ def csv(out, names, rows):
             line.append(quoted(value))
         out.write(line.join(",") + "\r\n")
 
+def text_of(value):
+    "JSON holds Unicode alone: a byte that is none becomes U+10FFF0, 2 and its two hexadecimal digits."
+    if type(value) == "StringType": return unicode_sanitize(value)
+    return value
+
 def json(out, names, rows):
     "A list of objects, a line each."
     out.write("[")
@@ -94,32 +127,48 @@ def json(out, names, rows):
     for row in rows:
         entry = {}
         for i in range(0, len(names)):
-            entry[names[i]] = row[i]
+            entry[names[i]] = text_of(row[i])
         out.write(between + repr(entry, json=1))
         between = ",\n"
     out.write("\n]\n")
 
+# --- What the census is.
+
+def census_line(out, file, source, selection):
+    "One line for each root."
+    out.write("Census " + plain(file) + "\n")
+    for root in source.roots:
+        # Masked names must not show here.
+        name = "a folder of " + root["Host"]
+        if selection.get("hide_paths", 0) == 0: name = root["Path"] + " on " + root["Host"]
+        out.write("  %s, scanned %s: %s files in %s folders, %s, %s on disk\n" % [plain(name), root["Finished"], number(root["Files"]), number(root["Folders"]), bytes(root["Size"]), bytes(root["Space"])])
+        if root["Unreadable"] > 0: out.write("  " + number(root["Unreadable"]) + " folders could not be read; the table Problem of the census lists them\n")
+
 # --- The space map, drawn: each node's share of the whole as a bar, children below their parents.
 
-def map(out, rows, top):
-    "`rows` are (id, parent, name, size, mode) in the order of ids."
+def map(out, title, rows, form, depth, top):
+    "`rows` are (id, parent, name, size, mode) in the order of ids; the `top` largest of each folder are drawn."
     children = {}
     for row in rows:
         children.getset(row[1], []).append(row)
-    if children.has_key(0) == 0: return
-    for root in children[0]:
-        branch(out, children, root, 0, root[3], top)
+    out.write("\n" + title + "\n")
+    if children.has_key(0) == 0: out.write("  (none)\n")
+    for root in children.get(0, []):
+        branch(out, children, root, form, 0, root[3], depth, top)
 
-def branch(out, children, node, depth, whole, top):
-    id, parent, name, size, mode = node
-    if mode == 2: name = "(smaller ones)"
-    if mode == 1 and depth > 0: name = name + "/"
-    share = 0
-    if whole > 0: share = float(size) * 100 / whole
-    bar = "#" * long(share / 2.5)
-    out.write("  %10s %5s%% %-40s  %s%s\n".replace("%-40s", "%40s") % [bytes(size), "%.1f" % [share], bar, "  " * depth, plain(name)])
-    if depth >= top or children.has_key(id) == 0: return
-    nodes = children[id]
-    nodes.isort([(3, "D")])
-    for child in nodes.isort([(3, "D")]):
-        branch(out, children, child, depth + 1, whole, top)
+def named(node, depth):
+    if node[4] == 2: return "(smaller ones)"
+    if node[4] == 1 and depth > 0: return plain(node[2]) + "/"
+    return plain(node[2])
+
+def branch(out, children, node, form, depth, whole, deepest, top):
+    part = 0
+    if whole > 0: part = float(node[3]) / whole
+    bar = "#" * long(part * 40 + 0.5)
+    out.write("  %-8s %-6s %40s %s%s\n" % [cell(form, node[3]), share(node[3], whole), bar, "  " * depth, named(node, depth)])
+    if depth >= deepest: return
+    nodes = children.get(node[0], [])
+    # What is left of a folder says nothing when it is all.
+    if len(nodes) == 1 and nodes[0][4] == 2: return
+    for child in nodes.isort([(3, "D")])[:top]:
+        branch(out, children, child, form, depth + 1, whole, deepest, top)

@@ -8,7 +8,8 @@
 #
 # Every thread has an interpreter of its own; what they share stands in the process's store, under names that begin
 # with "serve_". startup.py runs this with --serve among the arguments, which may also be --port N, --address A,
-# --workers N, --timeout MILLISECONDS and --log FILE.
+# --workers N, --timeout MILLISECONDS and --log FILE. With --census FILE and --out FILE.sqlite it makes reports on that
+# census for its clients, --report-workers N (2) at a time: see census_jobs.py.
 
 class serve.settings:
 
@@ -25,6 +26,11 @@ def number(name, default):
     if str(long(text)) != text: raise ValueError, name + " wants a number, got " + text
     return long(text)
 
+def absolute(path):
+    "A relative path is meant from where the server was started; it works in its own folder."
+    if path == None or path[:1] == "/": return path
+    return fs("get_env", "PWD", fs("pwd")) + "/" + path
+
 def read():
     "Plain data, which travels with the jobs."
     settings = {"address": "127.0.0.1", "backlog": 512, "longest_line": 8192, "most_reads": 64, "most_headers": 100, "log_size": 1000000, "log_files": 5}
@@ -33,12 +39,16 @@ def read():
     settings["workers"] = number("--workers", 60)
     settings["timeout"] = number("--timeout", 15000)
     settings["log"] = argument("--log", "quillsrv.log")
+    settings["report_workers"] = number("--report-workers", 2)
+    settings["census"] = absolute(argument("--census", None))
+    settings["out"] = absolute(argument("--out", None))
+    if settings["census"] <> None and settings["out"] == None: raise ValueError, "--census wants --out FILE.sqlite for the reports"
     return settings
 
 class serve.main:
 
 import ipe.thread
-import serve.settings
+import census.jobs, serve.settings
 
 def make_queue(name, module, settings, threads):
     queue = ipe.thread.queue(name, {"module": module, "settings": settings})
@@ -53,8 +63,9 @@ def start():
         global_set(name, 0)
     make_queue("logger", "serve.logwriter", settings, 1)
     for name in ["pulse_1", "pulse_7", "pulse_31"]:
-        make_queue(name, "serve.timers", {"timer": name, "log": settings.log, "log_files": settings.log_files}, 1)
+        make_queue(name, "serve.timers", {"timer": name, "log": settings.log, "log_files": settings.log_files, "census": settings.census}, 1)
     make_queue("connections", "serve.connection", settings, settings.workers)
+    if settings.census <> None: census.jobs.start(settings)
     make_queue("listener", "serve.listener", settings, 1).enqueue({})
 
 class serve.log:
@@ -138,15 +149,21 @@ class serve.timers:
 
 "The queues pulse_1, pulse_7 and pulse_31."
 
-import serve.log
+import census.jobs, serve.log
 
 before = 0
 told = 0
 
-def every_second():
+def every_second(settings):
+    if settings.census <> None: report_progress()
     requests = global_get("serve_requests", 0)
     global_set("serve_rate", requests - before)
     _G.before = requests
+
+def report_progress():
+    found = census.jobs.pulse()
+    for number in found.keys():
+        serve.log.write(serve.log.debug, "report job " + number + ": " + found[number])
 
 def every_eighth():
     requests = global_get("serve_requests", 0)
@@ -164,7 +181,7 @@ def every_thirty_second(settings):
 
 def job(job, settings):
     if settings.timer == "pulse_1":
-        every_second()
+        every_second(settings)
     elif settings.timer == "pulse_7":
         every_eighth()
     else:
@@ -256,7 +273,7 @@ def speak(socket, settings):
         if serve.http.is_request(text):
             serve.http.answer(text, input, output, settings, state)
         else:
-            serve.lines.answer(text, output, state)
+            serve.lines.answer(text, output, settings, state)
     output(shutdown=1)
 
 def careful(socket, settings):
@@ -297,26 +314,31 @@ class serve.lines:
 
 "The line protocol: a word, a blank and its argument; one line answers."
 
-import serve.status
+import census.jobs, serve.status
 
-def answer(text, output, state):
+def answer(text, output, settings, state):
     parts = text.split(" ", 1)
     word = ""
     rest = ""
     if len(parts) > 0: word = parts[0].lower()
     if len(parts) > 1: rest = parts[1]
-    output(reply(word, rest, state), "\n", flush=1)
+    output(reply(word, rest, settings, state), "\n", flush=1)
 
 def knows(word):
-    if word in ["ping", "echo", "time", "stats", "help", "quit"]: return True
+    if word in ["ping", "echo", "time", "stats", "help", "quit"] or word in census.jobs.words: return True
     return False
 
-def reply(word, rest, state):
+def help_with(settings):
+    if settings.census == None: return ""
+    return ", report NAME [JSON], job N, rows N [FROM [COUNT]], jobs"
+
+def reply(word, rest, settings, state):
     if word == "ping": return "pong"
     if word == "echo": return rest
     if word == "time": return strftime(localtime())
     if word == "stats": return repr(serve.status.figures(), json=1)
-    if word == "help": return "ping, echo TEXT, time, stats, quit"
+    if word == "help": return "ping, echo TEXT, time, stats, quit" + help_with(settings)
+    if settings.census <> None and word in census.jobs.words: return census.jobs.reply(word, rest, settings)
     if word == "quit":
         state["going"] = 0
         return "bye"

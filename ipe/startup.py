@@ -1,7 +1,8 @@
 # The program of a serving quillsrv. It says that the server stands, and leaves; the server then stays in its loop
 # until it is told to stop. With --once among the arguments it ends the server at once, with exit code 0: a trial
 # start. With --usage it makes the report of usage.py first and ends with its exit code, from source and from a bundle
-# alike. With --serve it listens: see serve.py.
+# alike. With --serve it listens: see serve.py. With --census it makes reports as report.py does, and ends; with both it
+# makes them for its clients.
 
 class startup:
 
@@ -12,17 +13,27 @@ def beside():
     parts.append("")
     return parts.join("/")
 
-def report_usage():
+def load(pattern):
     "A bundle has the modules in it; from source they are loaded first."
-    if global_get("startup_type") == "py":
-        for name in ["usage_options", "usage_output", "usage_accounts", "usage_store", "usage_walk", "usage_report", "usage_main"]:
-            interpreter("load", beside() + name + ".py")
+    if global_get("startup_type") <> "py": return
+    for time, name, size in fs("ls_files", beside() + pattern):
+        interpreter("load", beside() + name)
+
+def report_usage():
+    load("usage_*.py")
     import usage.main
     usage.main.run()
     sys_exit()
 
+def report_census():
+    load("census_*.py")
+    import census.main
+    census.main.run()
+    sys_exit()
+
 def listen():
-    if global_get("startup_type") == "py": interpreter("load", beside() + "serve.py")
+    load("census_*.py")
+    load("serve.py")
     import serve.main
     serve.main.start()
 
@@ -50,5 +61,7 @@ if "--usage" in global_get("__program_args"):
     report_usage()
 elif "--serve" in global_get("__program_args"):
     listen()
+elif "--census" in global_get("__program_args"):
+    report_census()
 else:
     stand()

@@ -42,6 +42,8 @@ int prepareSignals(bool swallowHangup) {
     sigset_t set = endSignals();
     if (int error = pthread_sigmask(SIG_BLOCK, &set, nullptr)) return error;
     if (int error = swallowSignal(SIGPIPE)) return error;
+    // A file beyond the limit of sizes is a failed write, not the end of the server.
+    if (int error = swallowSignal(SIGXFSZ)) return error;
     return swallowHangup ? swallowSignal(SIGHUP) : 0;
 }
 

@@ -27,13 +27,15 @@ IPE_Store* translations() {
 }
 
 IPE_Object translationOf(const IPE_Object& key) {
-    static const IPE_Object language(IPE_StringType::intern("language"));
+    // Never destroyed: the pools are gone when static objects die.
+    static const IPE_Object& language = *new IPE_Object(IPE_StringType::intern("language"));
     IPE_Store* store = translations();
     return store ? store->getKey(language, key) : IPE_Object();
 }
 
 void noteMissing(const IPE_Object& key, const IPE_Object& text) {
-    static const IPE_Object missing(IPE_StringType::intern("language_missing"));
+    // Never destroyed: the pools are gone when static objects die.
+    static const IPE_Object& missing = *new IPE_Object(IPE_StringType::intern("language_missing"));
     if (IPE_Store* store = translations()) store->setKeyIfPresent(missing, key, text);
 }
 

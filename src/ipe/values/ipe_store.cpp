@@ -70,7 +70,8 @@ bool removeFrom(IPE_Type* list, const IPE_Object& value) {
 }
 
 const IPE_Object& locksName() {
-    static const IPE_Object name(IPE_StringType::intern("__locks"));
+    // Never destroyed: the pools are gone when static objects die.
+    static const IPE_Object& name = *new IPE_Object(IPE_StringType::intern("__locks"));
     return name;
 }
 
