@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -181,8 +182,8 @@ inline void writeCensus(const ModelCensus& census, const std::string& file,
 // A folder that goes when it does.
 struct CensusFolder {
     CensusFolder() {
-        char path[] = "/tmp/census-XXXXXX";
-        folder = mkdtemp(path);
+        folder = std::filesystem::temp_directory_path() / "census-XXXXXX";
+        if (!mkdtemp(folder.data())) throw std::runtime_error("no folder " + folder);
     }
     ~CensusFolder() { std::filesystem::remove_all(folder); }
     std::string file(const char* name = "census.smf") const { return folder + "/" + name; }
