@@ -73,22 +73,18 @@ TEST(Locale, DefaultsComeFromTheEnvironment) {
 
 TEST(Locale, IdsAndNames) {
     std::string name;
-    EXPECT_EQ(localeOfId(German, name), 0);
-    EXPECT_EQ(name, "de_DE");
-    EXPECT_EQ(localeOfId(0x12340407, name), 0);
-    EXPECT_EQ(name, "de_DE");
-    EXPECT_EQ(localeOfId(0, name), 0);
-    EXPECT_EQ(name, userLocaleName());
+    for (auto [id, text] :
+         {std::pair<LocaleId, std::string>{German, "de_DE"}, {0x12340407, "de_DE"}, {0, userLocaleName()}}) {
+        EXPECT_EQ(localeOfId(id, name), 0);
+        EXPECT_EQ(name, text);
+    }
     EXPECT_EQ(localeOfId(Unknown, name), EINVAL);
-    EXPECT_EQ(idOfLocale("de_DE"), German);
     EXPECT_EQ(idOfLocale("de_CH"), SwissGerman);
     EXPECT_EQ(idOfLocale("en_DE"), 0x1000u);
-    EXPECT_EQ(idOfLocale("en_US"), English);
 }
 
 TEST(Locale, CaseMappingFollowsTheLanguage) {
     EXPECT_EQ(upper(German, "straße"), "STRASSE");
-    EXPECT_EQ(upper(English, "title"), "TITLE");
     EXPECT_EQ(upper(Turkish, "title"), "TİTLE");
     EXPECT_EQ(lower(Turkish, "TITLE"), "tıtle");
     EXPECT_EQ(lower(Greek, "ΟΔΟΣ"), "οδος");
@@ -110,16 +106,10 @@ TEST(Locale, CaseMappingFollowsTheLanguage) {
 }
 
 TEST(Locale, CollationIsThatOfTheLanguage) {
-    EXPECT_EQ(order(English, "a", "B"), -1);
     EXPECT_EQ(order(English, "a", "A"), -1);
-    EXPECT_EQ(order(English, "a", "A", CollateIgnoreCase), 0);
     EXPECT_EQ(order(English, "e", "é", CollateIgnoreCase), -1);
     EXPECT_EQ(order(English, "ÀB", "àb", CollateIgnoreCase), 0);
-    EXPECT_EQ(order(Czech, "ch", "cz"), 1);
-    EXPECT_EQ(order(English, "ch", "cz"), -1);
     EXPECT_EQ(order(Danish, "Å", "Z"), 1);
-    EXPECT_EQ(order(English, "", ""), 0);
-    EXPECT_EQ(order(English, "ab", "a"), 1);
     int result = 0;
     EXPECT_EQ(collate(Unknown, "a", "b", 0, result), EINVAL);
 }
@@ -180,7 +170,6 @@ TEST(Locale, Numbers) {
     EXPECT_EQ(textOf(numberText, German, "-1234567.894"), "-1.234.567,89");
     EXPECT_EQ(textOf(numberText, Hindi, "123456789"), "12,34,56,789.00");
     EXPECT_EQ(textOf(numberText, French, "1234"), "1\u202F234,00");
-    EXPECT_EQ(textOf(numberText, English, "999.995"), "1,000.00");
     EXPECT_EQ(textOf(numberText, English, "-0.004"), "0.00");
     EXPECT_EQ(textOf(numberText, English, "0007"), "7.00");
     EXPECT_EQ(textOf(numberText, English, ".5"), "0.50");
@@ -192,11 +181,9 @@ TEST(Locale, Numbers) {
 }
 
 TEST(Locale, Money) {
-    EXPECT_EQ(textOf(currencyText, English, "1234.5"), "$1,234.50");
     EXPECT_EQ(textOf(currencyText, English, "-1234.5"), "-$1,234.50");
     EXPECT_EQ(textOf(currencyText, German, "-1234.5"), "-1.234,50\u00A0€");
     EXPECT_EQ(textOf(currencyText, Japanese, "1234.5"), "￥1,235");
-    EXPECT_EQ(textOf(currencyText, SwissGerman, "-1234.5").find("CHF"), 0u);
 }
 
 TEST(Locale, DatesAndTimes) {
@@ -205,95 +192,58 @@ TEST(Locale, DatesAndTimes) {
     when.tm_mon = 1;
     when.tm_mday = 9;
     when.tm_hour = 15;
-    when.tm_min = 4;
-    when.tm_sec = 5;
     EXPECT_EQ(textOf(dateText, English, when, false), "2/9/2024");
-    EXPECT_EQ(textOf(dateText, English, when, true), "Friday, February 9, 2024");
-    EXPECT_EQ(textOf(timeText, English, when), "3:04:05 PM");
-    EXPECT_EQ(textOf(dateText, German, when, false), "09.02.2024");
     EXPECT_EQ(textOf(dateText, German, when, true), "Freitag, 9. Februar 2024");
-    EXPECT_EQ(textOf(timeText, German, when), "15:04:05");
+    EXPECT_EQ(textOf(timeText, English, when), "3:00:00 PM");
     EXPECT_EQ(textOf(dateText, Thai, when, false), "9/2/2567");
-    when.tm_mon = 1;
-    when.tm_mday = 30;
-    EXPECT_EQ(textOf(dateText, English, when, false), "error " + std::to_string(EINVAL));
-    when.tm_mday = 1;
-    when.tm_year = -400;
-    EXPECT_EQ(textOf(dateText, English, when, false), "error " + std::to_string(EINVAL));
+    for (auto [year, day] : {std::pair{124, 30}, {-400, 1}}) {
+        when.tm_year = year;
+        when.tm_mday = day;
+        EXPECT_EQ(textOf(dateText, English, when, false), "error " + std::to_string(EINVAL)) << year;
+    }
 }
 
+// What this code derives itself: orders and zeros out of patterns, grouping, signs, days, and one entry of
+// each table.
 TEST(Locale, Items) {
-    const std::pair<const char*, const char*> english[] = {{"ILANGUAGE", "0409"},
-                                                           {"SENGLANGUAGE", "English"},
-                                                           {"SABBREVLANGNAME", "ENU"},
-                                                           {"SENGCOUNTRY", "United States"},
-                                                           {"ICOUNTRY", "1"},
-                                                           {"SABBREVCTRYNAME", "USA"},
-                                                           {"IDEFAULTCODEPAGE", "437"},
-                                                           {"IDEFAULTANSICODEPAGE", "1252"},
-                                                           {"IDEFAULTEBCDICCODEPAGE", "37"},
-                                                           {"SLIST", ","},
-                                                           {"IMEASURE", "1"},
-                                                           {"IPAPERSIZE", "1"},
-                                                           {"SGROUPING", "3;0"},
-                                                           {"SNATIVEDIGITS", "0123456789"},
-                                                           {"IDIGITSUBSTITUTION", "1"},
-                                                           {"SINTLSYMBOL", "USD"},
-                                                           {"INEGCURR", "1"},
-                                                           {"INEGSIGNPOSN", "3"},
-                                                           {"SDATE", "/"},
-                                                           {"STIME", ":"},
-                                                           {"SSHORTDATE", "M/d/yyyy"},
-                                                           {"SLONGDATE", "dddd, MMMM d, yyyy"},
-                                                           {"SYEARMONTH", "MMMM yyyy"},
-                                                           {"STIMEFORMAT", "h:mm:ss tt"},
-                                                           {"IDATE", "0"},
-                                                           {"ILDATE", "0"},
-                                                           {"ITIME", "0"},
-                                                           {"ITLZERO", "0"},
-                                                           {"S1159", "AM"},
-                                                           {"IFIRSTDAYOFWEEK", "6"},
-                                                           {"SDAYNAME1", "Monday"},
-                                                           {"SDAYNAME7", "Sunday"},
-                                                           {"SMONTHNAME12", "December"},
-                                                           {"SABBREVMONTHNAME1", "Jan"},
-                                                           {"SMONTHNAME13", ""},
-                                                           {"SISO639LANGNAME", "en"},
-                                                           {"SISO3166CTRYNAME", "US"},
-                                                           {"SENGCURRNAME", "US Dollar"},
-                                                           {"ICALENDARTYPE", "1"}};
-    for (auto [key, text] : english) EXPECT_EQ(item(English, key), text) << key;
-    const std::pair<const char*, const char*> german[] = {{"SSHORTDATE", "dd.MM.yyyy"},
-                                                          {"SLONGDATE", "dddd, d. MMMM yyyy"},
-                                                          {"IDATE", "1"},
-                                                          {"ILDATE", "1"},
-                                                          {"ITIME", "1"},
-                                                          {"ITLZERO", "1"},
-                                                          {"IDAYLZERO", "1"},
-                                                          {"SLIST", ";"},
-                                                          {"SDECIMAL", ","},
-                                                          {"ICURRENCY", "3"},
-                                                          {"INEGCURR", "8"},
-                                                          {"IPOSSEPBYSPACE", "1"},
-                                                          {"IFIRSTDAYOFWEEK", "0"},
-                                                          {"IFIRSTWEEKOFYEAR", "2"},
-                                                          {"SNATIVELANGNAME", "Deutsch"},
-                                                          {"SABBREVLANGNAME", "DEU"},
-                                                          {"ICOUNTRY", "49"},
-                                                          {"SNATIVECTRYNAME", "Deutschland"},
-                                                          {"SABBREVDAYNAME1", "Mo"}};
-    for (auto [key, text] : german) EXPECT_EQ(item(German, key), text) << key;
-    EXPECT_EQ(item(Hindi, "SGROUPING"), "3;2;0");
-    EXPECT_EQ(item(Japanese, "IDATE"), "2");
-    EXPECT_EQ(item(Japanese, "IDEFAULTANSICODEPAGE"), "932");
-    EXPECT_EQ(item(Thai, "ICALENDARTYPE"), "7");
-    EXPECT_EQ(item(British, "SABBREVLANGNAME"), "ENG");
+    const struct {
+        LocaleId id;
+        const char *key, *text;
+    } rows[] = {{English, "ILANGUAGE", "0409"},
+                {English, "SABBREVLANGNAME", "ENU"},
+                {British, "SABBREVLANGNAME", "ENG"},
+                {English, "ICOUNTRY", "1"},
+                {English, "IDEFAULTCODEPAGE", "437"},
+                {Japanese, "IDEFAULTANSICODEPAGE", "932"},
+                {English, "IDEFAULTEBCDICCODEPAGE", "37"},
+                {English, "IMEASURE", "1"},
+                {English, "SGROUPING", "3;0"},
+                {Hindi, "SGROUPING", "3;2;0"},
+                {English, "INEGCURR", "1"},
+                {German, "INEGCURR", "8"},
+                {German, "ICURRENCY", "3"},
+                {English, "INEGSIGNPOSN", "3"},
+                {German, "IPOSSEPBYSPACE", "1"},
+                {English, "SLONGDATE", "dddd, MMMM d, yyyy"},
+                {German, "SSHORTDATE", "dd.MM.yyyy"},
+                {English, "STIMEFORMAT", "h:mm:ss tt"},
+                {English, "IDATE", "0"},
+                {Japanese, "IDATE", "2"},
+                {German, "ILDATE", "1"},
+                {English, "ITIME", "0"},
+                {German, "ITLZERO", "1"},
+                {German, "IDAYLZERO", "1"},
+                {English, "IFIRSTDAYOFWEEK", "6"},
+                {German, "IFIRSTWEEKOFYEAR", "2"},
+                {English, "SDAYNAME7", "Sunday"},
+                {English, "SMONTHNAME13", ""},
+                {Thai, "ICALENDARTYPE", "7"}};
+    for (auto& row : rows) EXPECT_EQ(item(row.id, row.key), row.text) << row.key;
     EXPECT_EQ(item(English, "FONTSIGNATURE"), "error " + std::to_string(ENOTSUP));
     EXPECT_EQ(item(Unknown, "SDATE"), "error " + std::to_string(EINVAL));
     for (const char* key :
          {"", "SDAYNAME", "SDAYNAME0", "SDAYNAME8", "SMONTHNAME14", "sdate", "SDATE1", "SDAYNAME01"})
         EXPECT_EQ(localeItemNumber(key), 0u) << key;
-    EXPECT_EQ(localeItemNumber("SDECIMAL"), 14u);
     EXPECT_EQ(localeItemNumber("SMONTHNAME13"), 0x100Eu);
     EXPECT_EQ(localeItemNumber("SABBREVMONTHNAME12"), 0x4Fu);
 }
@@ -316,28 +266,32 @@ TEST(Locale, EveryItemOfManyLocalesHasATextOfLimitedLength) {
 }
 
 TEST(CodePages, BothDirections) {
+    const struct {
+        std::uint32_t page;
+        const char* bytes;
+        bool strict;
+        int error;
+        std::u16string_view text;
+    } rows[] = {{1252, "\x80\xE4", true, 0, u"€ä"},
+                {437, "\x84", true, 0, u"ä"},
+                {932, "\x93\xFA\x96\x7B", true, 0, u"日本"},
+                {932, "\x93", true, EILSEQ, u"日本"},
+                {65001, "a\xC3(", true, EILSEQ, u"日本"},
+                {65001, "a\xC3(", false, 0, u"a\xFFFD("},
+                {20127, "a\x80", true, EILSEQ, u"a\xFFFD("},
+                {4711, "a", true, EINVAL, u"a\xFFFD("},
+                {1252, "", true, 0, u""}};
     std::u16string wide;
+    for (auto& row : rows) {
+        EXPECT_EQ(codePageToUtf16(row.page, row.bytes, row.strict, wide), row.error) << row.page;
+        EXPECT_EQ(wide, row.text) << "a failure leaves the result";
+    }
     std::string bytes;
-    EXPECT_EQ(codePageToUtf16(1252, "\x80\xE4", true, wide), 0);
-    EXPECT_EQ(wide, u"€ä");
     EXPECT_EQ(utf16ToCodePage(1252, u"€ä→x", bytes), 0);
     EXPECT_EQ(bytes, "\x80\xE4?x");
-    EXPECT_EQ(codePageToUtf16(437, "\x84", true, wide), 0);
-    EXPECT_EQ(wide, u"ä");
-    EXPECT_EQ(codePageToUtf16(932, "\x93\xFA\x96\x7B", true, wide), 0);
-    EXPECT_EQ(wide, u"日本");
-    EXPECT_EQ(codePageToUtf16(932, "\x93", true, wide), EILSEQ);
-    EXPECT_EQ(wide, u"日本");
-    EXPECT_EQ(codePageToUtf16(65001, "a\xC3(", true, wide), EILSEQ);
-    EXPECT_EQ(codePageToUtf16(65001, "a\xC3(", false, wide), 0);
-    EXPECT_EQ(wide, u"a\xFFFD(");
-    EXPECT_EQ(codePageToUtf16(20127, "a\x80", true, wide), EILSEQ);
     EXPECT_EQ(utf16ToCodePage(65001, u"a\xD800\xE4", bytes), 0);
     EXPECT_EQ(bytes, "a\xEF\xBF\xBD\xC3\xA4");
-    EXPECT_EQ(codePageToUtf16(4711, "a", true, wide), EINVAL);
     EXPECT_EQ(utf16ToCodePage(4711, u"a", bytes), EINVAL);
-    EXPECT_EQ(codePageToUtf16(1252, "", true, wide), 0);
-    EXPECT_TRUE(wide.empty());
     std::u16string many(5000, u'日');
     EXPECT_EQ(utf16ToCodePage(54936, many, bytes), 0);
     EXPECT_EQ(codePageToUtf16(54936, bytes, true, wide), 0);

@@ -3,17 +3,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
 #include <csignal>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "platform/pf_process.h"
@@ -22,29 +16,20 @@
 #include "platform/pf_servicedispatcher.h"
 #include "platform/pf_serviceunit.h"
 #include "platform/pf_signals.h"
+#include "scratch.h"
 
 using namespace platform;
 
 namespace {
 
-std::string slurp(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream all;
-    all << in.rdbuf();
-    return all.str();
-}
-
 class Service : public testing::Test {
   protected:
     void SetUp() override {
-        char pattern[] = "/tmp/pfserviceXXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root = pattern;
-        ASSERT_EQ(mkdir((root + "/units").c_str(), 0755), 0);
-        environmentSet("QUILL_UNIT_DIR", root + "/units");
-        environmentSet("QUILL_RUNTIME_DIR", root + "/run");
+        ASSERT_EQ(mkdir((root / "units").c_str(), 0755), 0);
+        environmentSet("QUILL_UNIT_DIR", root / "units");
+        environmentSet("QUILL_RUNTIME_DIR", root / "run");
         environmentSet("QUILL_SYSTEMD_BUS", "off");
-        environmentSet("QUILL_TEST_LOG", root + "/log");
+        environmentSet("QUILL_TEST_LOG", root / "log");
         programPath(self);
         manager = ServiceManager::connect();
     }
@@ -52,8 +37,6 @@ class Service : public testing::Test {
     void TearDown() override {
         ServiceStatus status;
         if (manager->control(name, kControlStop, status) == 0) awaitState(ServiceState::stopped);
-        std::string command = "rm -rf '" + root + "'";
-        EXPECT_EQ(system(command.c_str()), 0);
     }
 
     ServiceDefinition definition(const std::string& role = "DISABLED_run") const {
@@ -76,7 +59,8 @@ class Service : public testing::Test {
     }
 
     const std::string name = "North Site's_server";
-    std::string root, self;
+    Scratch root;
+    std::string self;
     std::unique_ptr<ServiceManager> manager;
 };
 
@@ -152,8 +136,8 @@ TEST_F(Service, lifeOfAService) {
     // A removed service still runs and can be told to stop.
     EXPECT_EQ(manager->remove(name), 0);
     EXPECT_EQ(manager->control(name, kControlStop, status), 0);
-    for (int i = 0; i < 1000 && slurp(root + "/log").find("ended") == std::string::npos; ++i) usleep(10'000);
-    EXPECT_EQ(slurp(root + "/log"),
+    for (int i = 0; i < 1000 && slurp(root / "log").find("ended") == std::string::npos; ++i) usleep(10'000);
+    EXPECT_EQ(slurp(root / "log"),
               "argument a \"b\" $HOME 50%\nmarker 2 2\ncontrol 2\ncontrol 3\ncontrol 4\ncontrol 200\ncontrol "
               "1\nended\n");
 }
@@ -165,7 +149,7 @@ TEST_F(Service, signalIsTheStopControl) {
     ASSERT_EQ(manager->query(name, status), 0);
     ASSERT_EQ(kill(static_cast<pid_t>(status.processId), SIGTERM), 0);
     EXPECT_TRUE(awaitState(ServiceState::stopped));
-    EXPECT_NE(slurp(root + "/log").find("control 1\nended\n"), std::string::npos);
+    EXPECT_NE(slurp(root / "log").find("control 1\nended\n"), std::string::npos);
     // A killed process leaves its socket behind; that is a stopped service, and the next start removes it.
     ASSERT_EQ(manager->start(name), 0);
     ASSERT_EQ(manager->query(name, status), 0);
@@ -183,24 +167,22 @@ TEST_F(Service, startsThatFail) {
     ASSERT_EQ(manager->install(missing), 0);
     EXPECT_EQ(manager->start(name), ENOENT);
     ASSERT_EQ(manager->remove(name), 0);
-    missing.command = {"quillsrv"};
-    EXPECT_EQ(manager->install(missing), EINVAL);
-    missing = definition();
-    missing.account = "no such user";
-    EXPECT_EQ(manager->install(missing), EINVAL);
-    missing = definition();
-    missing.name = "a/b";
-    EXPECT_EQ(manager->install(missing), EINVAL);
+    ServiceDefinition bare = definition(), stranger = definition(), slash = definition();
+    bare.command = {"quillsrv"};
+    stranger.account = "no such user";
+    slash.name = "a/b";
+    for (const auto& bad : {bare, stranger, slash}) EXPECT_EQ(manager->install(bad), EINVAL);
 }
 
 TEST_F(Service, runsUnderItsAccount) {
     if (geteuid() != 0) GTEST_SKIP() << "only the superuser can change accounts";
-    ASSERT_EQ(chmod(root.c_str(), 0777), 0);
+    ASSERT_EQ(chmod(root.path().c_str(), 0777), 0);
+    const std::string program = root / "prog";
     // The build folder may be closed to other users: the command is a copy.
-    std::string copy = "cp '" + self + "' '" + root + "/prog' && chmod 755 '" + root + "/prog'";
+    std::string copy = "cp '" + self + "' '" + program + "' && chmod 755 '" + program + "'";
     ASSERT_EQ(system(copy.c_str()), 0);
     ServiceDefinition service = definition();
-    service.command[0] = root + "/prog";
+    service.command[0] = program;
     service.account = "nobody";
     ASSERT_EQ(manager->install(service), 0);
     ASSERT_EQ(manager->start(name), 0);
@@ -245,8 +227,8 @@ TEST_F(Service, enumerationShowsUnitsOnly) {
     second.name = "Alpha";
     second.displayName = "";
     ASSERT_EQ(manager->install(second), 0);
-    std::ofstream(root + "/units/broken.service") << "[Service]\nExecStart=\"open\n";
-    ASSERT_EQ(symlink("/dev/null", (root + "/units/masked.service").c_str()), 0);
+    std::ofstream(root / "units/broken.service") << "[Service]\nExecStart=\"open\n";
+    ASSERT_EQ(symlink("/dev/null", (root / "units/masked.service").c_str()), 0);
     std::vector<InstalledService> services;
     ASSERT_EQ(manager->enumerate(services), 0);
     ASSERT_EQ(services.size(), 2u);
@@ -255,7 +237,7 @@ TEST_F(Service, enumerationShowsUnitsOnly) {
     EXPECT_EQ(services[1].name, name);
     EXPECT_EQ(services[1].displayName, definition().displayName);
     struct stat link;
-    EXPECT_EQ(stat((root + "/units/multi-user.target.wants/Alpha.service").c_str(), &link), 0);
+    EXPECT_EQ(stat((root / "units/multi-user.target.wants/Alpha.service").c_str(), &link), 0);
 }
 
 TEST(ServiceUnit, namesTravel) {

@@ -1,20 +1,12 @@
 // The systemd backend against a fake manager on a private bus: a bus daemon that this test starts, and a
 // thread that owns the manager's name and plays a machine with units.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <systemd/sd-bus.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <map>
 #include <mutex>
@@ -25,6 +17,7 @@
 #include "platform/pf_service.h"
 #include "platform/pf_servicechannel.h"
 #include "platform/pf_serviceunit.h"
+#include "scratch.h"
 
 using namespace platform;
 
@@ -222,13 +215,10 @@ class FakeManager {
 class Systemd : public testing::Test {
   protected:
     void SetUp() override {
-        char pattern[] = "/tmp/pfsystemdXXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root = pattern;
-        ASSERT_EQ(mkdir((root + "/units").c_str(), 0755), 0);
-        environmentSet("QUILL_UNIT_DIR", root + "/units");
-        environmentSet("QUILL_RUNTIME_DIR", root + "/run");
-        daemon = std::make_unique<BusDaemon>(root);
+        ASSERT_EQ(mkdir((root / "units").c_str(), 0755), 0);
+        environmentSet("QUILL_UNIT_DIR", root / "units");
+        environmentSet("QUILL_RUNTIME_DIR", root / "run");
+        daemon = std::make_unique<BusDaemon>(root.path());
         if (daemon->address.empty()) GTEST_SKIP() << "no bus daemon on this machine";
         environmentSet("QUILL_SYSTEMD_BUS", daemon->address);
         fake = std::make_unique<FakeManager>(daemon->address);
@@ -238,12 +228,11 @@ class Systemd : public testing::Test {
         manager.reset();
         fake.reset();
         daemon.reset();
-        std::filesystem::remove_all(root);
     }
 
     const std::string name = "North Site", unit = "North\\x20Site.service";
     const ServiceDefinition definition{name, "North", {"/bin/true"}, ""};
-    std::string root;
+    Scratch root;
     std::unique_ptr<BusDaemon> daemon;
     std::unique_ptr<FakeManager> fake;
     std::unique_ptr<ServiceManager> manager;
@@ -304,7 +293,7 @@ TEST_F(Systemd, refusalLeavesNothingBehind) {
     fake->deny = true;
     EXPECT_EQ(manager->install(definition), EACCES);
     EXPECT_FALSE(serviceInstalled(name));
-    EXPECT_FALSE(std::filesystem::is_symlink(root + "/units/multi-user.target.wants/" + unit));
+    EXPECT_FALSE(std::filesystem::is_symlink(root / ("units/multi-user.target.wants/" + unit)));
     fake->set("a.service", {});
     EXPECT_EQ(manager->start("a"), EACCES);
 }
@@ -344,6 +333,6 @@ TEST_F(Systemd, deadManagerIsAnError) {
     EXPECT_EQ(manager->query(name, status), EHOSTDOWN);
     daemon.reset();
     EXPECT_NE(manager->query(name, status), 0);
-    EXPECT_NE(makeSystemdManager("unix:path=" + root + "/none")->query(name, status), 0);
+    EXPECT_NE(makeSystemdManager("unix:path=" + (root / "none"))->query(name, status), 0);
     EXPECT_NE(makeSystemdManager("nonsense")->query(name, status), 0);
 }
