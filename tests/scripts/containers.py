@@ -141,7 +141,11 @@ same("dicts compare by their entries", [compare_dicts({"a": 1, "b": 2}, {"b": 2,
 same("list()", [list((1, 2)), list("aä"), list([1]), list({"k": 1})], [[1, 2], ["a", "ä"], [1], [("k", 1)]])
 same("tuple()", [tuple([1, 2]), tuple("ab"), tuple({"k": 1})], [(1, 2), ("a", "b"), (("k", 1),)])
 fault("not of a number", "ValueError: tuple() argument must be a sequence", list, 5)
-same("range", [range(0, 3), range(3, 3), range(0, 10, 4), range(-1, 1)], [[0, 1, 2], [], [0, 4, 8], [-1, 0]])
+fault("nor of None", "ValueError: tuple() argument must be a sequence", tuple, None)
+same("range", [range(0, 3), range(3, 3), range(0, 10, 4), range(-1, 1), range(0, 6, 3), range(6, 5, -1), range(9223372036854775806, 9223372036854775807), len(range(-9223372036854775807, 9223372036854775807, 9223372036854775807))], [[0, 1, 2], [], [0, 4, 8], [-1, 0], [0, 3], [], [9223372036854775806], 2])
+fault_class("no step", "ValueError", range, 0, 5, 0)
+fault_class("a step away from the end", "ValueError", range, 0, 5, -1)
+fault_class("too long", "MemoryAllocError", range, -9223372036854775807, 9223372036854775807)
 
 # Text
 same("text and representation", [str([1, "a", (2,), {"k": None}]), repr([1, "a", (2,), {"k": None}])], ["[1, \"a\", (2), {\"k\": None}]", "[1, 'a', (2), {'k': None}]"])

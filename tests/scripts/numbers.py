@@ -74,5 +74,8 @@ same("both options", repr([None, True, False], booleans_as_integers=1, json=1), 
 # Hashes: equal keys of a dict
 table = {1: "int", 1.5: "float", None: "none", True: "true"}
 same("numbers as keys", [table[1], table[1.5], table[None], table[True]], ["int", "float", "none", "true"])
-same("functions of numbers", [abs(-5), bits(10), byteswap_U32(1), sqrt(16), sqrt(2.25)], [5, [2, 8], 16777216, 4.0, 1.5])
+same("functions of numbers", [abs(-5), abs(most), sqrt(16), sqrt(2), long("-0012x"), long(-7.9)], [5, most, 4.0, 1.4142135623730951, -12, -7])
+fault("no number for it", "SafeIntArithmeticOverflow: ", abs, least)
+same("bits", [bits(10), bits(0), bits(2147483653), len(bits(-1))], [[2, 8], [], [1, 4, 2147483648], 32])
+same("bytes", [byteswap_U32(1), byteswap_U32(16909060), byteswap_U32(255), byteswap_U32(30064771072)], [16777216, 67305985, 4278190080, 0])
 same("timeout of nothing", timeout().sleep(0), None)
