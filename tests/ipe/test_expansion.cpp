@@ -38,6 +38,7 @@ TEST_F(Expansion, ValuesAreChosenByTheParametersType) {
 TEST_F(Expansion, UnknownCodesNameTheirPlace) {
     EXPECT_EQ(formatError("ab%", I(1)), "ValueError: unknown format code at position 3 in ab%");
     EXPECT_EQ(formatError("%d", I(1)), "ValueError: unknown format code at position 1 in %d");
+    EXPECT_EQ(formatError("%d", L({})), "ValueError: ran out of string params");  // the value comes first
     EXPECT_EQ(formatError("\xE2\x82\xAC%05.2u", I(1)),
               "ValueError: unknown format code at position 6 in \xE2\x82\xAC%05.2u");
     EXPECT_EQ(formatError("%-,i", I(1)), "ValueError: unknown format code at position 2 in %-,i");
@@ -61,6 +62,8 @@ TEST_F(Expansion, Numbers) {
     EXPECT_EQ(format("%f %.1f %.3f", L({F(2.5), F(0.25), F(-1)})), "2 0.2 -1.000");
     EXPECT_EQ(format("%x %x", L({I(0x1FFFFFFFF), I(-1)})), "ffffffff ffffffff");
     EXPECT_EQ(format("%i", S("12abc")), "12");
+    EXPECT_EQ(format("%08x|%,12i|%6.1f|%-6.1f|%06.1f", L({I(48879), I(1234567), F(2.25), F(2.5), F(2.5)})),
+              "0000beef|   1,234,567|   2.2|2.5   |0002.5");
     EXPECT_EQ(format("%.99999999999f", F(0.1)).size(), 1102u);
     EXPECT_EQ(format("%99999999999999999999s", S("x")).size(), 1000000u);
     EXPECT_EQ(format("%,.1f", F(1e308)).size(), 64u + 21u);

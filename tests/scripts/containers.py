@@ -19,7 +19,7 @@ def index_nocase(list, text):
     return list.index_nocase(text)
 
 fault("all must be strings", "TypeError: Require a 'StringType' but given a 'IntType'", index_nocase, [1], "a")
-same("sum, min, max", [[1, "x", 2.5, 4].sum(), [0, 5, 3].min(), [-2, -1].max(), [3, "9", 7].max(), [].sum(), [0].min()], [5, 3, 0, 7, 0, 0])
+same("sum, min, max", [[1, "x", 2.5, 4].sum(), [0, 5, 3].min(), [-2, -1].max(), [3, "9", 7].max(), [].sum(), [0].min(), [4, -3, "-9"].min(), [-2, -1].sum(), [].min()], [5, 3, 0, 7, 0, 0, -3, -3, 0])
 def sum(list):
     return list.sum()
 
@@ -45,7 +45,8 @@ def remove(value, i):
     del value[i]
     return value
 
-same("index from the end", [get([1, 2, 3], -1), get([1, 2, 3], -3)], [3, 1])
+same("index from the end", [get([1, 2, 3], -1), get([1, 2, 3], -3), get([1, 2], "-1"), get([1, 2], False)], [3, 1, 2, 1])
+fault("an index of no number", "TypeError: Require a 'IntType' but given a 'StringType'", get, [1], "a")
 fault("out of range", "KeyError: The key 3 does not exist", get, [1, 2, 3], 3)
 fault("out of range from the end", "KeyError: The key -4 does not exist", get, [1, 2, 3], -4)
 same("set", set([1, 2], 1, "x"), [1, "x"])
@@ -60,7 +61,7 @@ def compare(a, b):
     if a < b: return -1
     return 1
 
-same("comparison by the first difference", [compare([1, 2], [1, 3]), compare([2], [1, 3]), compare([1], [1]), compare([1], [1, 2]), compare([1], (1))], [-1, 1, 0, 1, 1])
+same("comparison by the first difference", [compare([1, 2], [1, 3]), compare([2], [1, 3]), compare([1], [1]), compare([1], [1, 2]), compare([1], (1)), compare([1, 2], [1]), compare([], ())], [-1, 1, 0, 1, 1, 1, 1])
 
 def many(n):
     list = []
@@ -78,11 +79,14 @@ same("mixed kinds don't break a sort", len(["b", 1, None, 2.5, [1], "a"].append(
 rows = [("b", 1), ("a", 2), ("b", 3), ("a", 1)]
 same("isort", rows.isort([(0, "A"), (1, "D")]), [("a", 2), ("a", 1), ("b", 3), ("b", 1)])
 same("isort by keys of dicts", [{"n": 1}, {"n": 3}, {"n": 2}].isort([("n", "D")]), [{"n": 3}, {"n": 2}, {"n": 1}])
+kept = [(2, "a"), (1, "b"), (2, "c")]
+same("isort leaves equals in their order", kept.isort([(0, "D"), (1, "A")]), [(2, "a"), (2, "c"), (1, "b")])
 same("isort without keys", [2, 1].isort([]), [1, 2])
 def isort(rows, keys):
     return rows.isort(keys)
 
-fault("isort without the column", "IndexError: isort index out of range", isort, [(1,), (2,)], [(5, "A")])
+fault("isort without the column", "IndexError: isort index out of range", isort, kept, [(5, "A")])
+same("and loses nothing", len(kept), 3)
 
 # Tuples
 t = (1, [2], "x")
@@ -93,7 +97,7 @@ fault("set out of range", "IndexError: tuple index out of range", set, (1, 2), 2
 fault("no sum", "TypeError: __add__ is not supported", add, (1,), (2,))
 fault("no slice", "TypeError: __getslice__ is not supported", run, "x = (1, 2)[0:1]")
 fault("no del", "TypeError: __delitem__ is not supported", remove, (1, 2), 0)
-same("a tuple of one is a number", [long((5)), float((5)), 1 + (2)], [5, 5.0, 3])
+same("a tuple of one is a number", [long((5)), float((5)), 1 + (2), long(("12"))], [5, 5.0, 3, 12])
 fault("a longer one is none", "RuntimeError: cannot convert multi valued tuple to integer", long, (1, 2))
 fault("nor a float", "RuntimeError: cannot convert multi valued tuple to float", float, (1, 2))
 
@@ -101,8 +105,8 @@ fault("nor a float", "RuntimeError: cannot convert multi valued tuple to float",
 d = {"b": 2, "a": 1}
 same("get", [d.get("a"), d.get("x"), d.get("x", 5), d["b"]], [1, None, 5, 2])
 same("has_key is a number", [d.has_key("a"), d.has_key("x")], [1, 0])
-same("keys in order", [d.keys("A"), d.keys("D"), len(d.keys())], [["a", "b"], ["b", "a"], 2])
-same("getset", [d.getset("a", 9), d.getset("c", 3), d["c"]], [1, 3, 3])
+same("keys in order", [d.keys("A"), d.keys("D"), {"b": 1, "C": 1, "a": 1}.keys("A"), len(d.keys())], [["a", "b"], ["b", "a"], ["a", "b", "C"], 2])
+same("getset", [d.getset("a", 9), d.getset("c", 3), d.getset("c", 4), d["c"]], [1, 3, 3, 3])
 same("without case", [d.get_nocase("A"), d.get_nocase("X"), d.get_nocase("X", 7), d.has_key_nocase("C"), d.has_key_nocase("Z"), d.getset_nocase("B", 0), d.getset_nocase("E", 5), d["E"]], [1, None, 7, 1, 0, 2, 5, 5])
 def get_nocase(dict, key):
     return dict.get_nocase(key)
@@ -137,7 +141,11 @@ same("dicts compare by their entries", [compare_dicts({"a": 1, "b": 2}, {"b": 2,
 same("list()", [list((1, 2)), list("aä"), list([1]), list({"k": 1})], [[1, 2], ["a", "ä"], [1], [("k", 1)]])
 same("tuple()", [tuple([1, 2]), tuple("ab"), tuple({"k": 1})], [(1, 2), ("a", "b"), (("k", 1),)])
 fault("not of a number", "ValueError: tuple() argument must be a sequence", list, 5)
-same("range", [range(0, 3), range(3, 3), range(0, 10, 4), range(-1, 1)], [[0, 1, 2], [], [0, 4, 8], [-1, 0]])
+fault("nor of None", "ValueError: tuple() argument must be a sequence", tuple, None)
+same("range", [range(0, 3), range(3, 3), range(0, 10, 4), range(-1, 1), range(0, 6, 3), range(6, 5, -1), range(9223372036854775806, 9223372036854775807), len(range(-9223372036854775807, 9223372036854775807, 9223372036854775807))], [[0, 1, 2], [], [0, 4, 8], [-1, 0], [0, 3], [], [9223372036854775806], 2])
+fault_class("no step", "ValueError", range, 0, 5, 0)
+fault_class("a step away from the end", "ValueError", range, 0, 5, -1)
+fault_class("too long", "MemoryAllocError", range, -9223372036854775807, 9223372036854775807)
 
 # Text
 same("text and representation", [str([1, "a", (2,), {"k": None}]), repr([1, "a", (2,), {"k": None}])], ["[1, \"a\", (2), {\"k\": None}]", "[1, 'a', (2), {'k': None}]"])

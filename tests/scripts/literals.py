@@ -55,6 +55,7 @@ def shorter(a, b):
     return "longer"
 
 same("packed is shorter", shorter(packed, repr(data)), "shorter")
+same("the value of a keyword counts", repr(data, json=0), repr(data))
 same("unpacked by keyword", eval(packed, zlib=1), data)
 same("unpacked by its mark", eval("~" + packed), data)
 fault_class("a damaged packed text", "AssertionError", eval, "~AAAAAAAA")

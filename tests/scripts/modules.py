@@ -102,6 +102,10 @@ same("a name without a dot lies in the empty branch", holds(interpreter("modules
 stored = eval(repr(interpreter("module_get", "modules.early")))
 same("the stored form", [stored["module"], stored["file"][-8:], stored["line"], stored["tokens"][0][1], stored["tokens"][0][2][:2]], ["modules.early", "other.py", 16, 0, [5, "value"]])
 fault("module_get of nothing", "ImportError: No module named 'nowhere.else'", interpreter, "module_get", "nowhere.else")
+fault("of a missing leaf", "KeyError: Three", interpreter, "module_get", "modules.Three")
+fault_class("load of no file", "IOError", interpreter, "load", "/no such file.py")
+same("module_set does nothing", interpreter("module_set", "modules.early", 1), None)
+same("a node", type(interpreter("module_get", "modules.early")), "ModuleSourceType")
 
 # The hook for missing built-ins
 import modules.lazy

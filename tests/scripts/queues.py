@@ -27,9 +27,9 @@ jobs.enqueue(job)
 jobs.enqueue(None)
 ipe.thread.queue("jobs", {"module": "other"}).enqueue("the same queue")
 same("waiting", figures("jobs"), [0, 0, 3, 3])
-for word in ["highest", "higher", "lower", "lowest", "normal", "sideways"]:
+for word, priority in [("highest", 2), ("higher", 1), ("lower", -1), ("lowest", -2), ("normal", 0), ("sideways", 0)]:
     jobs.set_priority(word)
-    print word, figures("jobs")[0]
+    same(word, figures("jobs")[0], priority)
 
 jobs.set_threads(0)
 same("at least one", figures("jobs"), [0, 1, 3, 3])

@@ -91,4 +91,4 @@ same("class and with have no name", tokens("class with"), ["?Unknown?", "?Unknow
 t.assign("one two")
 t.next()
 t.back()
-same("back", t.next(), "two")
+same("back and the rest", [t.next(), t.tokens(), t.next()], ["two", "two", "[EOL]"])

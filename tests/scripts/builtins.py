@@ -1,0 +1,119 @@
+# The built-in functions that no other program calls: text, codecs, time, the machine, objects, stores.
+
+class startup_custom:
+
+interpreter("load", fs("get_env", "QUILL_CHECK"))
+from check import *
+
+most = 9223372036854775807
+
+# Text
+same("code points", [chr(65), chr(8364), chr(1114111), chr(0), ord("€b"), ord("")], ["A", "€", "\udbff\udfff", "", 8364, 0])
+for bad in [-1, 55296, 1114112, 4294967296]:
+    fault_class("no code point", "UnicodeError", chr, bad)
+
+fault_class("a code point is a number", "AssertionError", chr, "A")
+fault_class("no UTF-8", "UnicodeError", ord, "\xff")
+fault_class("a number has no length", "TypeError", len, 1)
+same("case, split, join", [lower("ÄB"), upper("ab"), split("a,b;c", ",;"), split("a,b,c", ",", 1), split("a b"), join([1, "b"], "-")], ["äb", "AB", ["a", "b", "c"], ["a", "b,c"], ["a", "b"], "1-b"])
+fault_class("join of a tuple", "TypeError", join, (), "")
+same("wildmatch: the pattern comes first", [wildmatch("a*C", "ABC"), wildmatch("ABC", "a*C")], [True, False])
+same("translate", translate(["x\[key,plain] y", 1]), ["xplain y", 1])
+same("metaphone", [metaphone("Knight"), metaphone("Thompson"), metaphone("12")], ["NT", "0MPSN", ""])
+
+# Codecs
+same("md5", [md5(""), md5("message digest")], ["d41d8cd98f00b204e9800998ecf8427e", "f96b697d7cb7938d525a2f31aaf161d0"])
+same("sha1", [sha1(""), sha1("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")], ["da39a3ee5e6b4b0d3255bfef95601890afd80709", "84983e441c3bd26ebaae4aa1f95129e5e54670f1"])
+for coded, plain in [("0V%T", "Cat"), (" \t 0V%T0V%T\nrest", "CatCat"), ("0V%", "Ca"), ("0V", "C"), ("0", ""), ("80``80``", "a"), ("", ""), ("{}", "")]:
+    same("uudecode ends at the first foreign character, a text at its first zero", uudecode(coded), plain)
+
+same("uudecode of some bytes", [uudecode("0V%T0V%T", 4), uudecode("0V%T", 0)], ["CatC", ""])
+for plain, coded in [("", ""), ("f", "Zg=="), ("fo", "Zm8="), ("foo", "Zm9v"), ("foobar", "Zm9vYmFy")]:
+    same("Base64", [base64_encode(plain), base64_decode(coded)], [coded, plain])
+
+same("Base64 of other values", [base64_encode(12), base64_encode("foo".secret())], ["MTI=", "Zm9v"])
+same("URLs", [url_encode("AZaz09-._~"), url_encode("a b/é+%"), url_decode("a%20b+c%2f%C3%A9")], ["AZaz09-._~", "a%20b%2F%C3%A9%2B%25", "a b c/é"])
+fault("Base64 of nothing", "IndexError: tuple index out of range", base64_encode)
+fault("a URL of nothing", "IndexError: tuple index out of range", url_decode)
+for action, bad in [(base64_decode, "Zg=!"), (base64_decode, "Z"), (base64_decode, "Zm9vé"), (url_decode, "%"), (url_decode, "%4"), (url_decode, "%zz")]:
+    fault_class("damaged text", "ValueError", action, bad)
+
+# p = 61, q = 53: n = 3233 (ca1), e = 17 (11), d = 2753 (ac1).
+zeros = "0" * 255
+wide = "8" + zeros
+for mode, text, exponent, modulus, result in [("eh", "41", "11", "ca1", "ae6"), ("dh", "AE6", "ac1", "CA1", "41"), ("e", "A", "11", "ca1", "ae6"), ("d", "ae6", "ac1", "ca1", "A"), ("eh", "0", "11", "ca1", "0"), ("eh", "0005", "0", "ca1", "1"), ("eh", "5", "3", "64", "19"), ("eh", wide, "1", "9" + zeros, wide), ("eh", "2", "3ff", "f" * 256, wide), ("eh", "00000" + wide, "1", "3", "2")]:
+    same("rsa", rsa(mode, text, exponent, modulus), result)
+
+for mode, text in [("eh", "1" + wide), ("e", "x" * 129), ("eh", "1g"), ("eh", "-1"), ("x", "1")]:
+    fault_class("rsa of what is no number, too long or no mode", "ValueError", rsa, mode, text, "1", "3")
+
+fault("rsa by zero", "NumericError: Divide by Zero", rsa, "eh", "1", "1", "0")
+same("units", [unicode_utf8("a€"), unicode_utf16("a😀"), unicode_utf32("a😀"), unicode_utf8(""), unicode_utf16(""), unicode_utf32("")], [[97, 226, 130, 172], [97, 55357, 56832], [97, 128512], [], [], []])
+same("sanitized", [unicode_sanitize("\xc3("), unicode_sanitize("é"), unicode_native("abc")], ["\xf4\x8f\xbf\xb02C3(", "é", "abc"])
+fault_class("no UTF-8 in units", "UnicodeError", unicode_utf32, "\xc3(")
+unicode_flags(1)
+same("unless the thread sanitizes", [unicode_flags(), unicode_utf32("\xc3(")], [1, [1114096, 50, 67, 51, 40]])
+unicode_flags(0)
+same("names of files", [uep("a:b?c/d\\e. "), udp(uep("a:b?c/d\\e. ")), udp("\xef\x80\xab\xef\x80\xae"), udp(5000)], ["a:b\xef\x80\xa5c\xef\x80\xa2d\xef\x80\xa6e.\xef\x80\xa8", "a:b?c/d\\e. ", ":~", 5000])
+same("XML", [xep("<a href=\"x\">&'"), xep("a/b", "/", "-"), xep("abc", "ab", "<"), xep("éx", "é", "€")], ["&lt;a href=&quot;x&quot;&gt;&amp;&apos;", "a-b", "&lt;bc", "€x"])
+for plain in ["<&>\"'", "a*b,c/d:e;f?g\\h|i~", "tab\tline\n", "€", ""]:
+    same("XML there and back", xdp(xep(plain)), plain)
+
+same("codes in XML", xdp("&#8364;&nbsp;"), "€&nbsp;")
+fault_class("a text is wanted", "TypeError", xep, 12)
+fault("an open code", "RuntimeError: Malformed character reference", xdp, "&#12")
+fault("code zero", "RuntimeError: Illegal value", xdp, "&#0;")
+
+# Time
+now = maketime("20240229123456")
+same("maketime", [maketime((2024, 2, 29, 12, 34, 56)), maketime(""), maketime(None), maketime(-5)], [now, 0, 0, -5])
+same("localtime", [localtime(now), localtime(0), localtime(-1), localtime()[0] / 1000, localtime(32535244798)[0] / 1000], [(2024, 2, 29, 12, 34, 56), (0, 0, 0, 0, 0, 0), (0, 0, 0, 0, 0, 0), 2, 3])
+fault("a time too late", "RuntimeError: The value passed to localtime exceeds the maximum allowed!", localtime, 32535244799)
+same("strftime", [strftime(now), strftime("20240229", "%d/%m"), strftime(0), strftime(now, "x" * 200), strftime(now, "%900000000d")], ["2024-02-29 12:34:56", "29/02", "", "", ""])
+fault_class("no text of such a time", "RuntimeError", strftime, most)
+for wrong, date in [("IndexError", ([2000, 1],)), ("TypeError", (2000,)), ("TypeError", (2000, 1)), ("ValueError", (-9223372036854775807, 1, 1))]:
+    fault_class("no weekday", wrong, weekday, *date)
+
+def between(low, value, high):
+    if value >= low and value < high: return 1
+    return 0
+
+begin = timer()
+same("timers run forward", [between(0.0, timer(begin), 3600.0), between(5.0, timer(begin - 5000000000), 3600.0), between(-1e300, timer(most), 0.0)], [1, 1, 1])
+timeout().sleep(1)
+fault_class("a timeout has no length", "TypeError", timeout, 1)
+
+# The machine
+system_gc()
+fault_class("system_gc takes nothing", "TypeError", system_gc, 1)
+same("figures", [between(1, threadid(), most), between(1, len(hostos("name")), 300), type(drive_list()), between(0, drive_size("/")["available"], most), len(rtoken8()), rchoice(["only"])], [1, 1, "ListType", 1, 8, "only"])
+_system("setlanguage", 1031)
+same("German", [_system("getlanguage"), localeinfo("SENGLANGUAGE"), localeinfo("SDECIMAL"), localeinfo("SMONTHNAME3"), localeinfo("SDAYNAME7")], [1031, "German", ",", "März", "Sonntag"])
+_system("setlanguage", 1033)
+same("English", [localeinfo("SDECIMAL"), localeinfo("SISO639LANGNAME"), localeinfo("ILANGUAGE")], [".", "en", "0409"])
+_system("setlanguage", 0)
+same("of the system", [between(1, _system("getansicodepage"), 65536), between(1, _system("getsystemlanguage"), 65536), _system("getlanguage")], [1, 1, 0])
+fault_class("no such key", "KeyError", localeinfo, "NOSUCHKEY")
+fault_class("no language", "TypeError", _system, "setlanguage")
+fault_class("no such word", "RuntimeError", _system, "shout")
+
+# Objects
+import check
+same("attributes that are missing", [getattr(1, "colour", 5), getattr(check, "none", None)], [5, None])
+fault_class("of a value", "AttributeNotFoundException", getattr, 1, "colour")
+fault_class("of a module", "AttributeError", getattr, check, "none")
+fault_class("a value takes none", "TypeError", setattr, 1, "a", 1)
+same("nothing", [lang("any", 1), tag(), type(smart_inspect("get"))], [None, None, "SmartInspectType"])
+
+# Stores
+global_set("a", [1, 2])
+same("global", [global_get("a"), global_execute("inc", "n")], [[1, 2], 1])
+global_delete("a")
+thread_set("a", "mine")
+thread_set("job", {"id": "j1"})
+set_value_into_shared_storage_where("job", "id", "j1", "mark", 5)
+same("thread", [global_get("a", 0), thread_get("a"), get_value_from_shared_storage_on_all_passports("a"), thread_get("mark")], [0, "mine", ["mine"], 5])
+thread_delete("a")
+global_qpush("q", "first")
+same("queue", [thread_get("a", None), global_qempty("q"), global_qpop("q")], [None, 1, "first"])
+sys_exit()
