@@ -6,7 +6,9 @@
 #include "ipe/language/ipe_interpreter.h"
 #include "ipe/language/ipe_scriptcall.h"
 #include "ipe/values/ipe_stringtype.h"
+#include "ipe/values/ipe_wholetext.h"
 #include "platform/pf_collation.h"
+#include "runtime/epa_shutdown.h"
 
 namespace {
 
@@ -40,13 +42,14 @@ int compareTrees(void* collation, int leftSize, const void* left, int rightSize,
 int compareByScript(void*, int leftSize, const void* left, int rightSize, const void* right) {
     static IPE_StringType* const name = IPE_StringType::intern("sql_collate");
     IPE_Frame* frame = IPE_CurrentFrame();
-    if (!frame) return 0;
+    // A sort looks at no flag between its comparisons.
+    if (!frame || !XPK_IsRunning()) return 0;
     try {
         IPE_Object function(frame->globals->dictionary().findName(name));
         if (!function) function = IPE_Object(frame->interpreter->root().dictionary().findName(name));
         if (!function) return 0;
-        IPE_Object order = IPE_CallScript(function, IPE_String(viewOf(leftSize, left)),
-                                          IPE_String(viewOf(rightSize, right)));
+        IPE_Object order = IPE_CallScript(function, IPE_WholeText(viewOf(leftSize, left)),
+                                          IPE_WholeText(viewOf(rightSize, right)));
         return order ? signOf(order->__int__()) : 0;
     } catch (...) {
         // The library takes no error from a collation: a failure counts as equality.

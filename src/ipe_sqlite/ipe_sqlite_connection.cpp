@@ -18,11 +18,14 @@
 #include "ipe_sqlite/ipe_sqlite_busy.h"
 #include "ipe_sqlite/ipe_sqlite_cursor.h"
 #include "runtime/epa_shutdown.h"
+#include "runtime/xpk_stack.h"
 
 const char IPE_Sqlite_Connection::TypeName[] = "IPE_Sqlite_Connection";
 
 namespace {
 
+// What the library may take of the native stack: twice the need of the deepest expressions that it admits.
+constexpr size_t StackNeed = 1024 * 1024;
 constexpr int StepsBetweenLooks = 4000;  // of the library's virtual machine, some tens of microseconds
 
 int progress(void*) { return XPK_IsRunning() ? 0 : 1; }
@@ -52,7 +55,7 @@ void IPE_Sqlite_Connection::open(const std::string& path, std::string_view shown
     int result = sqlite3_open_v2(path.c_str(), &handle_,
                                  SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
     if (result == SQLITE_OK) result = sqlite3_busy_handler(handle_, IPE_Sqlite_Busy, module_.counted());
-    if (result == SQLITE_OK) result = IPE_Sqlite_PublishGet(handle_);
+    if (result == SQLITE_OK) result = IPE_Sqlite_PublishGet(handle_, this);
     if (result == SQLITE_OK) result = regexp_.publish(handle_);
     if (result == SQLITE_OK) result = tree_.publish(handle_);
     if (result == SQLITE_OK) result = IPE_Sqlite_PublishClosure(handle_);
@@ -90,11 +93,16 @@ void IPE_Sqlite_Connection::requireOpen() const {
 
 IPE_Sqlite_Connection::Activity::Activity(IPE_Sqlite_Connection& connection) : connection_(connection) {
     connection_.requireOpen();
-    ++connection_.active_;
+    XPK_RequireStack(StackNeed);
+    if (connection_.active_++ == 0) connection_.exit_ = nullptr;
 }
 
 IPE_Sqlite_Connection::Activity::~Activity() {
     if (--connection_.active_ == 0 && connection_.closing_) connection_.closeNow();
+}
+
+void IPE_Sqlite_Connection::leave() {
+    if (exit_) std::rethrow_exception(std::exchange(exit_, nullptr));
 }
 
 void IPE_Sqlite_Connection::setSandbox(bool sandbox) {
@@ -134,7 +142,7 @@ int64_t IPE_Sqlite_Connection::storeResultSet(std::string_view name, const IPE_O
     try {
         cursor.executemany(insert, resultSet, 1);
         cursor.execute("COMMIT;");
-    } catch (const XPK_Exception&) {
+    } catch (...) {
         rollBack();
         throw;
     }

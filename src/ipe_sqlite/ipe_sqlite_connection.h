@@ -10,6 +10,7 @@
 // one that waits for another's lock as busy.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -61,6 +62,10 @@ class IPE_Sqlite_Connection final : public IPE_ModuleType {
     void remove(IPE_Sqlite_Cursor* cursor) noexcept { cursors_.erase(cursor); }
     // Whether statements prepared from now on go through the authoriser.
     void setSandbox(bool sandbox);
+    // A script function has raised SystemExit: the statement's error becomes that, by leave(), which raises
+    // what was noted in the current activity, if anything.
+    void noteExit(std::exception_ptr exit) noexcept { exit_ = std::move(exit); }
+    void leave();
     // Whether a call is inside the library.
     bool isActive() const noexcept { return active_ > 0; }
     // Around every call into the library that may run scripts. Raises when the connection is closed; the
@@ -86,6 +91,7 @@ class IPE_Sqlite_Connection final : public IPE_ModuleType {
     bool closing_ = false;
     bool sandbox_ = false;
     int active_ = 0;
+    std::exception_ptr exit_;
     std::unordered_set<IPE_Sqlite_Cursor*> cursors_;
     std::vector<std::unique_ptr<IPE_Sqlite_Function>> functions_;
     IPE_Sqlite_Regexp regexp_;

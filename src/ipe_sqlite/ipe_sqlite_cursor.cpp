@@ -105,6 +105,7 @@ int64_t IPE_Sqlite_Cursor::execute(std::string_view sql, const IPE_Sqlite_Parame
         runAll(sql, parameters);
     } catch (...) {
         finalise();
+        connection().leave();
         throw;
     }
     publishCurrent();
@@ -124,6 +125,8 @@ void IPE_Sqlite_Cursor::runAll(std::string_view sql, const IPE_Sqlite_Parameters
         connection().setSandbox(options_.sandbox);
         IPE_Sqlite_Statement statement(connection().handle(), sql);
         const bool last = statements_.size() + 1 == StatementLimit || withoutPadding(sql).empty();
+        // A mark that only the library passes over, or the end.
+        if (statement.isEmpty() && !sql.empty()) continue;
         if (statement.isEmpty() && taken) return;
         if (statement.parameters() > 0 || (last && !taken)) {
             statement.bind(parameters);
@@ -147,12 +150,17 @@ int64_t IPE_Sqlite_Cursor::executemany(std::string_view sql, const IPE_Object& s
     if (statement.returnsRows())
         XPK_Raise("RuntimeError", "executemany can only execute DML statements!").raise();
     int64_t changed = 0;
-    // The statement may call a script that changes the list.
-    for (int32_t i = first; i < list->count(); ++i) {
-        connection().requireOpen();
-        IPE_Object set = list->at(i);
-        statement.bind(IPE_Sqlite_Parameters(set));
-        if (!statement.isEmpty()) changed += statement.run();
+    try {
+        // The statement may call a script that changes the list.
+        for (int32_t i = first; i < list->count(); ++i) {
+            connection().requireOpen();
+            IPE_Object set = list->at(i);
+            statement.bind(IPE_Sqlite_Parameters(set));
+            if (!statement.isEmpty()) changed += statement.run();
+        }
+    } catch (...) {
+        connection().leave();
+        throw;
     }
     publish(IPE_None(), IPE_None(), changed);
     return changed;
@@ -167,6 +175,7 @@ IPE_Object IPE_Sqlite_Cursor::fetchone() {
     } catch (...) {
         // A row that cannot be shown ends nothing; a failed step leaves no current statement.
         if (statement.hasEnded()) finalise();
+        connection().leave();
         throw;
     }
 }

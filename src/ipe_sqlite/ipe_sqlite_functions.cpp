@@ -11,6 +11,7 @@
 #include "ipe/language/ipe_scriptcall.h"
 #include "ipe/values/ipe_numbers.h"
 #include "ipe/values/ipe_stringtype.h"
+#include "ipe/values/ipe_wholetext.h"
 #include "ipe_sqlite/ipe_sqlite_connection.h"
 
 namespace {
@@ -27,12 +28,13 @@ void setError(sqlite3_context* context, const std::string& text) {
 
 // True when the body has not failed.
 template <class Body>
-bool guarded(sqlite3_context* context, Body&& body) noexcept {
+bool guarded(sqlite3_context* context, IPE_Sqlite_Connection& connection, Body&& body) noexcept {
     try {
         try {
             body();
             return true;
         } catch (const XPK_Exception& exception) {
+            if (exception.type() == "SystemExit") connection.noteExit(std::current_exception());
             setError(context, exception.message());
         }
     } catch (...) {
@@ -49,8 +51,8 @@ void pushValues(IPE_ArgumentBuffer& arguments, int count, sqlite3_value** values
             case SQLITE_TEXT: {
                 const unsigned char* text = sqlite3_value_text(values[i]);
                 if (!text) throw XPK_MemoryException(__FILE__, __LINE__);
-                arguments.push(IPE_String({reinterpret_cast<const char*>(text),
-                                           static_cast<size_t>(sqlite3_value_bytes(values[i]))}));
+                arguments.push(IPE_WholeText({reinterpret_cast<const char*>(text),
+                                              static_cast<size_t>(sqlite3_value_bytes(values[i]))}));
                 break;
             }
         }
@@ -76,10 +78,11 @@ IPE_Sqlite_Function& functionOf(sqlite3_context* context) {
 }
 
 void callScalar(sqlite3_context* context, int count, sqlite3_value** values) {
-    guarded(context, [&] {
+    IPE_Sqlite_Function& function = functionOf(context);
+    guarded(context, *function.connection, [&] {
         IPE_ArgumentBuffer arguments;
         pushValues(arguments, count, values);
-        setResult(context, IPE_CallScript(functionOf(context).scalar, arguments.arguments()));
+        setResult(context, IPE_CallScript(function.scalar, arguments.arguments()));
     });
 }
 
@@ -88,7 +91,7 @@ void callStep(sqlite3_context* context, int count, sqlite3_value** values) {
     if (!state) return sqlite3_result_error_nomem(context);
     if (state->failed) return;
     IPE_Sqlite_Function& function = functionOf(context);
-    state->failed = !guarded(context, [&] {
+    state->failed = !guarded(context, *function.connection, [&] {
         if (!state->code) state->code = function.final.as<IPE_CodeType>()->twin().detach();
         IPE_ArgumentBuffer arguments;
         arguments.push(IPE_Object(state->code));
@@ -102,7 +105,7 @@ void callFinal(sqlite3_context* context) {
     IPE_Object code = state ? IPE_Object::adopt(std::exchange(state->code, nullptr)) : IPE_Object();
     IPE_Sqlite_Function& function = functionOf(context);
     if ((state && state->failed) || !function.connection->isActive()) return;
-    guarded(context, [&] {
+    guarded(context, *function.connection, [&] {
         if (!code) code = function.final.as<IPE_CodeType>()->twin();
         setResult(context, IPE_CallScript(function.final, code));
     });
@@ -110,7 +113,7 @@ void callFinal(sqlite3_context* context) {
 
 void callGet(sqlite3_context* context, int count, sqlite3_value** values) {
     static IPE_StringType* const name = IPE_StringType::intern("__get__");
-    guarded(context, [&] {
+    guarded(context, *static_cast<IPE_Sqlite_Connection*>(sqlite3_user_data(context)), [&] {
         IPE_Frame* frame = IPE_CurrentFrame();
         IPE_Object function = frame ? frame->interpreter->lookup(*frame, name) : IPE_Object();
         if (!function) return sqlite3_result_error(context, "No __get__ function found", -1);
@@ -131,6 +134,6 @@ int IPE_Sqlite_Function::publish(sqlite3* handle) {
                                    callFinal);
 }
 
-int IPE_Sqlite_PublishGet(sqlite3* handle) {
-    return sqlite3_create_function(handle, "get", 1, SQLITE_UTF8, nullptr, callGet, nullptr, nullptr);
+int IPE_Sqlite_PublishGet(sqlite3* handle, IPE_Sqlite_Connection* connection) {
+    return sqlite3_create_function(handle, "get", 1, SQLITE_UTF8, connection, callGet, nullptr, nullptr);
 }

@@ -2,7 +2,8 @@
 //
 // Arguments arrive by storage class: integers, floats, strings, None; BLOBs are left out. A result goes back
 // when it is a string, a float or an integer; None and anything else give NULL. What a function raises
-// becomes the statement's error, with the message as its text, "failed!" when there is none.
+// becomes the statement's error, with the message as its text, "failed!" when there is none; SystemExit
+// leaves the statement as it is.
 #pragma once
 
 #include <string>
@@ -32,4 +33,4 @@ struct IPE_Sqlite_Function {
 // The SQL function `get(x)`: the text form of what `__get__(x)` gives, a function that the running script
 // sees by that name. Without one the statement's error is "No __get__ function found". A result of the
 // library.
-int IPE_Sqlite_PublishGet(sqlite3* handle);
+int IPE_Sqlite_PublishGet(sqlite3* handle, IPE_Sqlite_Connection* connection);

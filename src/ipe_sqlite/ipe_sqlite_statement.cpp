@@ -12,6 +12,7 @@
 #include "ipe/language/ipe_interpreter.h"
 #include "ipe/language/ipe_scriptcall.h"
 #include "ipe/values/ipe_numbers.h"
+#include "ipe/values/ipe_wholetext.h"
 #include "runtime/epa_shutdown.h"
 
 namespace {
@@ -71,6 +72,12 @@ sqlite3* IPE_Sqlite_Statement::handle() const noexcept { return sqlite3_db_handl
 
 IPE_Sqlite_Statement::IPE_Sqlite_Statement(sqlite3* handle, std::string_view& sql, bool lasting)
     : description_(IPE_None()), metadata_(IPE_None()) {
+    // The library would take the text for shorter than it is.
+    if (sql.find('\0') != std::string_view::npos)
+        XPK_Raise("RuntimeError", "Error during prepare: $sqlite_exec_errormsg")
+            .string("sqlite_exec_errormsg", "a NUL in the text of a statement")
+            .string("sql", sql.substr(0, ShownSql))
+            .raise();
     sqlite3_stmt* statement = nullptr;
     const char* tail = sql.data() + sql.size();
     int result = SQLITE_TOOBIG;
@@ -243,8 +250,8 @@ IPE_Object IPE_Sqlite_Statement::value(int column, bool text) {
         case SQLITE_TEXT: {
             const unsigned char* bytes = sqlite3_column_text(statement, column);
             if (!bytes) throw XPK_MemoryException(__FILE__, __LINE__);
-            return IPE_String({reinterpret_cast<const char*>(bytes),
-                               static_cast<size_t>(sqlite3_column_bytes(statement, column))});
+            return IPE_WholeText({reinterpret_cast<const char*>(bytes),
+                                  static_cast<size_t>(sqlite3_column_bytes(statement, column))});
         }
         case SQLITE_BLOB: XPK_Raise("RuntimeError", "BLOB values are not supported!").raise();
         default: return text ? IPE_String("<unknown data type>") : IPE_None();

@@ -274,6 +274,18 @@ TEST_F(Lua, EndlessMutualCallsEndInAnError) {
     EXPECT_EQ(shown("return coroutine.wrap(function() coroutine.yield(enter('return 1 + 1')) end)()"), "2");
     EXPECT_NE(error("coroutine.wrap(function() enter('coroutine.yield()') end)()").find("yield"),
               std::string::npos);
+    // Each state counts its own nested calls; the native stack, which all share, is watched too.
+    int depth = 0;
+    std::function<IPE_Object(const IPE_Arguments&)> deeper = [&](const IPE_Arguments&) -> IPE_Object {
+        if (++depth > 100) return {};
+        IPE_Object own = IPE_NewLua();
+        IPE_LuaOf(own)->setGlobal("deeper", IPE_New<Native>(deeper));
+        return IPE_LuaOf(own)->execute(
+            "local function f(n) if n == 0 then return deeper() end "
+            "return (('a'):gsub('a', function() f(n - 1) end)) end return f(100)");
+    };
+    EXPECT_NE(raised([&] { deeper({}); }).find("Maximum stack depth exceded"), std::string::npos);
+    EXPECT_LT(depth, 20);
 }
 
 TEST_F(Lua, SystemExitCannotBeCaught) {
@@ -296,7 +308,9 @@ TEST_F(Lua, ShutdownEndsEveryChunk) {
           "return setmetatable({}, {__index = function() while true do end end}).x",
           "error(setmetatable({}, {__tostring = function() while true do end end}))",
           "while true do pcall(load, function() while true do end end) end",
-          "while true do pcall(enter, 'while true do end') end"}) {
+          "while true do pcall(enter, 'while true do end') end",
+          "local c = luasql.sqlite3():connect(':memory:') while true do c:execute('with recursive n(i) as "
+          "(select 1 union select i + 1 from n) select count(*) from n') end"}) {
         define("enter", [&](const IPE_Arguments& a) { return lua.execute(a.text(0)); });
         std::thread stop([] {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -324,6 +338,10 @@ TEST_F(Lua, TextsCannotHarmTheServer) {
                     "package.loadlib"),
               "(None, None, None, True, None)");
     EXPECT_NE(error("setmetatable({}, {__gc = true})").find("__gc"), std::string::npos);
+    lua.setGlobal("list", L({I(1)}));
+    EXPECT_EQ(shown("ran = 0 getmetatable(list).__gc = function() ran = 1 end return 1"), "1");
+    lua.setGlobal("list", L({I(1)}));
+    EXPECT_EQ(shown("list = nil collectgarbage() return ran"), "0");
     EXPECT_NE(error("require 'no.such.module'").find("module 'no.such.module' not found"), std::string::npos);
     // Finalizers of library objects are out of reach.
     EXPECT_EQ(shown("return getmetatable(io.stdout), getmetatable(rex_pcre.new('a')), "

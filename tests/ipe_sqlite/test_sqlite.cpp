@@ -216,6 +216,20 @@ TEST_F(Sqlite, ManyRowsAndListsThatChangeMeanwhile) {
     EXPECT_EQ(raised([&] { of(cursor).execute(deep); }).substr(0, 36),
               "RuntimeError: Error during prepare: ");
     EXPECT_EQ(of(cursor).execute(" ; -- nothing\n/* at all"), -1);
+    // Marks that only the library passes over are no statements, a text with a NUL is none at all.
+    const char* mark = "\xef\xbb\xbf";
+    EXPECT_EQ(of(cursor).execute(mark + std::string(";") + mark + "select 1"), -1);
+    EXPECT_EQ(repr(of(cursor).fetchall()), "[(1)]");
+    EXPECT_EQ(raised([&] { of(cursor).execute(mark + std::string(";") + mark, Parameters(L({I(1)}))); }),
+              "RuntimeError: Incorrect number of parameters in list! Expected 0, got 1.");
+    for (const IPE_Object& set : {L({}), L({I(1)})})
+        EXPECT_EQ(raised([&] {
+                      of(cursor).execute({"select 1;\0", 10}, Parameters(set));
+                  }),
+                  "RuntimeError: Error during prepare: a NUL in the text of a statement");
+    of(cursor).execute("select cast(x'610062' as text)");
+    IPE_Object row = of(cursor).fetchone();
+    EXPECT_EQ(IPE_Tuple(row)[0].as<IPE_StringType>()->view(), std::string_view("a\0b", 3));
 }
 
 TEST_F(Sqlite, ClosingLeavesNothingBehind) {

@@ -124,6 +124,12 @@ def query(text, *values):
     return cursor.fetchall()
 
 same("a script function", query("select twice(4), twice('ab'), twice(1.5), odd(1), count_values(1, null, x'00', 'a')"), [(8, "abab", 3.0, None, 3)])
+
+def leave():
+    raise SystemExit, "over"
+
+db.createfunction("leave", 0, scalar=leave)
+fault("an exit is no error of the statement", "SystemExit: over", query, "select leave()")
 fault("a script error", "RuntimeError: Error during execute: no good", query, "select broken()")
 db.createfunction("TWICE", 1, scalar=count_values)
 same("a function replaced", query("select twice(4)"), [(1)])

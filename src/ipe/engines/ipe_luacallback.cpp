@@ -168,11 +168,14 @@ void makeMark(IPE_LuaState& state, lua_State* L, const MarkRow& row) {
     lua_setfield(L, -2, "__ipetype");
     pushKind(L, row.kind);
     lua_setfield(L, -2, "__index");
+    // What getmetatable shows in its place: a finalizer put into the true one would run unwatched.
+    pushKind(L, row.kind);
+    lua_setfield(L, -2, "__metatable");
     state.markAddresses[row.mark] = lua_topointer(L, -1);
     state.marks[row.mark] = luaL_ref(L, LUA_REGISTRYINDEX);
 }
 
-void makeObjectMark(IPE_LuaState& state, lua_State* L, IPE_LuaState::Mark mark, const char* kind) {
+void makeObjectMark(IPE_LuaState& state, lua_State* L, IPE_LuaState::Mark mark) {
     static const luaL_Reg functions[] = {{"__call", callHeld},
                                          {"__gc", release},
                                          {"__eq", sameObject},
@@ -180,9 +183,6 @@ void makeObjectMark(IPE_LuaState& state, lua_State* L, IPE_LuaState::Mark mark, 
                                          {nullptr, nullptr}};
     lua_rawgeti(L, LUA_REGISTRYINDEX, state.marks[mark]);
     luaL_setfuncs(L, functions, 0);
-    // What getmetatable shows in its place.
-    pushKind(L, kind);
-    lua_setfield(L, -2, "__metatable");
     if (mark == IPE_LuaState::Class) {
         lua_pushcfunction(L, getAttribute);
         lua_setfield(L, -2, "__index");
@@ -195,9 +195,13 @@ void makeObjectMark(IPE_LuaState& state, lua_State* L, IPE_LuaState::Mark mark, 
 }  // namespace
 
 void IPE_OpenLuaBridge(IPE_LuaState& state, lua_State* L) {
+    // Makes the head of the registry's free list, so that a destructor that gives a reference back never
+    // needs memory.
+    lua_pushboolean(L, 1);
+    luaL_unref(L, LUA_REGISTRYINDEX, luaL_ref(L, LUA_REGISTRYINDEX));
     for (const MarkRow& row : Marks) makeMark(state, L, row);
-    makeObjectMark(state, L, IPE_LuaState::Function, "code");
-    makeObjectMark(state, L, IPE_LuaState::Class, "class");
+    makeObjectMark(state, L, IPE_LuaState::Function);
+    makeObjectMark(state, L, IPE_LuaState::Class);
     lua_newtable(L);
     lua_rawgeti(L, LUA_REGISTRYINDEX, state.marks[IPE_LuaState::None]);
     lua_setmetatable(L, -2);

@@ -7,6 +7,8 @@
 // would bring a second engine, stay out.
 #include "ipe/engines/ipe_lualibraries.h"
 
+#include <sqlite3.h>
+
 #include <cstring>
 
 extern "C" {
@@ -16,6 +18,7 @@ extern "C" {
 }
 
 #include "ipe/engines/ipe_luapack.h"
+#include "runtime/epa_shutdown.h"
 
 namespace {
 
@@ -210,7 +213,18 @@ void hideMetatables(lua_State* L) {
     }
 }
 
+// Statements of `luasql` run where the count hook does not see them; the server's stop interrupts them.
+// Called for every database that the process opens.
+int watchDatabase(sqlite3* database, const char**, const void*) {
+    constexpr int StepsBetweenLooks = 4000;
+    sqlite3_progress_handler(
+        database, StepsBetweenLooks, [](void*) { return XPK_IsRunning() ? 0 : 1; }, nullptr);
+    return SQLITE_OK;
+}
+
 void openLinked(lua_State* L) {
+    if (sqlite3_auto_extension(reinterpret_cast<void (*)()>(watchDatabase)) != SQLITE_OK)
+        luaL_error(L, "not enough memory");
     luaL_requiref(L, "lfs", luaopen_lfs, 1);
     luaL_requiref(L, "rex_pcre2", luaopen_rex_pcre2, 1);
     lua_pushnil(L);

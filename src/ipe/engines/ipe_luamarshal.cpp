@@ -17,6 +17,7 @@
 #include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_numbers.h"
 #include "ipe/values/ipe_stringtype.h"
+#include "ipe/values/ipe_wholetext.h"
 
 namespace {
 
@@ -38,14 +39,10 @@ IPE_Object numberOf(double value) {
     return IPE_Float(value);
 }
 
-// Lua's texts are bytes, and so may a script's be, though the ordinary factory ends them at the first NUL.
 IPE_Object textOf(lua_State* L, int index) {
     size_t size = 0;
     const char* text = lua_tolstring(L, index, &size);
-    if (!memchr(text, 0, size)) return IPE_String({text, size});
-    IPE_Object result = IPE_StringType::makeUninitialised(size);
-    memcpy(result.as<IPE_StringType>()->data(), text, size);
-    return result;
+    return IPE_WholeText({text, size});
 }
 
 IPE_LuaState::Mark markNamed(const char* name) {

@@ -18,9 +18,13 @@
 #include "ipe/values/ipe_dicttype.h"
 #include "runtime/epa_shutdown.h"
 #include "runtime/epa_threadpassport.h"
+#include "runtime/xpk_stack.h"
 
 namespace {
 
+// What a run may take of the native stack: the engine's limit of 200 nested calls, some 10 KB each in its
+// text functions, and behind them one call of a linked-in library.
+constexpr size_t StackNeed = 3 * 1024 * 1024;
 constexpr int WatchInterval = 10'000;  // instructions between two looks at the running flag
 // Texts in `tls_luacode` of one thread, so that generated ones do not pile up in a worker.
 constexpr int KeptTexts = 1000;
@@ -145,6 +149,7 @@ int IPE_LuaState::enter(lua_State* L) {
 }
 
 void IPE_LuaState::runProtected(void (*body)(lua_State*, void*), void* context) {
+    XPK_RequireStack(StackNeed);
     lua_State* L = current_;
     if (!lua_checkstack(L, LUA_MINSTACK)) throw XPK_MemoryException(__FILE__, __LINE__);
     Frame frame{body, context, nullptr};
