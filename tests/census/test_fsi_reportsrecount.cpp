@@ -1,13 +1,18 @@
 // The reports into a real database, beside a flat dump of the same census: what they write must equal what
 // SQL finds in the dump. Only the dump and the statement are C++, so nothing is shared with the reports.
+#include <future>
+
 #include "census_support.h"
 #include "ipe/object/ipe_moduleregistry.h"
 #include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_globals.h"
 #include "ipe/values/ipe_literal.h"
 #include "ipe_sqlite/ipe_sqlite.h"
 #include "ipe_sqlite/ipe_sqlite_connection.h"
 #include "ipe_sqlite/ipe_sqlite_cursor.h"
 #include "runtime/epa_lifecycle.h"
+#include "runtime/epa_shutdown.h"
+#include "runtime/epa_threadmanager.h"
 #include "runtime/xpk_threadstate.h"
 
 namespace {
@@ -22,6 +27,7 @@ class Database final : public IPE_Type {
     }
     IPE_Object __call__(const IPE_Arguments& arguments) override {
         std::string sql = IPE_Object_Text(arguments[0]);
+        if (watch) watch(sql);
         replace(sql, "${table}", "t");
         replace(sql, "$table", "t");
         replace(sql, "$cache", "'run'");
@@ -51,6 +57,7 @@ class Database final : public IPE_Type {
     }
     IPE_Object cursor;
     int64_t path = -1;
+    std::function<void(const std::string&)> watch;  // sees each template
 
   private:
     static void replace(std::string& text, std::string_view mark, const std::string& by) {
@@ -67,7 +74,7 @@ std::string momentText(const SMF_DateTimeValue& value) {
 }
 
 class Recount : public ::testing::Test {
-  protected:
+  public:  // the work of another thread uses it all
     static void SetUpTestSuite() {
         setenv("TZ", "UTC", 1);
         tzset();
@@ -119,10 +126,21 @@ class Recount : public ::testing::Test {
         IPE_Object options = parse_literal("{'paths': " + selected + (more.empty() ? "" : ", ") + more + "}");
         const IPE_Object arguments[] = {IPE_String("run"), statement, censusOptions(folder.file()), options};
         if (report == "file_duplicated") options.as<IPE_DictType>()->setText("dcursor", database.cursor);
+        IPE_Object keywords = IPE_NewDict();
+        keywords.as<IPE_DictType>()->setText("lua", host);
+        keywords.as<IPE_DictType>()->setText("progress", progress);
         IPE_ModuleRegistry::lookup("storage." + report)
             .as<IPE_ModuleBridge>()
-            ->factory()(IPE_Arguments(arguments, 4));
+            ->factory()(IPE_Arguments(arguments, 4, keywords));
         EXPECT_EQ(database.query("select cache, count(*) from about"), "[('run', 1)]") << report;
+    }
+    std::string fault(const std::string& report, const std::string& more = "") {
+        try {
+            run(report, more);
+        } catch (const XPK_Exception& e) {
+            return e.type() + ": " + e.message();
+        }
+        return "none";
     }
     // Both queries answer the same, and more than nothing.
     void same(const std::string& found, const std::string& expected) {
@@ -133,9 +151,10 @@ class Recount : public ::testing::Test {
 
     XPK_ThreadScope scope{true};
     CensusFolder folder;
-    IPE_Object statement = IPE_New<Database>();
+    IPE_Object host = IPE_None(), progress = IPE_None(), statement = IPE_New<Database>();
     Database& database = *statement.as<Database>();
     std::string selected;
+    std::promise<void> done;
 };
 
 // The same question as a query and in SQL.
@@ -300,4 +319,135 @@ TEST_F(Recount, SpaceMapsAddUp) {
         EXPECT_EQ(database.query("select count(*) from t where id <= parent_id or mode not in (0, 1, 2)"),
                   "[(0)]");
     }
+}
+
+// What a script on another thread would read, and what the keyword's callable gets.
+TEST_F(Recount, ProgressIsShownAndRemoved) {
+    ModelCensus census;
+    census.paths = {{0, "/", std::vector<ModelFile>(4000, {"a", 1, 1, {}, {}, {}}), {}}};
+    writeCensus(census, folder.file());
+    selected = "[{'name': 1}]";
+    static std::vector<std::string> heard;
+    auto work = [](EPA_ThreadPassportImpl& passport) {
+        passport.announce("report_%i");
+        auto& self = *static_cast<Recount*>(passport.argument());
+        auto shown = [](const char* key) {
+            return IPE_ThreadStore().getKey(IPE_String("progress"), IPE_String(key));
+        };
+        self.progress = IPE_New<IPE_BridgeType>([](const IPE_Arguments& arguments) {
+            heard.push_back(IPE_Object_Text(arguments[0]) + " " + IPE_Object_Text(arguments[1]));
+            return IPE_Object();
+        });
+        for (const char* report : {"file_largest", "file_ages"}) {
+            std::string last;
+            self.database.watch = [&](const std::string& sql) {
+                if (!sql.starts_with("insert into $table") || heard.empty()) return;
+                EXPECT_TRUE(IPE_Object_Equal(shown("message"), shown("msg_primitive")));
+                IPE_List message(shown("message"));
+                last = IPE_Object_Text(message[0]) + " " + IPE_Object_Text(message[1]);
+            };
+            self.run(report);
+            EXPECT_FALSE(IPE_ThreadStore().has("progress"));
+            EXPECT_EQ(last, heard.empty() ? "" : heard.back()) << report;
+            if (heard.empty()) continue;  // file_ages has no messages
+            std::string first =
+                "\xF4\x8F\xBF\xBAprogress.report_threshold,${0}% Finding the report threshold] ";
+            std::string second = "\xF4\x8F\xBF\xBAprogress.file_threshold,${0}% Finding the largest files] ";
+            heard.erase(heard.begin(), std::find(heard.begin(), heard.end(), first + "0"));
+            heard.resize(std::max<size_t>(heard.size(), 7));
+            EXPECT_EQ(std::vector<std::string>(heard.begin(), heard.begin() + 6),
+                      (std::vector<std::string>{first + "0", first + "12", first + "25", first + "38",
+                                                first + "50", second + "50"}));
+            EXPECT_EQ(heard.back(), second + "100");
+            // Also when the report fails.
+            self.database.watch = [&](const std::string& sql) {
+                if (sql.starts_with("insert")) XPK_Raise("RuntimeError", "full").raise();
+            };
+            EXPECT_EQ(self.fault(report), "RuntimeError: full");
+            EXPECT_FALSE(IPE_ThreadStore().has("progress"));
+            heard.clear();
+        }
+        self.database.watch = {};
+        self.progress = IPE_None();
+        self.done.set_value();
+    };
+    EPA_ThreadManager::instance().release();
+    EPA_ThreadManager::instance().start(work, this);
+    done.get_future().wait();
+}
+
+// Directories of one file: no walk is long enough to ask by itself.
+TEST_F(Recount, ReportsEndWithTheServer) {
+    ModelCensus census = randomCensus(24, 40, 0);
+    for (ModelPath& path : census.paths) path.files = {{"f.txt", 1, 1, {}, {}, {}}};
+    writeCensus(census, folder.file());
+    selected = "[{'name': 1}]";
+    database.watch = [](const std::string& sql) {
+        if (sql.starts_with("create table if not exists $table")) epa_detail::running = false;
+    };
+    for (const char* report :
+         {"path_largest", "path_names", "path_search", "path_summary", "tree_summary", "spacemap",
+          "dacl_search", "file_ages", "file_largest", "file_search", "group_by_pcre"}) {
+        fault("path_index");  // builds the index
+        std::string ended = fault(report, "'regex': 'x'");
+        epa_detail::running = true;
+        EXPECT_EQ(ended, "SystemExit: ") << report;
+    }
+}
+
+TEST_F(Recount, ColumnsAreShownAsTheSchemaHasThem) {
+    ModelCensus census;
+    census.paths = {
+        {0, "/", {{"secret.txt", INT64_MAX, 900, {}, {}, {}}, {"other.txt", INT64_MAX, 90, {}, {}, {}}}, {}},
+        {1,
+         "d",
+         {{"\xC3\x84"
+           "B",
+           1,
+           1,
+           {},
+           {},
+           {}}},
+         {}}};
+    writeCensus(census, folder.file());
+    selected = "[{'name': 1}]";
+    auto schema = [&](const std::string& adjust) {
+        host = makeHost({{"File", "function adjust() " + adjust + " end"}},
+                        {{"cut",
+                          "function before() return {regex = '.*'} end "
+                          "function during(t) return string.sub(t[1], 1, 1) .. 'Z' end"}},
+                        {{"File", "Name"}, {"Path", "Number"}});
+    };
+    schema("setFieldTags('Name', {Transform = 'FileName'})");
+    run("spacemap", "'threshold': 1000000");
+    std::string names = database.query("select name from t where mode = 0 order by 1");
+    EXPECT_EQ(names.find("secret"), std::string::npos);
+    run("file_largest");
+    EXPECT_EQ(database.query("select name from t order by 1"), names);
+    // Sums wrap.
+    run("file_search");
+    EXPECT_EQ(database.query("select size, filteredsize, space from t"), "[(-2, -2, 990), (1, 1, 1)]");
+    schema("");
+    run("group_by_pcre", "'xform': 'cut'");  // half of a character
+    EXPECT_EQ(database.query("select hex(value) from t order by 1"), "[('6F7A'), ('737A'), ('C37A')]");
+
+    schema("setFieldName('Name', 'Other')");
+    const std::pair<const char*, const char*> nameless[] = {
+        {"file_largest", "t"}, {"file_search", "t_preview"}, {"spacemap", "t where mode = 0"}};
+    for (const auto& [report, rows] : nameless) {
+        run(report, "'threshold': 1000000");
+        EXPECT_EQ(database.query(std::string("select distinct name from ") + rows), "[(None)]") << report;
+    }
+    for (const char* column : {"Size", "Space", "Accessed"}) {
+        schema(std::string("setFieldName('") + column + "', 'Other')");
+        for (const char* report : {"spacemap", "group_by_pcre_date"})
+            EXPECT_EQ(fault(report, "'regex': 'x', 'pivot': 'Accessed'"),
+                      std::string("DatabaseError: ") + column + " is not a property on File objects.");
+    }
+    // A script has no tuples: a pair is a table.
+    schema("");
+    run("iterate",
+        "'script': \"options.paths = {{name = {1, 1}}} n = '' function before() end function after() end "
+        "function during(path, name) n = n .. path end\"");
+    EXPECT_EQ(IPE_Object_Text(IPE_LuaOf(host)->getGlobal("n")), "/d/");
 }
