@@ -8,7 +8,7 @@ export LC_ALL=C.UTF-8 TZ=Europe/Berlin
 work=$(realpath "$(mktemp -d)")
 trap 'umount "$work"/mount* 2>/dev/null; rm -rf "$work"' EXIT
 timeout 250 python3 - "$(realpath "$1")" "$(realpath "$2")" "$work" <<'PROGRAM'
-import json, os, pty, re, resource, select, shutil, signal, socket, sqlite3, subprocess, sys, time
+import json, os, pty, re, resource, shlex, shutil, signal, socket, sqlite3, subprocess, sys, time
 
 source, build, work = sys.argv[1:4]
 server, scan, script = f"{build}/bin/quillsrv", f"{build}/bin/quillscan", f"{source}/ipe/report.py"
@@ -193,6 +193,23 @@ for args in (["--report", "group_by_pcre_date", "--json"], ["--path", "/usr/shar
     done = subprocess.run([f"{app}/quillsrv", "--standalone", "--census", big, *args], stdin=subprocess.DEVNULL, capture_output=True, text=True)
     same(f"a bundle {args}", (done.returncode, done.stdout, done.stderr), call("--census", big, *args))
 
+# --- What the guide says
+guide, out = open(f"{source}/docs/reports.md").read(), f"{work}/guide.sqlite"
+same("all reports", call("--census", big, "--quiet", "--out", out)[::2], (0, ""))
+for sql in re.findall("```sql\n(.*?)```", guide, re.S):
+    same(f"a query of the guide: {sql}", len(rows(out, sql)) > 0 or "tenth" in guide and "/ 10" in sql, True)
+asked = re.findall(r"^\|[^|`]+\| `(--report .*)` \|$", guide, re.M)
+same("examples of the guide", len(asked) > 8, True)
+for line in asked:
+    args = shlex.split(re.sub("/home(/anna|/bert)?", "/usr/share/doc", line))
+    same(line, call("--census", big, "--quiet", *args)[::2], (0, ""))
+for page in ("quillscan", "quillsrv-report"):
+    lint = subprocess.run(["mandoc", "-T", "lint", "-W", "warning", f"{source}/man/{page}.1"], capture_output=True, text=True)
+    same(f"the manual page {page}", lint.stdout + lint.stderr, "")
+manual = open(f"{source}/man/quillsrv-report.1").read().replace("Fl -", "--")
+for option in set(re.findall("--[a-z-]+", call("--help")[1])) - {"--custom"}:
+    same(f"the manual page tells of {option}", bool(re.search(f"{option}( |$)", manual, re.M)), True)
+
 # --- Reports for clients
 def serve(*args):
     child = subprocess.Popen([server, "--serve", "--port", "0", "--census", big, "--out", f"{work}/served.sqlite", "--log", f"{work}/serve.log", *args],
@@ -204,10 +221,9 @@ class Client:
         self.lines.write(text + "\n")
         self.lines.flush()
         return json.loads(self.lines.readline())
-    def finish(self, number, watch=None):
+    def finish(self, number):
         for _ in range(1000):
             job = self.ask(f"job {number}")
-            if watch is not None: watch.append(job.get("progress", ""))
             if job["state"] in ("done", "failed"): return job
             time.sleep(0.02)
 for path in os.listdir(work):
@@ -224,10 +240,8 @@ want = json.loads(call("--census", big, "--report", "tree_summary", "--filter", 
 got = a.ask(f"rows {jobs[0]} 0 10000")
 same("the rows of the program", [dict(zip(got["columns"], r)) for r in got["rows"]], want[:10000])
 same("a page", a.ask(f"rows {jobs[0]} 2 3")["rows"], got["rows"][2:5])
-seen = []
-number = a.ask("report file_largest " + json.dumps({"filter": "Name = '(.*)(.*)(.*)[#%]$'", "count": 5}))["job"]
-same("a long report", a.finish(number, seen)["state"], "done")
-same("its progress", len({s for s in seen if re.fullmatch(r"\d+% Finding the report threshold", s)}) > 0, True)
+number = a.ask("report file_largest " + json.dumps({"count": 5, "paths": ["/usr/share/doc"]}))["job"]
+same("another report", (a.finish(number)["state"], len(a.ask(f"rows {number}")["rows"])), ("done", 5))
 for text, error in (("report none", "there is no report named 'none'"), ("report iterate {\"script\": \"os.execute('id')\"}", "there is no option 'script'"),
                     ("report file_largest {", "the options are no JSON"), ("report file_largest [1]", "the options are no object"),
                     ("report file_largest {\"dcursor\": 1}", "there is no option 'dcursor'"), ("report file_largest {\"count\": -1}", "count wants a number from 1 to 100000"),
@@ -236,8 +250,12 @@ for text, error in (("report none", "there is no report named 'none'"), ("report
 failed = a.finish(a.ask("report file_largest " + json.dumps({"filter": "Size >>"}))["job"])
 same("a failed job", (failed["state"], failed["error"].startswith("Expecting a number or a field\n    Size >>")), ("failed", True))
 running = [a.ask("report file_largest " + json.dumps({"filter": slow, "count": n}))["job"] for n in (1, 2, 3, 4)]
-while a.ask(f"job {running[0]}")["state"] != "running": time.sleep(0.02)
-time.sleep(1.5)
+progress, until = set(), time.time() + 20
+while len(progress) < 2 and time.time() < until:
+    time.sleep(0.02)
+    progress |= {s for n in running if re.fullmatch(r"\d+% Finding the report threshold", s := a.ask(f"job {n}").get("progress", ""))}
+same("progress", len(progress) >= 2, True)
+time.sleep(1.5)  # the log is written once a second
 same("still at it", [a.ask(f"job {n}")["state"] for n in running], ["running"] * 3 + ["waiting"])
 begun = time.time()
 child.send_signal(signal.SIGTERM)
