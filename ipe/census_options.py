@@ -157,14 +157,16 @@ def read(arguments):
     while i < len(arguments):
         word = arguments[i]
         if word == "--custom": break
+        i = i + 1
+        # The server's own.
+        if word == "--standalone": continue
         value = None
         if word in with_value:
-            i = i + 1
             if i == len(arguments): raise UsageError, word + " wants a value"
             value = arguments[i]
             if value == "--custom": raise UsageError, word + " wants a value"
+            i = i + 1
         take(wish, word, value)
-        i = i + 1
     if wish.help or wish.list: return wish
     if wish.census == None: raise UsageError, "--census FILE is missing"
     if wish.form <> "text" and len(wish.reports) > 1: raise UsageError, "--csv and --json want one report: --report NAME"

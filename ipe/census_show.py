@@ -125,10 +125,10 @@ def json(out, names, rows):
     out.write("[")
     between = "\n"
     for row in rows:
-        entry = {}
+        parts = []
         for i in range(0, len(names)):
-            entry[names[i]] = text_of(row[i])
-        out.write(between + repr(entry, json=1))
+            parts.append(repr(names[i], json=1) + ": " + repr(text_of(row[i]), json=1))
+        out.write(between + "{" + parts.join(", ") + "}")
         between = ",\n"
     out.write("\n]\n")
 
@@ -170,5 +170,5 @@ def branch(out, children, node, form, depth, whole, deepest, top):
     nodes = children.get(node[0], [])
     # What is left of a folder says nothing when it is all.
     if len(nodes) == 1 and nodes[0][4] == 2: return
-    for child in nodes.isort([(3, "D")])[:top]:
+    for child in nodes.isort([(3, "D"), (2, "A")])[:top]:
         branch(out, children, child, form, depth + 1, whole, deepest, top)

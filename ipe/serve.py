@@ -136,7 +136,7 @@ def job(job, settings):
     try:
         append("/dev/stderr", text)
     except IOError:
-        # It may be a socket, which no script can open, or closed. The file has the records all the same.
+        # It may be closed. The file has the records all the same.
         pass
     try:
         if size_of(settings.log) > settings.log_size: rotate(settings.log, settings.log_files)

@@ -38,7 +38,7 @@ def listen():
     serve.main.start()
 
 def say(text):
-    "Standard output may be a socket, which no script can open, or closed: then nobody reads it."
+    "Standard output may be closed: then nobody reads it."
     try:
         out = open("/dev/stdout", "a")
         out.write(text + "\n")

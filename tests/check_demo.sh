@@ -198,5 +198,16 @@ if mount -t tmpfs -o size=100k none "$work/mounts/point" 2>/dev/null; then
 fi
 (cd "$tree" && expect "a relative folder" 0 "^Usage of $tree/beta" --dir beta) || failed=1
 
+# --- The whole demo: a scan, every report, tables
+mkdir "$work/demo"
+for run in first second; do
+  (cd "$work/demo" && QUILL_BIN=$(realpath "$2/bin") "$source_dir/script/demo" "$tree" --top 5) >"$work/out" 2>"$work/errors"
+  same "the demo, $run run" "$?/$(cat "$work/errors")" 0/
+  same "its totals" "$(grep -A2 '^Trees$' "$work/out" | tail -1 | awk '{ print $5, $NF }')" "$(count "$tree" ! -type d) $tree/"
+  same "its sections" "$(grep -c '^$' "$work/out")/$(grep -A1 '^Space map$' "$work/out" | grep -c '100.0% ########')" 16/1
+  same "its files" "$(cd "$work/demo" && ls | grep -v :)" "$(printf 'demo.smf\ndemo.sqlite')"
+  same "its tables" "$(sqlite3 "$work/demo/demo.sqlite" 'select count(*), count(distinct report) from runs')" "15|15"
+done
+
 [ "$failed" -eq 0 ] && echo "every figure agrees"
 exit "$failed"

@@ -1,6 +1,11 @@
 # Packs an application into a bundle, a store that the server starts from.
 #
-#     quillsrv --output FILE.dat [--source PATH]... [--resource PATH]... [--pack] --custom tools/bundle.py
+#     quillsrv --output FILE.dat [--source PATH]... [--under NAME] [--resource PATH]... [--pack] --custom tools/bundle.py
+#
+# The application that ships with the server, with its scripts for the tables of a census:
+#
+#     quillsrv --output FILE.dat --source ipe --under Schemas --resource ipe/Schemas \
+#         --under Includes --resource ipe/Includes --custom tools/bundle.py
 #
 # The text behind --custom is the script's path to the end of the line, so the options stand before it. Exit code: 0,
 # or 2 when nothing was packed; what stood under the name before is then still there.
@@ -9,12 +14,13 @@ class startup_custom:
 
 import smf.writer
 
-usage = """usage: quillsrv --output FILE.dat [--source PATH]... [--resource PATH]... [--pack] --custom tools/bundle.py
+usage = """usage: quillsrv --output FILE.dat [--source PATH]... [--under NAME] [--resource PATH]... [--pack] --custom tools/bundle.py
 
   --output FILE.dat   the bundle; it goes beside the server's program
   --source PATH       a source file, or a folder: the modules of all *.py files below it
   --resource PATH     a file, named by its last component, or a folder: all files below it, named by their paths
                       from there; at most 10 MB each, kept as Base64 with the SHA-1 digest
+  --under NAME        stands in front of the names of the resources that follow, with a "/"
   --pack              compress each module's literal by itself
 """
 
@@ -30,18 +36,23 @@ def absolute(path):
 
 def options(arguments):
     found = {"output": None, "source": [], "resource": [], "pack": False}
+    under = ""
     i = 0
     while arguments[i] <> "--custom":
         word = arguments[i]
         i = i + 1
         if word == "--pack":
             found["pack"] = True
-        elif word in ["--output", "--source", "--resource"]:
-            if arguments[i] == "--custom": raise BundleUsage, word + " wants a path"
+        elif word in ["--output", "--source", "--under", "--resource"]:
+            if arguments[i] == "--custom": raise BundleUsage, word + " wants a value"
             if word == "--output":
                 found["output"] = absolute(arguments[i])
+            elif word == "--under":
+                under = arguments[i] + "/"
+            elif word == "--source":
+                found["source"].append((absolute(arguments[i]), ""))
             else:
-                found[word[2:]].append(absolute(arguments[i]))
+                found["resource"].append((absolute(arguments[i]), under))
             i = i + 1
         else:
             raise BundleUsage, "unknown option '" + word + "'"
@@ -70,12 +81,13 @@ def is_folder(path):
     return True
 
 def files_of(paths, pattern):
+    "`paths` are pairs of a path and what stands in front of the names."
     files = []
-    for path in paths:
+    for path, prefix in paths:
         if is_folder(path):
-            walk(path, "", pattern, files)
+            walk(path, prefix, pattern, files)
         else:
-            files.append((path, path.split("/")[-1]))
+            files.append((path, prefix + path.split("/")[-1]))
     return files
 
 def modules(files, pack):
@@ -84,6 +96,8 @@ def modules(files, pack):
     origin = {}
     for path, name in files:
         for module in interpreter("load", path):
+            # A server never runs this one, and every program for --custom has it.
+            if module == "startup_custom": continue
             if module in origin: raise BundleError, "the module " + module + " stands in " + origin[module] + " and in " + name
             origin[module] = name
             stored = eval(repr(interpreter("module_get", module)))

@@ -38,6 +38,12 @@ bool parseMode(std::string_view mode, int& flags, std::string& plain) {
     return true;
 }
 
+// The system opens what /dev/stdout leads to anew, and refuses that for sockets and for pipes of other users.
+int standardDescriptor(const std::string& path) {
+    if (path == "/dev/stdout") return STDOUT_FILENO;
+    return path == "/dev/stderr" ? STDERR_FILENO : -1;
+}
+
 }  // namespace
 
 int openStdio(const std::string& path, std::string_view mode, StdioFile& file) {
@@ -48,11 +54,18 @@ int openStdio(const std::string& path, std::string_view mode, StdioFile& file) {
     PathAnchor anchor(path);
     if (anchor.error()) return anchor.error();
     Descriptor fd(::openat(anchor.dir(), anchor.rest(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
-    if (!fd) return errno;
-    struct stat raw;
-    if (::fstat(fd.get(), &raw) != 0) return errno;
-    if (S_ISDIR(raw.st_mode)) return EISDIR;
-    if (::fcntl(fd.get(), F_SETFL, flags & O_APPEND) != 0) return errno;
+    if (fd) {
+        struct stat raw;
+        if (::fstat(fd.get(), &raw) != 0) return errno;
+        if (S_ISDIR(raw.st_mode)) return EISDIR;
+        if (::fcntl(fd.get(), F_SETFL, flags & O_APPEND) != 0) return errno;
+    } else {
+        int error = errno;
+        int standard = standardDescriptor(path);
+        if (standard < 0 || (error != EACCES && error != ENXIO)) return error;
+        fd.reset(::fcntl(standard, F_DUPFD_CLOEXEC, 3));
+        if (!fd) return error;
+    }
     file.reset(::fdopen(fd.get(), plain.c_str()));
     if (!file) return errno;
     (void)fd.release();
