@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             bool helpers;
         };
         for (Table table : {Table{"File", true}, {"File", false}, {"Path", true}, {"Nothing", true}}) {
-            FuzzWatch watch(100);
+            FuzzWatch watch(300);
             fuzzRun([&] { readTable(reader, table.name, table.helpers); });
         }
     });
