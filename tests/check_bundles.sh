@@ -1,25 +1,12 @@
 #!/usr/bin/env bash
 # Servers that start from bundles: what tools/bundle.py packs is what runs, and which bundle wins. usage: SOURCE BUILD
-set -uo pipefail
-source_dir=$1
-[ -x "$2/bin/quillsrv" ] || { echo "no $2/bin/quillsrv" >&2; exit 1; }
+. "$(dirname "$0")/checks.sh"
 export LC_ALL=C.UTF-8 TZ=Europe/Berlin
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-failed=0
 app=$work/app/bin
-mkdir -p "$app" "$work/app/ipe"
-ln "$2/bin/quillsrv" "$app/quillsrv" 2>/dev/null || cp "$2/bin/quillsrv" "$app/quillsrv"
-server=$app/quillsrv
+own_server "$app"
+mkdir "$work/app/ipe"
 printf 'class startup:\n\nout = open("/dev/stderr", "a")\nout.write("from source " + global_get("startup_type"))\nout.close()\nsys_exit()\n' \
   >"$work/app/ipe/startup.py"
-
-same() { # WHAT GOT WANT
-  [ "$2" == "$3" ] && return
-  echo "FAILED $1"
-  diff <(printf '%s\n' "$3") <(printf '%s\n' "$2") | head -20
-  failed=1
-}
 
 bundle() { "$server" "$@" --custom "$source_dir/tools/bundle.py" 2>&1 </dev/null; }
 serve() { timeout 60 "$server" --standalone "$@" 2>&1 </dev/null; }
@@ -119,9 +106,7 @@ done
 wrong() { # WHAT PATTERN ARGUMENTS...
   local what=$1 pattern=$2
   shift 2
-  bundle "$@" >"$work/out"
-  same "$what: exit code" "$?" 2
-  grep -q "$pattern" "$work/out" || { echo "FAILED $what"; head -3 "$work/out"; failed=1; }
+  says "$what" 2 "$pattern" bundle "$@"
 }
 wrong "no arguments" "^usage: quillsrv --output"
 wrong "an unknown option" "unknown option '--outptu'" --outptu "$app/x.dat"

@@ -1,27 +1,14 @@
 #!/usr/bin/env bash
 # Runs the usage report on a made tree and on /usr/share, and compares every figure with what find, sort and awk count.
 # usage: SOURCE BUILD
-set -uo pipefail
-source_dir=$1 server=$2/bin/quillsrv
-[ -x "$server" ] || { echo "no $server" >&2; exit 1; }
+. "$(dirname "$0")/checks.sh"
 export LC_ALL=C.UTF-8 TZ=Europe/Berlin
-work=$(mktemp -d)
-trap 'chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
-failed=0
 
 # Root reads every folder, so root drops its capabilities where the system lets it.
 drop=()
 if [ "$(id -u)" -eq 0 ] && setpriv --inh-caps=-all --bounding-set=-all true 2>/dev/null; then
   drop=(setpriv --inh-caps=-all --bounding-set=-all)
 fi
-
-same() { # WHAT GOT WANT
-  if [ "$2" != "$3" ]; then
-    echo "FAILED $1"
-    diff <(printf '%s\n' "$3") <(printf '%s\n' "$2") | head -20
-    failed=1
-  fi
-}
 
 report() { # DIR: the whole report, line ends and digit groups plain
   "${drop[@]}" "$server" --top 1000000 --dir "$1" --custom "$source_dir/ipe/usage.py" 2>"$work/errors" </dev/null |
@@ -155,11 +142,7 @@ stored /usr/share
 
 # --- The command line
 expect() { # WHAT CODE PATTERN ARGUMENTS...
-  local what=$1 want=$2 pattern=$3
-  shift 3
-  "$server" "$@" --custom "$source_dir/ipe/usage.py" >"$work/out" 2>&1 </dev/null
-  same "$what: exit code" "$?" "$want"
-  grep -q "$pattern" "$work/out" || { echo "FAILED $what"; head -5 "$work/out"; failed=1; }
+  says "${@:1:3}" "$server" "${@:4}" --custom "$source_dir/ipe/usage.py"
 }
 expect "a missing folder" 2 "No such file or directory '$work/absent'" --dir "$work/absent"
 expect "a bad number" 2 "wants a number" --top 0x --dir "$work"
@@ -167,9 +150,7 @@ expect "an option in the place of a value" 2 "store wants a value" --dir "$tree/
 
 # --- Stores that do not answer
 answers() { # WHAT CODE PATTERN ARGUMENTS...: as `expect`, with the store
-  local what=$1 want=$2 pattern=$3
-  shift 3
-  expect "$what" "$want" "$pattern" --store "$work/kept.dat" "$@"
+  expect "${@:1:3}" --store "$work/kept.dat" "${@:4}"
 }
 printf 'not a store' >"$work/kept.dat"
 answers "a foreign file" 2 "kept.dat' does not hold a walk: The database has a corrupt header" --dir "$tree/beta"
@@ -196,7 +177,7 @@ if mount -t tmpfs -o size=100k none "$work/mounts/point" 2>/dev/null; then
   same "nothing is left of the store" "$(ls -A "$work/mounts/point")" ""
   umount "$work/mounts/point"
 fi
-(cd "$tree" && expect "a relative folder" 0 "^Usage of $tree/beta" --dir beta) || failed=1
+(cd "$tree" && expect "a relative folder" 0 "^Usage of $tree/beta" --dir beta; exit "$failed") || failed=1
 
 # --- The whole demo: a scan, every report, tables
 mkdir "$work/demo"

@@ -1,10 +1,6 @@
 #!/usr/bin/env bash
 # Runs every example of docs/scripting.md that is followed by its output, and compares. usage: SOURCE BUILD
-set -uo pipefail
-source_dir=$1 server=$2/bin/quillsrv
-[ -x "$server" ] || { echo "no $server" >&2; exit 1; }
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+. "$(dirname "$0")/checks.sh"
 
 # An example is a fenced block "python" with a block "text" right behind it: N.py and N.want. One that prints by
 # itself needs no output from the library of the tests.
@@ -17,7 +13,7 @@ awk -v dir="$work" '
   file { print > file }
 ' "$source_dir/docs/scripting.md"
 
-failed=0 count=0
+count=0
 for want in "$work"/*.want; do
   name=$(basename "$want" .want)
   mkdir "$work/$name.d"

@@ -1,14 +1,9 @@
 #!/usr/bin/env bash
 # A served program with queues, timers and the log: records arrive in one dictionary a second, the timers tick, and
 # SIGTERM under load ends the server within three seconds with nothing of the log lost. usage: SOURCE BUILD
-set -uo pipefail
-server=$2/bin/quillsrv
-[ -x "$server" ] || { echo "no $server" >&2; exit 1; }
-work=$(mktemp -d)
-pid=
-trap '[ -z "$pid" ] || kill -KILL "$pid" 2>/dev/null; rm -rf "$work"' EXIT
-mkdir "$work/bin" "$work/ipe"
-ln "$server" "$work/bin/quillsrv" 2>/dev/null || cp "$server" "$work/bin/quillsrv"
+. "$(dirname "$0")/checks.sh"
+own_server "$work/bin"
+mkdir "$work/ipe"
 
 cat >"$work/ipe/startup.py" <<'PROGRAM'
 class startup:

@@ -1,13 +1,8 @@
 #!/usr/bin/env bash
 # The small server of ipe/serve.py on a free port of this machine: the line protocol, HTTP, peers that misbehave, and
 # SIGTERM under load within three seconds with the log written. usage: SOURCE BUILD
-set -uo pipefail
-server=$2/bin/quillsrv
-[ -x "$server" ] || { echo "no $server" >&2; exit 1; }
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-mkdir "$work/bin"
-ln "$server" "$work/bin/quillsrv" 2>/dev/null || cp "$server" "$work/bin/quillsrv"
+. "$(dirname "$0")/checks.sh"
+own_server "$work/bin"
 ln -s "$(cd "$1" && pwd)/ipe" "$work/ipe"
 
 timeout 60 python3 - "$work" <<'PROGRAM'

@@ -1,11 +1,6 @@
 #!/usr/bin/env bash
 # The serving program: says that it serves, ends on --once with exit code 0 and on SIGTERM soon. usage: SOURCE BUILD
-set -uo pipefail
-server=$2/bin/quillsrv
-[ -x "$server" ] || { echo "no $server" >&2; exit 1; }
-work=$(mktemp -d)
-pid=
-trap '[ -z "$pid" ] || kill -KILL "$pid" 2>/dev/null; rm -rf "$work"' EXIT
+. "$(dirname "$0")/checks.sh"
 
 timeout 60 "$server" --standalone --once >"$work/once" 2>&1 </dev/null
 code=$?

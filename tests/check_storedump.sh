@@ -1,34 +1,17 @@
 #!/usr/bin/env bash
 # storedump on the store that the script program `stores` leaves: the list, rows, and damage of every kind that the
 # check must find. usage: SOURCE BUILD
-set -uo pipefail
-source_dir=$1 server=$2/bin/quillsrv dump=$2/bin/storedump
-[ -x "$server" ] && [ -x "$dump" ] || { echo "no $server or no $dump" >&2; exit 1; }
+. "$(dirname "$0")/checks.sh"
+dump=$2/bin/storedump
+[ -x "$dump" ] || { echo "no $dump" >&2; exit 1; }
 export LC_ALL=C.UTF-8 TZ=Europe/Berlin
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-failed=0
 QUILL_SCRATCH=$work QUILL_CHECK=$source_dir/tests/scripts/lib/check.py "$server" \
   --custom "$source_dir/tests/scripts/stores.py" >/dev/null 2>&1 </dev/null
 store=$work/every.dat
 [ -s "$store" ] || { echo "no store was made" >&2; exit 1; }
 
-same() { # WHAT GOT WANT
-  [ "$2" == "$3" ] && return
-  echo "FAILED $1"
-  diff <(printf '%s\n' "$3") <(printf '%s\n' "$2") | head -20
-  failed=1
-}
-says() { # WHAT CODE PATTERN ARGUMENTS...
-  local what=$1 want=$2 pattern=$3
-  shift 3
-  "$dump" "$@" >"$work/out" 2>&1 </dev/null
-  same "$what: exit code" "$?" "$want"
-  grep -q -- "$pattern" "$work/out" || { echo "FAILED $what: nothing like '$pattern'"; head -5 "$work/out"; failed=1; }
-}
-
 # --- The list and the rows
-says "the file" 0 "every.dat: $(stat -c %s "$store") bytes, columns, compressed option on, 4 tables$" "$store"
+says "the file" 0 "every.dat: $(stat -c %s "$store") bytes, columns, compressed option on, 4 tables$" "$dump" "$store"
 same "tables and fields" "$(grep -E '^(table| +field)' "$work/out" | head -10 | sed 's/, tags.*//')" 'table "File": 25 rows, 9 fields, block size 4096, zero interval 10
   field 0 "Name": String, codec AFBD
   field 1 "Owner": String, codec ADBD
@@ -40,17 +23,17 @@ same "tables and fields" "$(grep -E '^(table| +field)' "$work/out" | head -10 | 
   field 7 "Branch": Tree, codec ISBD
   field 8 "_order": I64, codec ESAD'
 same "streams of a table of each kind" "$(grep -cE '^      data: lz4, 1 blocks of 4096, ' "$work/out") $(grep -cE '^      data: zlib' "$work/out")" "12 12"
-says "options" 0 "^  options {'root': '/data'}$" "$store"
+says "options" 0 "^  options {'root': '/data'}$" "$dump" "$store"
 same "rows as text" "$("$dump" --rows 2 --table File "$store")" "$(printf '# File\nName\tOwner\tCount\tSize\tMade\tModified\tAttributes\tBranch\t_order
 file0.txt\troot\t0\t0\t2000-02-01\t2000-02-01 12:30:00\tR\tusr/share/d0\t0
 file1.txt\tgröße\t1000\t1000000\t2001-02-02\t2001-02-02 12:30:01\tH,S\tusr/share/d1\t1')"
 same "rows of all tables" "$("$dump" --rows 100 "$store" | wc -l)" $((4 * 2 + 25 + 25 + 1))
 
 # --- Faults
-says "a sound store" 0 "no fault, $((25 * 9 + 25 + 1)) values$" --verify "$store"
+says "a sound store" 0 "no fault, $((25 * 9 + 25 + 1)) values$" "$dump" --verify "$store"
 cut() { head -c "$1" "$store" >"$work/cut.dat"; }
 cut $(($(stat -c %s "$store") - 1))
-says "a cut header of the main stream" 1 "cut.dat: .*DatabaseError" --verify "$work/cut.dat"
+says "a cut header of the main stream" 1 "cut.dat: .*DatabaseError" "$dump" --verify "$work/cut.dat"
 # Every thirteenth byte flipped in turn: a fault or a sound file, never anything else, and both kinds of place are met.
 : >"$work/faults"
 size=$(stat -c %s "$store")
@@ -68,13 +51,13 @@ for pattern in 'table "File", field "[A-Za-z]*": .*block 0 of ' 'table "File", f
 done
 
 # --- The command line
-says "help" 0 "^usage: storedump" --help
-says "no file" 2 "no file is named"
-says "an unknown option" 2 "unknown option '--row'" --row 5 "$store"
-says "a bad number" 2 "wants a number" --rows 5x "$store"
-says "two files" 2 "one file" "$store" "$store"
-says "a missing file" 1 "No such file or directory: '$work/absent'" "$work/absent"
-says "a missing table" 1 'no table "Absent"' --rows 1 --table Absent "$store"
+says "help" 0 "^usage: storedump" "$dump" --help
+says "no file" 2 "no file is named" "$dump"
+says "an unknown option" 2 "unknown option '--row'" "$dump" --row 5 "$store"
+says "a bad number" 2 "wants a number" "$dump" --rows 5x "$store"
+says "two files" 2 "one file" "$dump" "$store" "$store"
+says "a missing file" 1 "No such file or directory: '$work/absent'" "$dump" "$work/absent"
+says "a missing table" 1 'no table "Absent"' "$dump" --rows 1 --table Absent "$store"
 
 [ "$failed" -eq 0 ] && echo "storedump tells what is there"
 exit "$failed"

@@ -7,41 +7,37 @@
 
 namespace {
 
-struct Names {
-    std::string name = "Quillbrook_Server", displayName = "Quillbrook Server";
-    explicit Names(const std::string& program) { deriveServiceNames(program, name, displayName); }
-    std::string both() const { return name + "|" + displayName; }
-};
+const std::string Defaults = "Quillbrook_Server|Quillbrook Server";
 
-const char Defaults[] = "Quillbrook_Server|Quillbrook Server";
-
-TEST(ServiceNames, FolderOfTheProduct) {
-    EXPECT_EQ(Names("/opt/Quillbrook North Site/bin/quillsrv").both(),
-              "Quillbrook_North_Site_Server|Quillbrook North Site Server");
-    EXPECT_EQ(Names("C:\\Quillbrook North Site\\quillsrv.exe").both(),
-              "Quillbrook_North_Site_Server|Quillbrook North Site Server");
-    // The first folder counts, and it wins over a tilde.
-    EXPECT_EQ(Names("/Quillbrook A/Quillbrook B/x~C.exe").name, "Quillbrook_A_Server");
-    // The text is there but no separator follows: not even the tilde is looked at.
-    EXPECT_EQ(Names("/opt/Quillbrook North~Site.exe").both(), Defaults);
-    EXPECT_EQ(Names("/opt/Quillbrook/bin/quillsrv").both(), Defaults);
-    EXPECT_EQ(Names("/opt/MyQuillbrook North/bin/quillsrv").both(), Defaults);
-    EXPECT_EQ(Names("/opt/MyQuillbrook A/Quillbrook B/q").name, "Quillbrook_B_Server");
-}
-
-TEST(ServiceNames, Tilde) {
-    EXPECT_EQ(Names("/opt/quillsrv~North Site.exe").both(), "North_Site|North Site");
-    EXPECT_EQ(Names("/opt/quillsrv~a~b.1.exe").both(), "a~b.1|a~b.1");
-    EXPECT_EQ(Names("quillsrv~Bare.exe").name, "Bare");
-    for (const char* none : {"/opt/quillsrv~North Site", "/opt/v1.2/quillsrv~North", "/opt/a.b~North",
-                             "/opt/a~b/quillsrv.exe", "/opt/quillsrv~.exe", "/opt/quillsrv", ""})
-        EXPECT_EQ(Names(none).both(), Defaults) << none;
-}
-
-TEST(ServiceNames, LongNamesKeepWholeCharacters) {
-    std::string longName = "x~" + std::string(254, 'a') + "\xC3\xA4" + "b.exe";
-    EXPECT_EQ(Names("/opt/" + longName).name, std::string(254, 'a'));
-    EXPECT_EQ(Names("/opt/x~" + std::string(300, 'a') + ".exe").displayName.size(), 255u);
+TEST(ServiceNames, FromTheProgramsPath) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"/opt/Quillbrook North Site/bin/quillsrv",
+         "Quillbrook_North_Site_Server|Quillbrook North Site Server"},
+        {"C:\\Quillbrook North Site\\quillsrv.exe",
+         "Quillbrook_North_Site_Server|Quillbrook North Site Server"},
+        // The first folder counts, and it wins over a tilde.
+        {"/Quillbrook A/Quillbrook B/x~C.exe", "Quillbrook_A_Server|Quillbrook A Server"},
+        // The text is there but no separator follows: not even the tilde is looked at.
+        {"/opt/Quillbrook North~Site.exe", Defaults},
+        {"/opt/Quillbrook/bin/quillsrv", Defaults},
+        {"/opt/MyQuillbrook A/Quillbrook B/q", "Quillbrook_B_Server|Quillbrook B Server"},
+        {"/opt/quillsrv~North Site.exe", "North_Site|North Site"},
+        {"/opt/quillsrv~a~b.1.exe", "a~b.1|a~b.1"},
+        {"quillsrv~Bare.exe", "Bare|Bare"},
+        {"/opt/quillsrv~North Site", Defaults},
+        {"/opt/v1.2/quillsrv~North", Defaults},
+        {"/opt/a~b/quillsrv.exe", Defaults},
+        {"/opt/quillsrv~.exe", Defaults},
+        {"", Defaults},
+        // Long names are cut, and keep whole characters.
+        {"/opt/x~" + std::string(300, 'a') + ".exe", std::string(255, 'a') + "|" + std::string(255, 'a')},
+        {"/opt/x~" + std::string(254, 'a') + "\xC3\xA4" + "b.exe",
+         std::string(254, 'a') + "|" + std::string(254, 'a')}};
+    for (auto& [program, names] : rows) {
+        std::string name = "Quillbrook_Server", displayName = "Quillbrook Server";
+        deriveServiceNames(program, name, displayName);
+        EXPECT_EQ(name + "|" + displayName, names) << program;
+    }
 }
 
 TEST(Options, FoundAnywhere) {

@@ -44,36 +44,26 @@ TEST_F(Server, ScriptEndsItWithItsExitCode) {
 }
 
 TEST_F(Server, ErrorsOfTheStartAreShownWithTheirPlace) {
-    application(
-        "global_set(\"__rc\", 9)\n\ndef f(x):\n    raise Broken, \"no milk with \" + x\n\nf(\"tea\")\n");
-    Result result = run({});
-    EXPECT_EQ(result.code, 0);
-    EXPECT_NE(result.err.find("Broken: no milk with tea"), std::string::npos) << result.err;
-    EXPECT_NE(result.err.find("startup.py (6)\n"), std::string::npos) << result.err;
-    EXPECT_NE(result.err.find("raise Broken"), std::string::npos) << result.err;
-
-    application("x = 1\ny = \"open\n");
-    result = run({});
-    EXPECT_EQ(result.code, 0);
-    EXPECT_NE(result.err.find("startup.py"), std::string::npos) << result.err;
-    EXPECT_NE(result.err.find("(4)"), std::string::npos) << result.err;
-
-    // Source that the script loads: both places.
+    // Source that the script loads shows both places.
     tree.file("bin/bad.py", "class bad:\nx = \"open\n");
-    application("interpreter(\"load\", \"bad.py\")\n");
-    std::string text = run({}).err;
-    EXPECT_NE(text.find("\nbad.py (2)\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("startup.py (3)\ninterpreter"), std::string::npos) << text;
-
-    tree.file("ipe/startup.py", "class other:\nx = 1\n");
-    EXPECT_NE(run({}).err.find("ImportError"), std::string::npos);
-
-    std::filesystem::remove(tree / "ipe/startup.py");
-    result = run({});
-    EXPECT_EQ(result.code, 0);
-    EXPECT_NE(result.err.find("IOError: [Errno 2] No such file or directory: '"), std::string::npos)
-        << result.err;
-    EXPECT_NE(result.err.find("ipe/startup.py'"), std::string::npos) << result.err;
+    const struct {
+        std::string source;
+        std::vector<std::string> shown;
+    } rows[] = {{"class startup:\n\nglobal_set(\"__rc\", 9)\n\ndef f(x):\n    raise Broken, \"no milk with "
+                 "\" + x\n\nf(\"tea\")\n",
+                 {"Broken: no milk with tea", "startup.py (6)\n", "raise Broken"}},
+                {"class startup:\n\nx = 1\ny = \"open\n", {"startup.py", "(4)"}},
+                {"class startup:\n\ninterpreter(\"load\", \"bad.py\")\n",
+                 {"\nbad.py (2)\n", "startup.py (3)\ninterpreter"}},
+                {"class other:\nx = 1\n", {"ImportError"}},
+                {"", {"IOError: [Errno 2] No such file or directory: '", "ipe/startup.py'"}}};
+    for (auto& row : rows) {
+        tree.file("ipe/startup.py", row.source);
+        if (row.source.empty()) std::filesystem::remove(tree / "ipe/startup.py");
+        Result result = run({});
+        EXPECT_EQ(result.code, 0);
+        for (auto& text : row.shown) EXPECT_NE(result.err.find(text), std::string::npos) << result.err;
+    }
 }
 
 constexpr char Custom[] =

@@ -209,22 +209,21 @@ TEST(Files, Attributes) {
 }
 
 TEST(Files, DosAttribForms) {
+    const std::string first("\0\0\1\0\1\0\0\0\x04\0\0\0", 12);
+    const std::string third("0x20\0\0\3\0\3\0\0\0\x11\0\0\0\x07\0\0\0", 20);
+    const std::pair<std::string, uint32_t> rows[] = {
+        {"0x22", 0x22}, {std::string("0x6\0", 4), 6}, {third, 7}, {first, 4}};
     uint32_t bits = 0;
-    EXPECT_TRUE(parseDosAttrib("0x22", bits));
-    EXPECT_EQ(bits, 0x22u);
-    EXPECT_TRUE(parseDosAttrib(std::string_view("0x6\0", 4), bits));
-    EXPECT_EQ(bits, 6u);
-    std::string third("0x20\0\0\3\0\3\0\0\0\x11\0\0\0\x07\0\0\0", 20);
-    EXPECT_TRUE(parseDosAttrib(third, bits));
-    EXPECT_EQ(bits, 7u);
-    third[12] = 0x10;
-    EXPECT_FALSE(parseDosAttrib(third, bits)) << "the attribute word is not valid";
-    std::string first("\0\0\1\0\1\0\0\0\x04\0\0\0", 12);
-    EXPECT_TRUE(parseDosAttrib(first, bits));
-    EXPECT_EQ(bits, 4u);
-    for (size_t cut = 0; cut < first.size(); ++cut) EXPECT_FALSE(parseDosAttrib(first.substr(0, cut), bits));
-    for (const char* bad : {"", "0x", "22", "0xZZ", "0x123456789"})
+    for (auto& [text, want] : rows) {
+        EXPECT_TRUE(parseDosAttrib(text, bits));
+        EXPECT_EQ(bits, want);
+    }
+    std::string invalid = third;
+    invalid[12] = 0x10;  // the attribute word is not valid
+    for (const std::string& bad :
+         {invalid, std::string("0x"), std::string("22"), std::string("0xZZ"), std::string("0x123456789")})
         EXPECT_FALSE(parseDosAttrib(bad, bits)) << bad;
+    for (size_t cut = 0; cut < first.size(); ++cut) EXPECT_FALSE(parseDosAttrib(first.substr(0, cut), bits));
     EXPECT_EQ(patchDosAttrib("junk", 0x24), "0x24");
 }
 

@@ -47,6 +47,15 @@ class Service : public testing::Test {
                 ""};
     }
 
+    // Installs and starts the service; gives its process.
+    pid_t started(const ServiceDefinition& service) {
+        ServiceStatus status;
+        EXPECT_EQ(manager->exists(name) == 0 ? 0 : manager->install(service), 0);
+        EXPECT_EQ(manager->start(name), 0);
+        EXPECT_EQ(manager->query(name, status), 0);
+        return static_cast<pid_t>(status.processId);
+    }
+
     ServiceState state() const {
         ServiceStatus status;
         return manager->query(name, status) == 0 ? status.state : ServiceState::startPending;
@@ -143,17 +152,11 @@ TEST_F(Service, lifeOfAService) {
 }
 
 TEST_F(Service, signalIsTheStopControl) {
-    ASSERT_EQ(manager->install(definition()), 0);
-    ASSERT_EQ(manager->start(name), 0);
-    ServiceStatus status;
-    ASSERT_EQ(manager->query(name, status), 0);
-    ASSERT_EQ(kill(static_cast<pid_t>(status.processId), SIGTERM), 0);
+    ASSERT_EQ(kill(started(definition()), SIGTERM), 0);
     EXPECT_TRUE(awaitState(ServiceState::stopped));
     EXPECT_NE(slurp(root / "log").find("control 1\nended\n"), std::string::npos);
     // A killed process leaves its socket behind; that is a stopped service, and the next start removes it.
-    ASSERT_EQ(manager->start(name), 0);
-    ASSERT_EQ(manager->query(name, status), 0);
-    ASSERT_EQ(kill(static_cast<pid_t>(status.processId), SIGKILL), 0);
+    ASSERT_EQ(kill(started(definition()), SIGKILL), 0);
     EXPECT_TRUE(awaitState(ServiceState::stopped));
     EXPECT_EQ(manager->start(name), 0);
 }
@@ -184,20 +187,14 @@ TEST_F(Service, runsUnderItsAccount) {
     ServiceDefinition service = definition();
     service.command[0] = program;
     service.account = "nobody";
-    ASSERT_EQ(manager->install(service), 0);
-    ASSERT_EQ(manager->start(name), 0);
-    ServiceStatus status;
-    ASSERT_EQ(manager->query(name, status), 0);
     struct stat info;
-    ASSERT_EQ(stat(("/proc/" + std::to_string(status.processId)).c_str(), &info), 0);
+    ASSERT_EQ(stat(("/proc/" + std::to_string(started(service))).c_str(), &info), 0);
     EXPECT_NE(info.st_uid, 0u);
 }
 
 TEST_F(Service, socketBearsStrangers) {
-    ASSERT_EQ(manager->install(definition()), 0);
-    ASSERT_EQ(manager->start(name), 0);
-    std::string unit = unitOfService(name);
-    std::string path = runtimeDirectories(unit)[0] + "/control";
+    started(definition());
+    std::string path = runtimeDirectories(unitOfService(name))[0] + "/control";
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     ASSERT_LT(path.size(), sizeof address.sun_path);

@@ -1,11 +1,7 @@
 #!/usr/bin/env bash
 # The global ipaddress_list on a machine with several interfaces, built in a network namespace. usage: SOURCE BUILD
 # Without the right to make a namespace only the list of this machine is looked at.
-set -uo pipefail
-server=$2/bin/quillsrv
-[ -x "$server" ] || { echo "no $server" >&2; exit 1; }
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+. "$(dirname "$0")/../checks.sh"
 cat >"$work/list.py" <<'SCRIPT'
 class startup_custom:
 

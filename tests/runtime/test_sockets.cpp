@@ -7,13 +7,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <random>
 #include <thread>
 
-#include "../ipe/values_testing.h"
-#include "runtime/epa_shutdown.h"
-#include "runtime/epa_threadmanager.h"
+#include "managed_threads.h"
 #include "runtime/streams/epa_hostlookup.h"
 #include "runtime/streams/epa_isocketstream.h"
 #include "runtime/streams/epa_osocketstream.h"
@@ -71,62 +68,32 @@ void put(const IPE_Object& stream, std::string_view text, IPE_Object keywords = 
     stream->__call__(IPE_Arguments(&item, 1, keywords));
 }
 
-class Sockets : public testing::Test {
+class Sockets : public ManagedThreads {
   protected:
-    void SetUp() override { EPA_ThreadManager::create(); }
-    void TearDown() override {
-        request_shutdown();
-        EPA_ThreadManager::instance().stop();
-        EPA_ThreadManager::destroy();
-        epa_detail::running = true;
-    }
     // Runs `body` on a thread of the manager; the object outlives the thread.
     struct Worker {
         std::function<void()> body;
-        std::atomic<bool> entered{false}, done{false};
+        std::atomic<bool> done{false};
         std::string error = "nothing";
-        static void entry(EPA_ThreadPassportImpl& passport) {
-            passport.announce("ipe_%i");
-            auto& self = *static_cast<Worker*>(passport.argument());
-            self.entered = true;
-            self.error = raised(self.body);
-            self.done = true;
-        }
-        void start() {
-            EPA_ThreadManager::instance().start(entry, this);
-            EPA_ThreadManager::instance().release();
-        }
     };
-    XPK_ThreadScope thread{true};
+    void run(Worker& worker) {
+        start([&](EPA_ThreadPassportImpl&) {
+            worker.error = raised(worker.body);
+            worker.done = true;
+        });
+        manager().release();
+    }
 };
 
+// Names and fields of ordinary failures: the script program `sockets`.
 TEST_F(Sockets, ErrorTable) {
     EXPECT_EQ(raised([] { EPA_RaiseSocketError(12345, "recv"); }),
               "SocketError: [Errno 12345] from function 'recv'");
-    EXPECT_EQ(raised([] { EPA_RaiseSocketError(11004, "x"); }),
-              "WSANO_DATA: No host data of that type was found");
     EXPECT_EQ(raised([] { EPA_CheckSocket(EDQUOT, "x"); }), "WSAEDQUOT: Disc quota exceeded");
     EXPECT_EQ(raised([] { EPA_CheckSocket(EUCLEAN, "x"); }), "SocketError: [Errno 117] from function 'x'");
-    int named = 0;
-    for (int code = 10000; code < 11010; ++code)
-        if (raised([&] { EPA_RaiseSocketError(code, "x"); }).substr(0, 3) == "WSA") ++named;
-    EXPECT_EQ(named, 49);
     bool ready = false;
     EXPECT_EQ(platform::socketCode(platform::waitSocket(1000000, platform::SocketEvent::Readable, 0, ready)),
               10009);
-    // A taken port, a dead one, an address of somebody else, and numbers that are no ports.
-    IPE_Object server = listenOn();
-    int64_t port = portOf(server);
-    server = nullptr;
-    try {
-        connectTo("127.0.0.1", port);
-        ADD_FAILURE();
-    } catch (const XPK_Exception& e) {
-        EXPECT_EQ(e.type(), "WSAECONNREFUSED");
-        EXPECT_EQ(*e.record().findNumber("errno"), 10061);
-        EXPECT_EQ(*e.record().findString("function"), "connect");
-        EXPECT_EQ(XPK_CurrentThread()->apiName, nullptr);
-    }
     try {
         listenOn("203.0.113.1", 7, 9);
         ADD_FAILURE();
@@ -135,6 +102,7 @@ TEST_F(Sockets, ErrorTable) {
         EXPECT_EQ(*e.record().findString("address"), "203.0.113.1");
         EXPECT_EQ(*e.record().findNumber("port"), 7);
         EXPECT_EQ(*e.record().findNumber("backlog"), 9);
+        EXPECT_EQ(XPK_CurrentThread()->apiName, nullptr);
     }
     for (int64_t bad : {int64_t{-1}, int64_t{65536 + 80}, INT64_MAX})
         EXPECT_EQ(raised([&] { connectTo("127.0.0.1", bad); }), "WSAEINVAL: Invalid argument");
@@ -165,10 +133,10 @@ TEST_F(Sockets, Hosts) {
     connectTo("127.0.0.1", portOf(server));
     EXPECT_EQ(asked, 0) << "a quad is not looked up";
     EXPECT_EQ(str(call(connectTo("here", portOf(server)), "get_address")), "127.0.0.1");
-    EXPECT_EQ(raised([] { connectTo("absent", 1); }), "WSAHOST_NOT_FOUND: Host not found");
-    EXPECT_EQ(raised([] { connectTo("bare", 1); }), "WSANO_DATA: No host data of that type was found");
-    EXPECT_EQ(raised([] { connectTo("short", 1); }), "WSAENOBUFS: No buffer space available");
-    EXPECT_EQ(raised([] { connectTo("broken", 1); }), "WSAENETDOWN: Network is down");
+    for (auto [host, error] : {std::pair{"bare", "WSANO_DATA: No host data of that type was found"},
+                               {"short", "WSAENOBUFS: No buffer space available"},
+                               {"broken", "WSAENETDOWN: Network is down"}})
+        EXPECT_EQ(raised([&] { connectTo(host, 1); }), error);
     EXPECT_EQ(raised([] { listenOn("absent"); }), "WSAHOST_NOT_FOUND: Host not found");
     EXPECT_EQ(listenOn("here").as<EPA_ServerSocket>()->local().address, Loopback);
     platform::setHostResolver(nullptr);
@@ -177,11 +145,6 @@ TEST_F(Sockets, Hosts) {
         EXPECT_EQ(open.as<EPA_ServerSocket>()->local().address, 0U);
         EXPECT_GT(portOf(open), 0);
         connectTo("127.0.0.2", portOf(open));
-    }
-    IPE_Object own = EPA_ListAddresses();
-    for (auto& entry : own.as<IPE_ListType>()->items()) {
-        EXPECT_NE(str(entry), "127.0.0.1/8");
-        EXPECT_NE(str(entry).find('/'), std::string::npos);
     }
 }
 
@@ -195,17 +158,12 @@ TEST_F(Sockets, AcceptKeywords) {
     EXPECT_EQ(value.l_onoff, 1);
     EXPECT_EQ(value.l_linger, 7);
     EXPECT_NE(::fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
-    EXPECT_EQ(str(pair.accepted), "Socket (id=" + std::to_string(fd) + ")");
-    // Each wait has the time anew, and what has come is not lost.
-    put(call(pair.client, "get_ostream"), "half");
-    EXPECT_EQ(line(pair.in, D({{S("bytes"), I(4)}})), "half");
+    // Each wait has the time anew.
     for (int i = 0; i < 2; ++i) {
         auto begin = Clock::now();
         EXPECT_EQ(raised([&] { line(pair.in); }), "WSAETIMEDOUT: Connection timed out");
         EXPECT_GE(Clock::now() - begin, 55ms);
     }
-    put(call(pair.client, "get_ostream"), "line\n");
-    EXPECT_EQ(line(pair.in), "line") << "nothing stale after the failed read";
     EXPECT_EQ(raised([&] { socketOf(pair.accepted).send(std::string(1 << 24, 'x').data(), 1 << 24); }),
               "WSAETIMEDOUT: Connection timed out");
     // Wrong keywords cost no connection.
@@ -231,10 +189,6 @@ TEST_F(Sockets, EndOfData) {
     char byte;
     EXPECT_EQ(socketOf(pair.accepted).receive(&byte, 1), 0U) << "a reset is an end";
     EXPECT_EQ(raised([&] { socketOf(pair.accepted).receive(&byte, 1); }),
-              "RuntimeError: the connection has been closed");
-    EXPECT_EQ(raised([&] {
-                  line(pair.in, D({{S("bytes"), I(1)}}));
-              }),
               "RuntimeError: the connection has been closed");
     EXPECT_EQ(raised([&] { put(pair.out, "x"); }), "WSAECONNRESET: Connection reset by peer");
     // A peer that has ended its own side still gets answers.
@@ -265,7 +219,7 @@ TEST_F(Sockets, ClosedSockets) {
     Pair waiting;
     IPE_Object other = IPE_Object_Strip(waiting.accepted);
     Worker worker{[&] { line(other->__getattr__(S("get_istream"), 0)->__call__(IPE_Arguments())); }};
-    worker.start();
+    run(worker);
     std::this_thread::sleep_for(30ms);
     call(waiting.accepted, "close");
     while (!worker.done) std::this_thread::sleep_for(1ms);
@@ -275,9 +229,6 @@ TEST_F(Sockets, ClosedSockets) {
 TEST_F(Sockets, Writing) {
     Pair pair;
     EPA_OSocketStream& stream = pair.stream();
-    put(pair.out, "dropped", IPE_NewDict());
-    call(pair.out, "reset");
-    EXPECT_EQ(stream.total() + stream.pending(), 0U);
     // Writes over several chunks arrive whole, and the counters count.
     auto before = EPA_GetSocketTraffic();
     std::string big;
@@ -305,11 +256,6 @@ TEST_F(Sockets, Writing) {
     stream.write("ok");
     stream.flush();
     EXPECT_EQ(pair.clientReads(2), "ok") << "the failed flush left nothing behind";
-    EXPECT_EQ(raised([&] {
-                  call(pair.out, "sendbase64", {S("?"), D({{S("a"), I(1)}})});
-              }).substr(0, 10),
-              "ValueError");
-    EXPECT_EQ(stream.pending(), 0U);
 }
 
 TEST_F(Sockets, Drain) {
@@ -388,11 +334,11 @@ TEST_F(Sockets, StopAtRandomMoments) {
             for (;;) held.push_back(connectTo("127.0.0.1", fullPort));
         };
         workers[4].body = [&] { connectTo("slow.name", 1); };
-        for (Worker& worker : workers) worker.start();
+        for (Worker& worker : workers) run(worker);
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 60000));
         auto begin = Clock::now();
         request_shutdown();
-        EPA_ThreadManager::instance().stop();
+        manager().stop();
         EXPECT_LT(Clock::now() - begin, 3s);
         answer = true;
         for (Worker& worker : workers) EXPECT_TRUE(worker.done);

@@ -1,42 +1,25 @@
 // Stores: against a model, from several threads, and through passports and the exception bridge.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <functional>
 #include <map>
 #include <random>
 #include <set>
-#include <string>
 #include <thread>
 #include <vector>
 
-#include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_exceptiondetails.h"
 #include "ipe/values/ipe_globals.h"
-#include "ipe/values/ipe_numbers.h"
 #include "ipe/values/ipe_store.h"
 #include "ipe/values/ipe_timeouttype.h"
-#include "runtime/epa_shutdown.h"
-#include "runtime/epa_threadmanager.h"
+#include "managed_threads.h"
 
 namespace {
-
-IPE_Object S(std::string_view text) { return IPE_String(text); }
 
 template <class... Values>
 IPE_Object run(IPE_Store& store, std::string_view operation, const Values&... values) {
     const IPE_Object items[] = {S(operation), values...};
     return store.execute(IPE_Arguments(items, 1 + static_cast<int>(sizeof...(values))));
-}
-
-std::string errorOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const XPK_Exception& e) {
-        return e.type() + ": " + e.message();
-    }
-    return "";
 }
 
 // A value without __copy__.
@@ -53,14 +36,13 @@ class Store : public testing::Test {
 };
 
 TEST_F(Store, NamesAndPrivateCopies) {
-    IPE_Object list = IPE_ListOf({IPE_Int(1), S("x")});
+    IPE_Object list = IPE_ListOf({I(1), S("x")});
     store.set("l", list);
-    list.as<IPE_ListType>()->append(IPE_Int(2));
+    list.as<IPE_ListType>()->append(I(2));
     IPE_Object out = store.get("l");
     ASSERT_EQ(out.as<IPE_ListType>()->count(), 2);
-    out.as<IPE_ListType>()->append(IPE_Int(3));
+    out.as<IPE_ListType>()->append(I(3));
     EXPECT_EQ(store.get("l").as<IPE_ListType>()->count(), 2);
-    EXPECT_EQ(store.names().as<IPE_ListType>()->count(), 1);
     EXPECT_TRUE(store.get("none").isNull());
     store.remove(S("none"));
     store.remove(S("l"));
@@ -70,87 +52,90 @@ TEST_F(Store, NamesAndPrivateCopies) {
 
 TEST_F(Store, ValuesThatCannotBeCopied) {
     IPE_Object odd = IPE_New<Uncopyable>();
-    store.set("a", IPE_Int(1));
+    store.set("a", I(1));
     store.set("a", odd);
     EXPECT_FALSE(store.has("a"));
-    run(store, "dict_set", S("d"), S("k"), IPE_Int(1));
+    run(store, "dict_set", S("d"), S("k"), I(1));
     run(store, "dict_set", S("d"), S("k"), odd);
     EXPECT_EQ(store.keys(S("d")).as<IPE_ListType>()->count(), 0);
     run(store, "list_append", S("l"), odd);
     EXPECT_EQ(store.get("l").as<IPE_ListType>()->count(), 0);
     store.push(S("q"), odd);
     EXPECT_EQ(store.queued(S("q")), 0);
-    store.set("mixed", IPE_ListOf({odd, IPE_Int(5)}));
+    store.set("mixed", IPE_ListOf({odd, I(5)}));
     EXPECT_EQ(store.get("mixed").as<IPE_ListType>()->count(), 1);
-    EXPECT_EQ(errorOf([&] { store.setKey(S("d"), odd, IPE_Int(1)); }),
-              "TypeError: __hash__ is not supported");
-    EXPECT_EQ(errorOf([&] { store.set("t", IPE_TupleOf({odd})); }),
+    EXPECT_EQ(raised([&] { store.setKey(S("d"), odd, I(1)); }), "TypeError: __hash__ is not supported");
+    EXPECT_EQ(raised([&] { store.set("t", IPE_TupleOf({odd})); }),
               "TypeError: __copy__ is not supported for element in tuple");
 }
 
+// Each row: the words of an operation, what it gives, and the store's value of the name behind the operation.
 TEST_F(Store, Operations) {
-    EXPECT_EQ(run(store, "inc", S("n"))->__int__(), 1);
-    EXPECT_EQ(run(store, "inc", S("n"))->__int__(), 2);
-    EXPECT_EQ(run(store, "dec", S("m"))->__int__(), -1);
-    store.set("limit", IPE_Int(3));
-    EXPECT_EQ(run(store, "inc_less_than", S("n"), S("limit")), IPE_True());
-    EXPECT_EQ(run(store, "inc_less_than", S("n"), S("limit")), IPE_False());
-    EXPECT_EQ(store.get("n")->__int__(), 3);
-    EXPECT_EQ(run(store, "inc_less_than", S("new"), S("absent")), IPE_False());
-    EXPECT_FALSE(store.has("new"));
-    EXPECT_EQ(run(store, "set_if_exists", S("new"), IPE_Int(1)), IPE_False());
-    EXPECT_EQ(run(store, "set_if_exists", S("n"), S("text")), IPE_True());
-    EXPECT_TRUE(store.get("n")->is_text("text"));
-
-    for (int i : {1, 2, 1}) EXPECT_EQ(run(store, "list_append", S("l"), IPE_Int(i)), IPE_None());
-    EXPECT_EQ(run(store, "list_remove", S("l"), IPE_Int(1)), IPE_True());
-    EXPECT_EQ(run(store, "list_remove", S("l"), IPE_Int(9)), IPE_False());
-    EXPECT_EQ(run(store, "list_remove", S("no list"), IPE_Int(9)), IPE_False());
-    EXPECT_EQ(IPE_Object_ToString(store.get("l")), "[2, 1]");
-
-    run(store, "dict_list_append", S("d"), S("k"), S("v"));
-    EXPECT_EQ(run(store, "dict_list_remove", S("d"), S("other"), S("v")), IPE_False());
-    EXPECT_EQ(run(store, "dict_list_remove", S("d"), S("k"), S("v")), IPE_True());
-    EXPECT_EQ(run(store, "dict_get", S("d"), S("none"), IPE_Int(7))->__int__(), 7);
-    EXPECT_EQ(run(store, "dict_get", S("nobody"), S("none")), IPE_None());
-    EXPECT_EQ(run(store, "dict_item_add", S("d"), IPE_Int(4), IPE_Int(150))->__int__(), 150);
-    EXPECT_EQ(run(store, "dict_item_add", S("d"), IPE_Int(4), IPE_Int(-1))->__int__(), 149);
-    EXPECT_EQ(run(store, "dict_keys", S("d")).as<IPE_ListType>()->count(), 2);
-    EXPECT_EQ(run(store, "dict_keys", S("nobody")).as<IPE_ListType>()->count(), 0);
-    run(store, "dict_del", S("d"), S("k"));
-    run(store, "dict_del", S("nobody"), S("k"));
-    EXPECT_EQ(run(store, "dict_keys", S("d")).as<IPE_ListType>()->count(), 1);
-    EXPECT_FALSE(store.has("nobody"));
-
-    IPE_Object entries = IPE_NewDict();
-    IPE_Dict_Set(entries, "b1", IPE_Int(1));
-    IPE_Dict_Set(entries, "b2", IPE_Int(2));
-    run(store, "bulk_set", entries);
+    store.set("limit", I(3));
+    const struct {
+        IPE_Object words;
+        const char *result, *left;
+    } rows[] = {{L({S("inc"), S("n")}), "1", "1"},
+                {L({S("inc"), S("n")}), "2", "2"},
+                {L({S("dec"), S("m")}), "-1", "-1"},
+                {L({S("inc_less_than"), S("n"), S("limit")}), "True", "3"},
+                {L({S("inc_less_than"), S("n"), S("limit")}), "False", "3"},
+                {L({S("inc_less_than"), S("new"), S("absent")}), "False", "none"},
+                {L({S("set_if_exists"), S("new"), I(1)}), "False", "none"},
+                {L({S("set_if_exists"), S("n"), S("text")}), "True", "'text'"},
+                {L({S("list_append"), S("l"), I(1)}), "None", "[1]"},
+                {L({S("list_append"), S("l"), I(2)}), "None", "[1, 2]"},
+                {L({S("list_append"), S("l"), I(1)}), "None", "[1, 2, 1]"},
+                {L({S("list_remove"), S("l"), I(1)}), "True", "[2, 1]"},
+                {L({S("list_remove"), S("l"), I(9)}), "False", "[2, 1]"},
+                {L({S("list_remove"), S("no list"), I(9)}), "False", "none"},
+                {L({S("dict_list_append"), S("d"), S("k"), S("v")}), "None", "{'k': ['v']}"},
+                {L({S("dict_list_remove"), S("d"), S("other"), S("v")}), "False", "{'k': ['v']}"},
+                {L({S("dict_list_remove"), S("d"), S("k"), S("v")}), "True", "{'k': []}"},
+                {L({S("dict_get"), S("d"), S("none"), I(7)}), "7", "{'k': []}"},
+                {L({S("dict_get"), S("nobody"), S("none")}), "None", "none"},
+                {L({S("dict_del"), S("d"), S("k")}), "None", "{}"},
+                {L({S("dict_del"), S("nobody"), S("k")}), "None", "none"},
+                {L({S("dict_item_add"), S("d"), I(4), I(150)}), "150", "{4: 150}"},
+                {L({S("dict_item_add"), S("d"), I(4), I(-1)}), "149", "{4: 149}"},
+                {L({S("dict_keys"), S("d")}), "[4]", "{4: 149}"},
+                {L({S("dict_keys"), S("nobody")}), "[]", "none"},
+                {L({S("bulk_set"), D({{S("b1"), I(1)}, {S("b2"), I(2)}})}), "None", "none"}};
+    for (auto& row : rows) {
+        auto& items = row.words.as<IPE_ListType>()->items();
+        EXPECT_EQ(repr(store.execute(IPE_Arguments(items.data(), static_cast<int>(items.size())))),
+                  row.result)
+            << repr(row.words);
+        IPE_Object left = str(items[0]) == "bulk_set" ? IPE_Object() : store.get(items[1]->c_str());
+        EXPECT_EQ(left ? repr(left) : "none", row.left) << repr(row.words);
+    }
     EXPECT_EQ(store.get("b2")->__int__(), 2);
 }
 
 TEST_F(Store, WrongKindsAndArguments) {
-    store.set("i", IPE_Int(INT64_MAX));
+    store.set("i", I(INT64_MAX));
     store.set("s", S("x"));
-    EXPECT_EQ(errorOf([&] { run(store, "inc", S("i")); }), "SafeIntArithmeticOverflow: ");
-    EXPECT_EQ(errorOf([&] { run(store, "inc", S("s")); }),
-              "TypeError: Require a 'IntType' but given a 'StringType'");
-    EXPECT_EQ(errorOf([&] { run(store, "dict_set", S("i"), S("k"), S("v")); }),
-              "TypeError: Require a 'DictType' but given a 'IntType'");
-    EXPECT_EQ(errorOf([&] { run(store, "list_append", S("i"), S("v")); }),
-              "TypeError: Require a 'ListType' but given a 'IntType'");
-    EXPECT_EQ(errorOf([&] { run(store, "bulk_set", S("v")); }),
-              "TypeError: Require a 'DictType' but given a 'StringType'");
-    EXPECT_EQ(errorOf([&] { run(store, "inc"); }), "TypeError: inc requires 1 arguments, 0 given");
-    EXPECT_EQ(errorOf([&] { run(store, "frob"); }), "RuntimeError: Unknown store operation frob");
+    const std::pair<IPE_Object, const char*> refused[] = {
+        {L({S("inc"), S("i")}), "SafeIntArithmeticOverflow: "},
+        {L({S("inc"), S("s")}), "TypeError: Require a 'IntType' but given a 'StringType'"},
+        {L({S("dict_set"), S("i"), S("k"), S("v")}), "TypeError: Require a 'DictType' but given a 'IntType'"},
+        {L({S("list_append"), S("i"), S("v")}), "TypeError: Require a 'ListType' but given a 'IntType'"},
+        {L({S("bulk_set"), S("v")}), "TypeError: Require a 'DictType' but given a 'StringType'"},
+        {L({S("inc")}), "TypeError: inc requires 1 arguments, 0 given"},
+        {L({S("frob")}), "RuntimeError: Unknown store operation frob"}};
+    for (auto& [words, error] : refused) {
+        auto& items = words.as<IPE_ListType>()->items();
+        EXPECT_EQ(raised([&] { store.execute(IPE_Arguments(items.data(), static_cast<int>(items.size()))); }),
+                  error);
+    }
     // Tuples that scripts put where a queue is expected.
-    store.set("q", IPE_TupleOf({IPE_Int(1)}));
-    EXPECT_EQ(errorOf([&] { store.pop(S("q")); }), "IndexError: tuple index out of range");
-    store.set("q", IPE_TupleOf({IPE_Int(1), IPE_Int(2), IPE_Int(3)}));
-    EXPECT_EQ(errorOf([&] { store.push(S("q"), S("v")); }),
+    store.set("q", IPE_TupleOf({I(1)}));
+    EXPECT_EQ(raised([&] { store.pop(S("q")); }), "IndexError: tuple index out of range");
+    store.set("q", IPE_TupleOf({I(1), I(2), I(3)}));
+    EXPECT_EQ(raised([&] { store.push(S("q"), S("v")); }),
               "TypeError: Require a 'DictType' but given a 'IntType'");
-    store.set("q", IPE_TupleOf({IPE_Int(0), IPE_Int(INT64_MAX), IPE_NewDict()}));
-    EXPECT_EQ(errorOf([&] { store.push(S("q"), S("v")); }), "SafeIntArithmeticOverflow: ");
+    store.set("q", IPE_TupleOf({I(0), I(INT64_MAX), IPE_NewDict()}));
+    EXPECT_EQ(raised([&] { store.push(S("q"), S("v")); }), "SafeIntArithmeticOverflow: ");
     EXPECT_EQ(store.pop(S("q")), IPE_None());
     EXPECT_EQ(store.get("i")->__int__(), INT64_MAX);
 }
@@ -182,19 +167,19 @@ TEST_F(Store, AgainstAModel) {
         switch (random() % 8) {
             case 0: EXPECT_EQ(store.add(number, v)->__int__(), numbers[n] += v); break;
             case 1:
-                store.set(number, IPE_Int(v));
+                store.set(number, I(v));
                 numbers[n] = v;
                 break;
             case 2:
-                store.setKey(dict, IPE_Int(k), IPE_Int(v));
+                store.setKey(dict, I(k), I(v));
                 dicts[n][k] = v;
                 break;
             case 3:
-                store.removeKey(dict, IPE_Int(k));
+                store.removeKey(dict, I(k));
                 dicts[n].erase(k);
                 break;
             case 4: {
-                IPE_Object found = store.getKey(dict, IPE_Int(k));
+                IPE_Object found = store.getKey(dict, I(k));
                 ASSERT_EQ(!found.isNull(), dicts[n].count(k) == 1);
                 if (found) {
                     EXPECT_EQ(found->__int__(), dicts[n][k]);
@@ -203,7 +188,7 @@ TEST_F(Store, AgainstAModel) {
             }
             case 5:
             case 6:
-                store.push(queue, IPE_Int(v));
+                store.push(queue, I(v));
                 queues[n].push_back(v);
                 break;
             case 7: {
@@ -223,7 +208,7 @@ TEST_F(Store, AgainstAModel) {
 TEST_F(Store, ManyThreads) {
     handle.counted()->markShared();
     constexpr int Threads = 4, Rounds = 2000;
-    store.set("limit", IPE_Int(5000));
+    store.set("limit", I(5000));
     std::atomic<int> granted{0}, popped{0}, locked{0};
     std::vector<std::vector<int64_t>> stamps(Threads);
     std::vector<std::thread> threads;
@@ -240,7 +225,7 @@ TEST_F(Store, ManyThreads) {
                 }
                 store.append(S("l"), text);
                 store.removeItem(S("l"), text);
-                store.set("shared", IPE_ListOf({text, IPE_Int(1000 + i)}));
+                store.set("shared", IPE_ListOf({text, I(1000 + i)}));
                 IPE_Object list = store.get("shared");
                 list.as<IPE_ListType>()->append(text);
                 EXPECT_EQ(list.as<IPE_ListType>()->count(), 3);
@@ -281,46 +266,32 @@ TEST_F(Store, Globals) {
     EXPECT_EQ(IPE_FindGlobalStore(), nullptr);
 }
 
-class Passports : public Store {
-  protected:
-    void SetUp() override { EPA_ThreadManager::create(); }
-    void TearDown() override {
-        request_shutdown();
-        EPA_ThreadManager::instance().stop();
-        EPA_ThreadManager::destroy();
-        epa_detail::running = true;
-    }
-};
+using Passports = ManagedThreads;
 
 TEST_F(Passports, VariablesAcrossThreads) {
-    static EPA_Semaphore ready(0, 10), go(0, 10);
-    static std::atomic<int> targets;
-    targets = 0;
-    EPA_ThreadManager& manager = EPA_ThreadManager::instance();
-    manager.release();
+    EPA_Semaphore ready(0, 10), go(0, 10);
+    std::atomic<int> targets{0};
+    manager().release();
     for (int i = 0; i < 2; ++i)
-        manager.start(
-            [](EPA_ThreadPassportImpl& passport) {
-                passport.announce("ipe_%i");
-                IPE_ThreadStore().setKey("job", "id", IPE_Int(passport.slot() + 1000));
-                ready.release();
-                go.wait();
-                if (IPE_ThreadStore().has("stop")) targets += passport.slot();
-                passport.resetVariables();
-                if (IPE_ThreadStore().has("job")) targets += 100;
-            },
-            nullptr);
+        start([&](EPA_ThreadPassportImpl& passport) {
+            IPE_ThreadStore().setKey("job", "id", I(passport.slot() + 1000));
+            ready.release();
+            go.wait();
+            if (IPE_ThreadStore().has("stop")) targets += passport.slot();
+            passport.resetVariables();
+            if (IPE_ThreadStore().has("job")) targets += 100;
+        });
     for (int i = 0; i < 2; ++i) ready.wait();
     IPE_ThreadStore().set("job", S("no dictionary"));
     IPE_Object list = IPE_NewList();
-    manager.collect(S("job"), list);
+    manager().collect(S("job"), list);
     ASSERT_EQ(list.as<IPE_ListType>()->count(), 3);
     EXPECT_TRUE(list.as<IPE_ListType>()->at(0)->is_text("no dictionary"));
     EXPECT_EQ(IPE_Dict_GetInt64(list.as<IPE_ListType>()->at(2), "id"), 1002);
-    manager.assignWhere(S("job"), S("id"), IPE_Int(1002), IPE_Int(1), S("stop"));
+    manager().assignWhere(S("job"), S("id"), I(1002), I(1), S("stop"));
     EXPECT_FALSE(IPE_ThreadStore().has("stop"));
     go.release(2);
-    manager.stop();
+    manager().stop();
     EXPECT_EQ(targets, 2);
 }
 
@@ -328,11 +299,11 @@ TEST_F(Passports, SleepsEndWithShutdown) {
     IPE_TimeoutType timeout;
     timeout.sleep(-1);
     timeout.sleep(1);
-    EXPECT_EQ(errorOf([&] { timeout.__getattr__(S("wake"), 0); }),
+    EXPECT_EQ(raised([&] { timeout.__getattr__(S("wake"), 0); }),
               "AttributeNotFoundException: The Timeout does not have an attribute named wake");
     IPE_Object object = IPE_New<IPE_TimeoutType>();
     std::thread other([] { request_shutdown(); });
-    IPE_Object hour = IPE_Int(3'600'000);
+    IPE_Object hour = I(3'600'000);
     EXPECT_EQ(object->__callmethod__(0, IPE_Arguments(&hour, 1)), IPE_None());
     other.join();
 }
@@ -374,9 +345,9 @@ TEST_F(Store, HostileDetails) {
     cleared->clear();
     IPE_Object wrong = IPE_NewDict();
     for (const char* key : {"__file", "__line", "__type", "__list", "__show", "__strings", "__numbers"})
-        IPE_Dict_Set(wrong, key, IPE_ListOf({IPE_Int(1)}));
+        IPE_Dict_Set(wrong, key, IPE_ListOf({I(1)}));
     IPE_Object crowded = IPE_NewDict(), strings = IPE_NewDict();
-    for (int i = 0; i < 1000; ++i) strings.as<IPE_DictType>()->set(IPE_Int(i), S("not a name"));
+    for (int i = 0; i < 1000; ++i) strings.as<IPE_DictType>()->set(I(i), S("not a name"));
     for (int i = 0; i < 1000; ++i) IPE_Dict_Set(strings, "s" + std::to_string(i), S("v"));
     IPE_Dict_Set(strings, "cleared", cleared);
     IPE_Dict_Set(crowded, "__strings", strings);

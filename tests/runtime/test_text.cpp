@@ -1,9 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <functional>
 #include <random>
 
+#include "../ipe/values_testing.h"
 #include "runtime/epa_digest.h"
 #include "runtime/epa_metaphone.h"
 #include "runtime/epa_string.h"
@@ -11,18 +9,8 @@
 #include "runtime/epa_stringheap.h"
 #include "runtime/epa_wildmatch.h"
 #include "runtime/epa_xmltext.h"
-#include "runtime/xpk_exception.h"
 
 namespace {
-
-std::string raised(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const XPK_Exception& error) {
-        return error.type() + ": " + error.message();
-    }
-    return "nothing";
-}
 
 // The definition, without any care for time.
 bool slowMatch(std::string_view text, std::string_view pattern) {
@@ -36,20 +24,16 @@ bool slowMatch(std::string_view text, std::string_view pattern) {
            slowMatch(text.substr(1), pattern.substr(1));
 }
 
-TEST(WildMatch, Cases) {
-    EXPECT_TRUE(EPA_WildMatch("ABC", "a*C"));
-    EXPECT_TRUE(EPA_WildMatch("abc", "a*C"));
-    EXPECT_TRUE(EPA_WildMatch("", "*"));
-    EXPECT_TRUE(EPA_WildMatch("", ""));
-    EXPECT_FALSE(EPA_WildMatch("", "*?"));
-    EXPECT_FALSE(EPA_WildMatch("a", ""));
-    EXPECT_TRUE(EPA_WildMatch("é", "?"));
-    EXPECT_TRUE(EPA_WildMatch("STRAßE\U0001F600", "straß?*"));
-    EXPECT_TRUE(EPA_WildMatch("ÄÖ", "*ö"));
-    EXPECT_TRUE(EPA_WildMatch("x\xFFy", "x?Y"));
-    EXPECT_TRUE(EPA_WildMatch("x\xFFy", "*\xFFy"));
-    EXPECT_FALSE(EPA_WildMatch("x\xFEy", "x\xFFy"));
-    EXPECT_FALSE(EPA_WildMatch("xÿy", "x\xFFy"));
+// Beyond ASCII; the rest is compared with the definition.
+TEST(WildMatch, Characters) {
+    const struct {
+        const char *text, *pattern;
+        bool fits;
+    } rows[] = {{"é", "?", true},           {"STRAßE\U0001F600", "straß?*", true},
+                {"ÄÖ", "*ö", true},         {"x\xFFy", "x?Y", true},
+                {"x\xFFy", "*\xFFy", true}, {"x\xFEy", "x\xFFy", false},
+                {"xÿy", "x\xFFy", false}};
+    for (auto& row : rows) EXPECT_EQ(EPA_WildMatch(row.text, row.pattern), row.fits) << row.pattern;
     EXPECT_TRUE(EPA_WildPattern(U"A*", U"a*").matches(U"alpha"));
 }
 
@@ -92,20 +76,21 @@ TEST(Xml, EncodeAndDecode) {
 }
 
 TEST(Xml, BadReferences) {
-    const auto decoded = [](std::string_view text) {
-        return raised([&] {
-            std::string out;
-            EPA_XmlDecode(out, text);
-        });
-    };
     const std::string zeros(30, '0');
-    EXPECT_EQ(decoded("&#" + zeros + "65;"), "nothing");
-    EXPECT_EQ(decoded("&#" + zeros + "065;"), "RuntimeError: Malformed character reference");
-    EXPECT_EQ(decoded("&#65"), "RuntimeError: Malformed character reference");
-    for (const char* bad : {"&#0;", "&#-1;", "&#;", "&#x41;"})
-        EXPECT_EQ(decoded(bad), "RuntimeError: Illegal value");
-    for (const char* bad : {"&#55296;", "&#1114112;", "&#4294967361;", "&#99999999999999999999999999;"})
-        EXPECT_EQ(decoded(bad), "UnicodeError: Illegal Unicode 1") << bad;
+    const std::pair<std::string, const char*> rows[] = {
+        {"&#" + zeros + "65;", "nothing"},
+        {"&#" + zeros + "065;", "RuntimeError: Malformed character reference"},
+        {"&#65", "RuntimeError: Malformed character reference"},
+        {"&#0;", "RuntimeError: Illegal value"},
+        {"&#-1;", "RuntimeError: Illegal value"},
+        {"&#;", "RuntimeError: Illegal value"},
+        {"&#x41;", "RuntimeError: Illegal value"},
+        {"&#55296;", "UnicodeError: Illegal Unicode 1"},
+        {"&#1114112;", "UnicodeError: Illegal Unicode 1"},
+        {"&#4294967361;", "UnicodeError: Illegal Unicode 1"},
+        {"&#99999999999999999999999999;", "UnicodeError: Illegal Unicode 1"}};
+    std::string out;
+    for (auto& [text, error] : rows) EXPECT_EQ(raised([&] { EPA_XmlDecode(out, text); }), error) << text;
 }
 
 TEST(Metaphone, Words) {
@@ -123,13 +108,9 @@ TEST(Metaphone, Words) {
     EXPECT_EQ(EPA_Metaphone(longWord).size(), 127u);
 }
 
-TEST(Digest, PublishedVectorsAndPieces) {
+// The script programs digest "abc"; this is the published vector of many blocks, in pieces.
+TEST(Digest, ManyBlocks) {
     EXPECT_EQ(EPA_Md5Hex(""), "D41D8CD98F00B204E9800998ECF8427E");
-    EXPECT_EQ(EPA_Md5Hex("message digest"), "F96B697D7CB7938D525A2F31AAF161D0");
-    unsigned char sha1[20];
-    EPA_Sha1("abc", sha1);
-    EXPECT_EQ(EPA_HexText({reinterpret_cast<char*>(sha1), 20}, false),
-              "a9993e364706816aba3e25717850c26c9cd0d89d");
     EPA_Digest pieces(EPA_Digest::Kind::Sha1);
     for (int round = 0; round < 2; ++round) {
         for (int i = 0; i < 1000; ++i) pieces.update(std::string(1000, 'a'));
@@ -153,17 +134,6 @@ TEST(StringHeap, BlocksAndReuse) {
     EXPECT_THROW(heap.copy(nullptr, c), XPK_AssertException);
     heap.reset();
     EXPECT_EQ(heap.total(), 0u);
-    for (int round = 0; round < 3; ++round) {
-        for (int i = 0; i < 5; ++i) heap.allocate(10, c);
-        heap.reset();
-    }
-}
-
-TEST(String, NullAndEmpty) {
-    EXPECT_EQ(EPA_String(), EPA_String(""));
-    EXPECT_EQ(EPA_String().length(), 0u);
-    EXPECT_STREQ(EPA_String(static_cast<const char*>(nullptr)).c_str(), "");
-    EXPECT_TRUE(EPA_String("ABC").wildMatch("a*C"));
 }
 
 TEST(StringBuffer, GrowthAndLimits) {
@@ -178,9 +148,6 @@ TEST(StringBuffer, GrowthAndLimits) {
     EXPECT_THROW(buffer.reserve(-1), XPK_AssertException);
     EXPECT_EQ(raised([&] { buffer.truncate(buffer.capacity()); }),
               "RuntimeError: Attempt to set buffer out of bounds");
-    buffer.assign("Straße");
-    buffer.toUpper();
-    EXPECT_EQ(buffer.view(), "STRASSE");
 }
 
 }  // namespace
