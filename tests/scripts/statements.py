@@ -17,18 +17,6 @@ def grade(n):
     else:
         return "large"
 
-def choose(n):
-    log = []
-    if n == 1:
-        log.append("if")
-    elif n == 2:
-        log.append("elif")
-    else:
-        log.append("else")
-    log.append("end")
-    return log
-
-same("if, elif, else", [choose(1), choose(2), choose(3)], [["if", "end"], ["elif", "end"], ["else", "end"]])
 same("the condition behind a taken one is not evaluated", [grade(1), grade(50)], ["small", "middle"])
 fault("a reached condition is", "NameError: Name error explode", grade, 500)
 
@@ -100,14 +88,9 @@ same("else of while: only when the body never ran", [count_to(1), count_to(0)], 
 def inline_while(n):
     i = 0
     while i < n: i = i + 1
-    return i
+    while True: return i
 
-same("inline while", [inline_while(7), inline_while(0)], [7, 0])
-
-def inline_while_return():
-    while True: return "left"
-
-same("return out of an inline while", inline_while_return(), "left")
+same("inline while, and return out of it", [inline_while(7), inline_while(0)], [7, 0])
 
 def while_return():
     i = 0
@@ -218,15 +201,6 @@ def break_in_with():
         g.log.append("after")
     return g.log
 
-def return_in_with():
-    g = statements.guard()
-    leave_with(g)
-    return g.log
-
-def leave_with(g):
-    with g:
-        return 1
-
 def raise_in_with():
     g = statements.guard()
     try:
@@ -239,12 +213,6 @@ def raise_in_with():
 same("with", with_guard(), ["enter", "handle", "exit", "enter", "unnamed", "exit", "enter", "handle", "exit"])
 same("break leaves the with alone", break_in_with(), ["enter", 1, "exit", "after", "enter", 2, "exit", "after"])
 same("an exception passes without exit", raise_in_with(), ["enter", "caught"])
-
-def with_number():
-    with 5:
-        return "ran"
-
-same("with over a plain value", with_number(), "ran")
 
 # Assignment
 a, b = (1, 2, 3)
@@ -273,10 +241,6 @@ data.new["k"] = 1
 same("assignment through a chain", [data["list"], data["new"]], [["first", 2, {"x": 5}], {"k": 1}])
 
 # Names that are always there
-def locals_names(first, second=2):
-    third = 3
-    return dir(_L)
-
 def has_local(name):
     third = 3
     if dir(_L).index(name) >= 0:
@@ -311,11 +275,6 @@ table = {"a": {"b": 1, "c": 2}}
 del table.a["b"]
 del table["absent"]
 same("del", [items, table], [[1, 3], {"a": {"c": 2}}])
-def del_outside():
-    items = [1]
-    del items[5]
-
-fault("del outside the list", "IndexError: list index out of range", del_outside)
 fault("del of an unknown name", "NameError: NameError nothing", run, "del nothing[0]")
 
 def del_name():
