@@ -143,10 +143,9 @@ def over(value):
     for x in value:
         pass
 
-fault("for over a dict", "TypeError: Expecting a sequence type (List or Tuple) got DictType", over, {})
-fault("for over a string", "TypeError: Expecting a sequence type (List or Tuple) got StringType", over, "abc")
-fault("for over a number", "TypeError: Expecting a sequence type (List or Tuple) got IntType", over, 5)
-fault("for over None", "TypeError: Expecting a sequence type (List or Tuple) got NoneType", over, None)
+for value in [{}, "abc", 5, None]:
+    fault("for over " + type(value), "TypeError: Expecting a sequence type (List or Tuple) got " + type(value), over, value)
+
 same("for over nothing", over([]), None)
 
 def last_value():
