@@ -14,24 +14,11 @@ class Tables : public testing::Test {
     XPK_ThreadScope scope_{true};
 };
 
-std::shared_ptr<std::string> numbers(int64_t rows) {
-    return makeStore([&](SMF_Writer& writer) {
-        SMF_WriterTable table("memory.smf");
-        SMF_I64 number;
-        number.connect(table, "Number");
-        table.create("T", writer, 4096, 10);
-        for (int64_t i = 1; i <= rows; ++i) {
-            number.set(i);
-            table.commit();
-        }
-    });
-}
-
 }  // namespace
 
 TEST_F(Tables, ShadowsReadTheColumnOfAnother) {
-    OpenTable open(numbers(3), "T");
-    open.table.addShadow("Again", "Number", {});
+    OpenTable open(columnStore(SMF_TypeI64, "", {IPE_Int(1), IPE_Int(2), IPE_Int(3)}, 10), "T");
+    open.table.addShadow("Again", "Value", {});
     open.table.addShadow("again", "Absent", {});  // is there already
     EXPECT_EQ(faultOf([&] { open.table.addShadow("Other", "Absent", {}); }),
               "DatabaseError: The shadow field Absent does not exist");

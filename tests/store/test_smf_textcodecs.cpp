@@ -414,17 +414,10 @@ TEST(TextCodecs, EntriesKeepTheirTextsWhenSymbolsBeginAnew) {
 TEST(TextCodecs, WhatAMatcherKnowsOfOneTableIsForgottenAtTheNext) {
     SMF_TextMatcher matcher("alph", true);
     for (const char* name : {"alpha.txt", "betaa.txt", "alpha.txt"}) {
-        auto bytes = makeStore([&](SMF_Writer& writer) {
-            SMF_WriterTable table("memory.smf");
-            SMF_String text;
-            text.connect(table, "Text", "F");
-            table.create("T", writer, 4096, 100);
-            text.set(name);
-            for (int i = 0; i < 10; ++i) table.commit();
-        });
+        auto bytes = columnStore(SMF_TypeString, "F", std::vector(10, IPE_String(name)), 100);
         OpenTable open(bytes, "T");
         SMF_String text;
-        text.connect(open.table, "Text");
+        text.connect(open.table, "Value");
         open.table.top();
         open.table.next();
         EXPECT_EQ(matcher.matches(text), name[0] == 'a');
