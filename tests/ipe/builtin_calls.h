@@ -1,30 +1,17 @@
 // Calls built-in functions by name as the interpreter would: spec first, then the function.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <string>
-#include <vector>
-
 #include "ipe/language/ipe_moduleshared.h"
-#include "ipe/values/ipe_containers.h"
-#include "ipe/values/ipe_dicttype.h"
-#include "ipe/values/ipe_numbers.h"
-#include "ipe/values/ipe_stringtype.h"
+#include "ipe/values/ipe_globals.h"
+#include "runtime/epa_threadmanager.h"
+#include "values_testing.h"
 
-class BuiltinCalls : public testing::Test {
+class BuiltinCalls : public ValuesTest {
   protected:
     using Values = std::vector<IPE_Object>;
     using Keywords = std::vector<std::pair<const char*, IPE_Object>>;
-
-    XPK_ThreadScope thread{true};
-
-    static IPE_Object S(std::string_view text) { return IPE_String(text); }
-    static IPE_Object I(int64_t value) { return IPE_Int(value); }
-    static IPE_Object F(double value) { return IPE_Float(value); }
-    static IPE_Object L(std::initializer_list<IPE_Object> items) { return IPE_ListOf(items); }
-    static IPE_Object T(std::initializer_list<IPE_Object> items) { return IPE_TupleOf(items); }
 
     static IPE_Object call(const char* name, const Values& values, const Keywords& keywords = {}) {
         const IPE_Builtin* row = IPE_FindBuiltin(name);
@@ -59,5 +46,18 @@ class BuiltinCalls : public testing::Test {
     static std::string errorType(const char* name, const Values& values, const Keywords& keywords = {}) {
         std::string all = error(name, values, keywords);
         return all.substr(0, all.find(':'));
+    }
+};
+
+// With the global store and a thread manager.
+class BuiltinRuns : public BuiltinCalls {
+  protected:
+    void SetUp() override {
+        EPA_ThreadManager::create();
+        IPE_StartGlobals();
+    }
+    void TearDown() override {
+        IPE_StopGlobals();
+        EPA_ThreadManager::destroy();
     }
 };

@@ -43,27 +43,16 @@ box[2] = "two"
 same("subscripts", [box["k"], box[2], box.data], [5, "two", {"k": 5, 2: "two"}])
 del box["k"]
 same("del of a subscript", box.data, {2: "two"})
-def index(value):
-    return value[0]
-
-def store(value):
-    value[0] = 1
-
-def remove(value):
-    del value[0]
-
 def enter(value):
     with value:
         pass
 
-fault("no __getitem__", "RuntimeError: The class does not have a __getitem__ method", index, p)
-fault("no __setitem__", "RuntimeError: The class does not have a __setitem__ method", store, p)
-fault("no __delitem__", "RuntimeError: The class does not have a __delitem__ method", remove, p)
-fault("no __enter__", "RuntimeError: The class does not have a __call__ method", enter, p)
-def call_it(value):
-    return [value(1)]
+import check
+check.p = p
+for text, name in [("x = p[0]", "__getitem__"), ("p[0] = 1", "__setitem__"), ("del p[0]", "__delitem__"), ("x = [p(1)]", "__call__")]:
+    fault(text, "RuntimeError: The class does not have a " + name + " method", run, text)
 
-fault("no __call__", "RuntimeError: The class does not have a __call__ method", call_it, p)
+fault("no __enter__", "RuntimeError: The class does not have a __call__ method", enter, p)
 
 # __call__ gets the instance by itself in a statement, and as a method; an expression passes the arguments alone
 box("one")

@@ -56,11 +56,6 @@ same("delete", [remove([1, 2, 3], 0), remove([1, 2, 3], 2)], [[2, 3], [1, 2]])
 fault("no negative index in del", "IndexError: list index out of range", remove, [1], -1)
 same("slices hold the same elements", [[1, 2, 3, 4][1:3], [1, 2][:0], [1, 2][-1:], [1][5:]], [[2, 3], [], [2], []])
 
-def compare(a, b):
-    if a == b: return 0
-    if a < b: return -1
-    return 1
-
 same("comparison by the first difference", [compare([1, 2], [1, 3]), compare([2], [1, 3]), compare([1], [1]), compare([1], [1, 2]), compare([1], (1)), compare([1, 2], [1]), compare([], ())], [-1, 1, 0, 1, 1, 1, 1])
 
 def many(n):
@@ -131,11 +126,7 @@ def grow(n):
 
 big = grow(3000)
 same("many entries, deleted and set again", [len(big), big[1], big.get(2), big[4], big["2999"], big[2999]], [5250, 2, None, "again", 2999, 5998])
-def compare_dicts(a, b):
-    if a == b: return 1
-    return 0
-
-same("dicts compare by their entries", [compare_dicts({"a": 1, "b": 2}, {"b": 2, "a": 1}), compare_dicts({"a": 1}, {"a": 2}), compare_dicts({"a": 1}, {"b": 1}), compare_dicts({}, [])], [1, 0, 0, 0])
+same("dicts compare by their entries", [compare({"a": 1, "b": 2}, {"b": 2, "a": 1}), compare({"a": 1}, {"a": 2}), compare({"a": 1}, {"b": 1}), compare({}, [])], [0, -1, 1, 1])
 
 # list and tuple
 same("list()", [list((1, 2)), list("aä"), list([1]), list({"k": 1})], [[1, 2], ["a", "ä"], [1], [("k", 1)]])

@@ -130,25 +130,13 @@ same("aspects in a list, behind a type", listed("5", 1), 8)
 
 # Decorators
 order = []
-def mark(letter):
-    order.append(letter)
+def appending(letter):
+    def decorator(code, kept=letter):
+        order.append(kept)
+        return code
+    return decorator
 
-def a(code):
-    order.append("a")
-    return code
-
-def b(code):
-    order.append("b")
-    return code
-
-def c(code):
-    order.append("c")
-    return code
-
-def d(code):
-    order.append("d")
-    return code
-
+a, b, c, d = (appending("a"), appending("b"), appending("c"), appending("d"))
 def hook(code):
     order.append("aspect")
     return code
@@ -220,7 +208,6 @@ def documented(first, second="x", third: to_int = 1 + plus_one) -> text_of:
 same("documentation and name", [documented.__doc__, documented.__name__], ["What it does.", "documented"])
 same("an absent attribute is None", [documented.color, end.__doc__], [None, None])
 documented.color = "red"
-signature = documented.signature
 same("attributes can be set", documented.color, "red")
 same("the dict behind them", documented.__dict__["color"], "red")
 rows, result = documented.signature

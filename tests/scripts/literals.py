@@ -12,22 +12,11 @@ same("blanks do not count", eval("    [ 1 ,2 ]  "), [1, 2])
 fault("but a text begins with an indent", "InterpreterException: Indent must be a multiple of 4 spaces.", eval, "  [1]")
 same("suffix and range", [eval("10L"), eval("9223372036854775807"), eval("-9223372036854775807")], [10, 9223372036854775807, 0 - 9223372036854775807])
 same("triple quotes", eval("'''a\nb'''") + "", "a\nb")
-fault_class("a name", "IPESyntaxException", eval, "x")
-fault_class("a call", "IPESyntaxException", eval, "[open('x')]")
-fault_class("a sum", "IPESyntaxException", eval, "[1 + 2]")
-fault_class("nothing", "IPESyntaxException", eval, "")
-fault_class("minus without a number", "IPESyntaxException", eval, "-'a'")
-fault_class("an open list", "IPESyntaxException", eval, "[1, 2")
-fault_class("an open dict", "IPESyntaxException", eval, "{1: ")
-fault_class("no colon", "IPESyntaxException", eval, "{1, 2}")
-fault_class("the wrong bracket", "IPESyntaxException", eval, "[1)")
-fault_class("two commas", "IPESyntaxException", eval, "[1,,2]")
+for text in ["x", "[open('x')]", "[1 + 2]", "", "-'a'", "[1, 2", "{1: ", "{1, 2}", "[1)", "[1,,2]"]:
+    fault_class(text, "IPESyntaxException", eval, text)
 
-def deep(levels):
-    many = "[" * levels
-    return many
-
-fault_class("deep nesting ends in an error, not in a crash", "IPESyntaxException", eval, deep(1000000))
+many = "[" * 1000000
+fault_class("deep nesting ends in an error, not in a crash", "IPESyntaxException", eval, many)
 
 # JSON
 def json(text):

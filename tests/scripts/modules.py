@@ -26,38 +26,12 @@ same("commas are optional behind from", type(set), "CodeType")
 from modules.early import *
 same("return ends a module alone, its importer goes on", value, 1)
 
-def missing():
-    import absent_module
+for text, want in [("import absent_module", "ImportError: absent_module"), ("import modules.absent", "ImportError: modules.absent"), ("from absent_module import x", "ImportError: absent_module"), ("from modules.absent import *", "ImportError: modules.absent"), ("from modules.other import no_such_name", "AttributeError: AttributeError no_such_name")]:
+    fault(text, want, run, text)
 
-def missing_dotted():
-    import modules.absent
-
-def missing_from():
-    from absent_module import x
-
-def missing_star():
-    from modules.absent import *
-
-def missing_name():
-    from modules.other import no_such_name
-
-def faulty():
-    import modules.faulty
-
-def bad_import():
-    import modules.
-
-def bad_from():
-    from modules.other
-
-fault("a missing module", "ImportError: absent_module", missing)
-fault("a missing leaf", "ImportError: modules.absent", missing_dotted)
-fault("a missing module in from", "ImportError: absent_module", missing_from)
-fault("a missing module in from *", "ImportError: modules.absent", missing_star)
-fault("a missing name", "AttributeError: AttributeError no_such_name", missing_name)
-fault("an exception at import comes to the importer", "Broken: at import", faulty)
-fault_class("a dot at the end", "SyntaxError", bad_import)
-fault_class("from without import", "SyntaxError", bad_from)
+fault("an exception at import comes to the importer", "Broken: at import", run, "import modules.faulty")
+for text in ["import modules.", "from modules.other"]:
+    fault_class(text, "SyntaxError", run, text)
 
 import modules.nowhere pass
 same("an optional import of nothing leaves a namespace", [type(modules.nowhere), dir(modules.nowhere)], ["IPE_ModuleShared", []])

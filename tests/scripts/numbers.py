@@ -53,11 +53,6 @@ fault("nor True", "TypeError: __float__ is not supported", add, 1.5, True)
 same("cut", [long(2.9), long(-2.9), long("42nd"), long(True)], [2, -2, 42, 1])
 same("widened", [float(2), float("2.5x"), float("none")], [2.0, 2.5, 0.0])
 
-def compare(a, b):
-    if a == b: return 0
-    if a < b: return -1
-    return 1
-
 same("integers", [compare(1, 2), compare(2, 2), compare(3, 2), compare(least, most)], [-1, 0, 1, -1])
 same("an integer sees a float cut", [compare(2, 2.7), compare(3, 2.7)], [0, 1])
 same("a float sees the integer", [compare(2.7, 2), compare(2.0, 2), compare(1.5, 2)], [1, 0, -1])

@@ -33,11 +33,6 @@ same("replace", ["aXbXc".replace("X", "--"), "aaa".replace("aa", "b"), "abc".rep
 same("match", ["README.TXT".match("*.txt"), "readme.txt".match("R?ADME*"), "abc".match("a?"), "abc".match("*"), "".match("*"), "ÄB".match("ä*"), "aab".match("a*ab"), "abcd".match("*b*d"), "ABC".match("ab?d"), "ab".match("a"), "".match("?")], [True, True, False, True, True, True, True, True, False, False, False])
 same("numbers out of text", ["007x".integer(), "-0012".integer(), "x1".integer(), " 5".integer(), "+5".integer(), "2.5kg".float(), "none".float(), "-1e2".float(), "--5".integer() + "".integer(), "-9223372036854775808".integer(), "18446744073709551617".integer(), "2.5e1kg".float()], [7, -12, 0, 0, 0, 2.5, 0.0, -100.0, 0, -9223372036854775807 - 1, 1, 25.0])
 
-def compare(a, b):
-    if a == b: return 0
-    if a < b: return -1
-    return 1
-
 same("compared by bytes", [compare("a", "b"), compare("b", "a"), compare("a", "a"), compare("Z", "a"), compare("a", "ab"), compare("z", "ä"), compare("", "a")], [-1, 1, 0, -1, -1, -1, -1])
 same("other types are never equal", [compare("1", 1), compare("None", None)], [1, 1])
 

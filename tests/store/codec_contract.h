@@ -60,21 +60,12 @@ inline int64_t number(int pattern, int64_t i) {
     }
 }
 
-inline std::shared_ptr<std::string> storeOf(const Case& c, int pattern, int64_t rows, uint32_t zero,
-                                            uint32_t block) {
-    return makeStore([&](SMF_Writer& writer) {
-        writer.setCompressed(rows % 2);
-        SMF_WriterTable table("memory.smf");
-        IPE_Object tags = IPE_NewDict();
-        tags.as<IPE_DictType>()->setText("Format", IPE_String(c.format));
-        for (const auto& [key, text] : c.tags) tags.as<IPE_DictType>()->setText(key, IPE_String(text));
-        table.addField("Value", c.type, tags);
-        table.create("T", writer, block, zero);
-        for (int64_t i = 0; i < rows; ++i) {
-            table.assignObject(0, c.value(pattern, i));
-            table.commit();
-        }
-    });
+inline std::shared_ptr<std::string> storeOf(const Case& c, int pattern, int64_t rows, uint32_t zero) {
+    IPE_Object tags = IPE_NewDict();
+    for (const auto& [key, text] : c.tags) tags.as<IPE_DictType>()->setText(key, IPE_String(text));
+    std::vector<IPE_Object> values;
+    for (int64_t i = 0; i < rows; ++i) values.push_back(c.value(pattern, i));
+    return columnStore(c.type, c.format, values, zero, tags);
 }
 
 inline std::string shown(const IPE_Object& value) { return IPE_Object_ToString(value); }
@@ -87,7 +78,7 @@ void checkEveryPattern(const Case (&cases)[Count]) {
                 for (uint32_t zero : {10u, 300u, 100000u}) {
                     SCOPED_TRACE(std::string(c.key) + " pattern " + std::to_string(pattern) + " rows " +
                                  std::to_string(rows) + " zero " + std::to_string(zero));
-                    OpenTable open(storeOf(c, pattern, rows, zero, 4096), "T");
+                    OpenTable open(storeOf(c, pattern, rows, zero), "T");
                     ASSERT_EQ(open.table.rows(), rows);
                     ASSERT_EQ(open.table.meta().fields[0]->decoder->key(), std::string(c.key, 3) + "D");
                     open.table.top();
@@ -108,7 +99,7 @@ void checkEveryPattern(const Case (&cases)[Count]) {
 template <size_t Count>
 void checkEveryTruncation(const Case (&cases)[Count]) {
     for (const Case& c : cases) {
-        auto whole = storeOf(c, Random, 60, 10, 4096);
+        auto whole = storeOf(c, Random, 60, 10);
         for (size_t length = 0; length < whole->size(); ++length) {
             auto cut = std::make_shared<std::string>(*whole, 0, length);
             SCOPED_TRACE(std::string(c.key) + " cut to " + std::to_string(length));

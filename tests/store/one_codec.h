@@ -35,8 +35,8 @@ class OneCodec {
         encoder_->check(*field_);
         encoder_->store(*field_);
     }
-    void raw(std::string_view bytes, int64_t rows) {
-        auto encoder = std::make_shared<Raw>(bytes);
+    void raw(std::string_view bytes, int64_t rows, const IPE_Object& extra = {}) {
+        auto encoder = std::make_shared<Raw>(bytes, extra);
         encoder->setKey(key_ + "E");
         connect(encoder);
         encoder_->store(*field_);
@@ -85,7 +85,7 @@ class OneCodec {
 
   private:
     struct Raw final : SMF_FieldEncoder {
-        explicit Raw(std::string_view bytes) : bytes(bytes) {}
+        Raw(std::string_view bytes, const IPE_Object& extra) : bytes(bytes) { extra_ = extra; }
         void encode(SMF_Field&) override {
             for (size_t i = 0; i < bytes.size(); i += 4096)
                 out().write(bytes.data() + i, std::min<size_t>(4096, bytes.size() - i));

@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "ipe/values/ipe_dicttype.h"
+#include "ipe/values/ipe_stringtype.h"
 #include "runtime/xpk_threadstate.h"
 #include "store/smf_file.h"
 #include "store/smf_readertable.h"
@@ -43,6 +45,23 @@ inline std::shared_ptr<std::string> makeStore(const std::function<void(SMF_Write
     fill(writer);
     writer.close();
     return bytes;
+}
+
+// A store with one table "T" of one column "Value".
+inline std::shared_ptr<std::string> columnStore(int32_t type, std::string_view format,
+                                                const std::vector<IPE_Object>& values, uint32_t zero,
+                                                IPE_Object tags = IPE_NewDict()) {
+    return makeStore([&](SMF_Writer& writer) {
+        writer.setCompressed(values.size() % 2);
+        SMF_WriterTable table("memory.smf");
+        tags.as<IPE_DictType>()->setText("Format", IPE_String(format));
+        table.addField("Value", type, tags);
+        table.create("T", writer, 4096, zero);
+        for (const IPE_Object& value : values) {
+            table.assignObject(0, value);
+            table.commit();
+        }
+    });
 }
 
 // A reader and one table of it.

@@ -4,39 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <string>
-#include <vector>
+
+#include "aging_scan.h"
 
 namespace {
-
-// Entries First to Last with their ages, scanned.
-struct Scan {
-    struct Entry {
-        std::string key;
-        int64_t age = 0;
-    };
-    Scan(size_t first, size_t last) : first(first), entries(last + 1) {}
-    std::pair<int, bool> touch(const std::string& key) {
-        ++tick;
-        size_t lowest = first;
-        for (size_t i = first; i < entries.size(); ++i) {
-            if (entries[i].age == 0) {
-                lowest = i;
-                break;
-            }
-            if (entries[i].key == key) {
-                entries[i].age = tick;
-                return {static_cast<int>(i), true};
-            }
-            if (entries[i].age < entries[lowest].age) lowest = i;
-        }
-        entries[lowest] = {key, tick};
-        return {static_cast<int>(lowest), false};
-    }
-    size_t first;
-    std::vector<Entry> entries;
-    int64_t tick = 0;
-};
 
 struct OneBucket {
     uint32_t operator()(std::string_view) const noexcept { return 5; }
@@ -47,7 +18,7 @@ void compare(size_t first, size_t last, int distinct) {
     Table table;
     std::mt19937 random(static_cast<unsigned>(distinct));
     for (int round = 0; round < 6; ++round) {
-        Scan scan(first, last);
+        AgingScan scan(first, last);
         table.clear();
         for (int i = 0; i < 1 << (2 * round + 3); ++i) {
             // Some keys come often, as in real columns.

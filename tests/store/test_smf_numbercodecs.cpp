@@ -4,12 +4,12 @@
 #include "codec_contract.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_literal.h"
+#include "one_codec.h"
 #include "store/fields/smf_datefield.h"
 #include "store/fields/smf_datetimefield.h"
 #include "store/fields/smf_i32field.h"
 #include "store/fields/smf_i64field.h"
 #include "store/fields/smf_timefield.h"
-#include "store/smf_decoderstream.h"
 
 using namespace codec_contract;
 
@@ -56,21 +56,6 @@ const Case cases[] = {
     {"JDAE", "D", SMF_TypeDateTime, dateTime},
 };
 
-std::shared_ptr<std::string> storeOfValues(int32_t type, const char* format,
-                                           const std::vector<IPE_Object>& values, uint32_t zero) {
-    return makeStore([&](SMF_Writer& writer) {
-        SMF_WriterTable table("memory.smf");
-        IPE_Object tags = IPE_NewDict();
-        tags.as<IPE_DictType>()->setText("Format", IPE_String(format));
-        table.addField("Value", type, tags);
-        table.create("T", writer, 4096, zero);
-        for (const IPE_Object& value : values) {
-            table.assignObject(0, value);
-            table.commit();
-        }
-    });
-}
-
 std::string hex(std::string_view bytes) {
     std::string out;
     for (char byte : bytes) out += text("%02x", static_cast<uint8_t>(byte), 0, 0);
@@ -82,10 +67,11 @@ std::string whole(SMF_DecoderStream& stream) {
     return bytes;
 }
 // The bytes of the data stream of these values.
-std::string bytesOf(int32_t type, const char* format, const std::vector<IPE_Object>& values,
-                    uint32_t zero = 1000) {
-    OpenTable open(storeOfValues(type, format, values, zero), "T");
-    return hex(whole(*open.table.meta().fields[0]->decoder->dataStream()));
+std::string bytesOf(const char* key, const std::vector<IPE_Object>& values, uint32_t zero = 1000) {
+    OneCodec codec(key, key[0] - 'A', {}, zero);
+    for (const IPE_Object& value : values) codec.put(value);
+    codec.close();
+    return hex(codec.bytes());
 }
 std::string zeros(size_t bytes) { return std::string(2 * bytes, '0'); }
 std::vector<IPE_Object> integers(std::initializer_list<int64_t> values) {
@@ -99,36 +85,13 @@ std::vector<IPE_Object> texts(std::initializer_list<const char*> values) {
     return out;
 }
 
-// --- Streams with bytes that no encoder writes: the scheme Z of each type writes these under the key given.
-std::string rawKey, rawBytes;
-IPE_Object rawExtra;
-class RawEncoder final : public SMF_FieldEncoder {
-    void connect(const SMF_EncoderContext& context, const SMF_FieldMeta& field) override {
-        setKey(rawKey);
-        extra_ = rawExtra;
-        SMF_FieldEncoder::connect(context, field);
-    }
-    void encode(SMF_Field&) override {
-        if (rows() == 0) out().write(rawBytes.data(), rawBytes.size());
-    }
-};
-const SMF_EncoderRegistration rawEncoders[] = {{"DZAE", SMF_MakeEncoder<RawEncoder>},
-                                               {"EZAE", SMF_MakeEncoder<RawEncoder>},
-                                               {"FZAE", SMF_MakeEncoder<RawEncoder>},
-                                               {"GZAE", SMF_MakeEncoder<RawEncoder>},
-                                               {"JZAE", SMF_MakeEncoder<RawEncoder>}};
-
-// The texts of `rows` rows of a stream, and the fault that ends them, if any.
-std::string readRaw(const std::string& key, std::string_view bytes, int rows) {
-    rawKey = key;
-    rawBytes = bytes;
+// The texts of `rows` rows of a stream of any bytes, and the fault that ends them, if any.
+std::string readRaw(const std::string& key, std::string_view bytes, int rows, const IPE_Object& extra = {}) {
     std::string out;
     std::string fault = faultOf([&] {
-        std::vector<IPE_Object> values(static_cast<size_t>(rows), IPE_Int(0));
-        OpenTable open(storeOfValues(key[0] - 'A', "Z", values, 1000), "T");
-        open.table.top();
-        for (open.table.next(); open.table.position() <= rows; open.table.next())
-            out += IPE_Object_Text(open.table.asObject(0)) + " ";
+        OneCodec codec(key.substr(0, 3), key[0] - 'A');
+        codec.raw(bytes, rows, extra);
+        for (int row = 1; row <= rows; ++row) out += IPE_Object_Text(codec.value(row)) + " ";
     });
     return fault == "none" ? out : out + fault;
 }
@@ -166,28 +129,25 @@ TEST(NumberCodecs, EveryPatternReadsBack) { checkEveryPattern(cases); }
 TEST(NumberCodecs, EveryTruncationEndsInAnError) { checkEveryTruncation(cases); }
 
 TEST(NumberCodecs, BytesOfEachScheme) {
-    EXPECT_EQ(bytesOf(SMF_TypeI32, "", integers({1, -2, 0x01020304})), "01000000feffffff04030201");
-    EXPECT_EQ(bytesOf(SMF_TypeI32, "D", integers({5, 5, -1, 5})), "80050000000081ffffffff00");
-    EXPECT_EQ(bytesOf(SMF_TypeI32, "M", integers({-1, 63, 64, -64, INT32_MIN})),
-              "413fc000c0408080808048" + zeros(21));
-    EXPECT_EQ(bytesOf(SMF_TypeI32, "R", integers({0, 300, 300, 300, INT32_MAX})),
-              "010003ac0201ffffffff07" + zeros(21));
-    EXPECT_EQ(bytesOf(SMF_TypeI64, "", integers({-1, 64, INT64_MIN})),
-              "41c00080808080808080808041" + zeros(19));
+    EXPECT_EQ(bytesOf("DSA", integers({1, -2, 0x01020304})), "01000000feffffff04030201");
+    EXPECT_EQ(bytesOf("DDA", integers({5, 5, -1, 5})), "80050000000081ffffffff00");
+    EXPECT_EQ(bytesOf("DMA", integers({-1, 63, 64, -64, INT32_MIN})), "413fc000c0408080808048" + zeros(21));
+    EXPECT_EQ(bytesOf("DRA", integers({0, 300, 300, 300, INT32_MAX})), "010003ac0201ffffffff07" + zeros(21));
+    EXPECT_EQ(bytesOf("ESA", integers({-1, 64, INT64_MIN})), "41c00080808080808080808041" + zeros(19));
     auto dates = texts({"2020-12-31", "2020-12-31", "1999-01-02", "2020-12-31", "2020-13-01"});
-    EXPECT_EQ(bytesOf(SMF_TypeDate, "", dates), "1f0ce4071f0ce4070201cf071f0ce40700000000");
-    EXPECT_EQ(bytesOf(SMF_TypeDate, "D", dates), "02801f0ce40701810201cf070100018200000000" + zeros(12));
-    EXPECT_EQ(bytesOf(SMF_TypeTime, "", {clock(1, 2, 3), clock(1, 2, 3), clock(23, 60, 60), clock(24, 0, 0)}),
+    EXPECT_EQ(bytesOf("FSA", dates), "1f0ce4071f0ce4070201cf071f0ce40700000000");
+    EXPECT_EQ(bytesOf("FDA", dates), "02801f0ce40701810201cf070100018200000000" + zeros(12));
+    EXPECT_EQ(bytesOf("GSA", {clock(1, 2, 3), clock(1, 2, 3), clock(23, 60, 60), clock(24, 0, 0)}),
               "0201020301173c3c01000000" + zeros(20));
 }
 
 TEST(NumberCodecs, RestartPointsBeginPagesRunsAndDictionaries) {
     std::vector<IPE_Object> sevens(11, IPE_Int(7)), days(11, IPE_String("2001-02-03")),
         noons(11, clock(12, 0, 0));
-    EXPECT_EQ(bytesOf(SMF_TypeI32, "R", sevens, 10), "0a07" + zeros(30) + "0107" + zeros(30));
-    EXPECT_EQ(bytesOf(SMF_TypeI32, "D", sevens, 10), "8007000000" + zeros(9) + "8007000000");
-    EXPECT_EQ(bytesOf(SMF_TypeDate, "D", days, 10), "0a800302d107" + zeros(26) + "01800302d107" + zeros(26));
-    EXPECT_EQ(bytesOf(SMF_TypeTime, "", noons, 10), "0a0c0000" + zeros(28) + "010c0000" + zeros(28));
+    EXPECT_EQ(bytesOf("DRA", sevens, 10), "0a07" + zeros(30) + "0107" + zeros(30));
+    EXPECT_EQ(bytesOf("DDA", sevens, 10), "8007000000" + zeros(9) + "8007000000");
+    EXPECT_EQ(bytesOf("FDA", days, 10), "0a800302d107" + zeros(26) + "01800302d107" + zeros(26));
+    EXPECT_EQ(bytesOf("GSA", noons, 10), "0a0c0000" + zeros(28) + "010c0000" + zeros(28));
     // 9 times take two pages; the rest of the second is zero.
     std::vector<IPE_Object> minutes;
     std::string expected;
@@ -195,21 +155,20 @@ TEST(NumberCodecs, RestartPointsBeginPagesRunsAndDictionaries) {
         minutes.push_back(clock(0, i, 0));
         expected += text("0100%02x00", i, 0, 0);
     }
-    EXPECT_EQ(bytesOf(SMF_TypeTime, "", minutes), expected + zeros(28));
+    EXPECT_EQ(bytesOf("GSA", minutes), expected + zeros(28));
 }
 
 TEST(NumberCodecs, RunsHold250) {
     for (size_t count : {249, 250, 251}) {
         std::string length = text("%02x", static_cast<int>(std::min<size_t>(count, 250)), 0, 0);
-        auto begins = [&](int32_t type, const char* format, const IPE_Object& value, const std::string& first,
+        auto begins = [&](const char* key, const IPE_Object& value, const std::string& first,
                           const std::string& next) {
             std::string want = length + first + (count > 250 ? "01" + next : "00");
-            EXPECT_EQ(bytesOf(type, format, std::vector<IPE_Object>(count, value)).substr(0, want.size()),
-                      want);
+            EXPECT_EQ(bytesOf(key, std::vector<IPE_Object>(count, value)).substr(0, want.size()), want);
         };
-        begins(SMF_TypeI32, "R", IPE_Int(7), "07", "07");
-        begins(SMF_TypeDate, "D", IPE_String("2001-02-03"), "800302d107", "00");
-        begins(SMF_TypeTime, "", clock(1, 2, 3), "010203", "010203");
+        begins("DRA", IPE_Int(7), "07", "07");
+        begins("FDA", IPE_String("2001-02-03"), "800302d107", "00");
+        begins("GSA", clock(1, 2, 3), "010203", "010203");
     }
 }
 
@@ -221,15 +180,15 @@ TEST(NumberCodecs, TheOldestEntryGivesWay) {
     };
     for (int64_t i = 0; i < 128; ++i) add(i);
     add(0);
-    std::string dictionary = bytesOf(SMF_TypeI32, "D", numbers), dates = bytesOf(SMF_TypeDate, "D", days);
+    std::string dictionary = bytesOf("DDA", numbers), dates = bytesOf("FDA", days);
     EXPECT_EQ(dictionary.substr(2 * 127 * 5), "ff7f00000000");
     add(200);  // 0 is the youngest now
     add(1);
     add(0);
-    EXPECT_EQ(bytesOf(SMF_TypeI32, "D", numbers), dictionary + "81c8000000820100000000");
+    EXPECT_EQ(bytesOf("DDA", numbers), dictionary + "81c8000000820100000000");
     dates.resize(2 * (128 * 6 + 2));
     std::string longer = dates + "01810101c80001820101010001" + "00";
-    EXPECT_EQ(bytesOf(SMF_TypeDate, "D", days).substr(0, longer.size()), longer);
+    EXPECT_EQ(bytesOf("FDA", days).substr(0, longer.size()), longer);
 }
 
 TEST(NumberCodecs, WhatCannotBeIsNotStored) {
@@ -311,7 +270,7 @@ TEST(NumberCodecs, DamagedBytesEndInNamedErrors) {
 
 TEST(NumberCodecs, MomentsAreTwoFieldsBehindOne) {
     auto store =
-        storeOfValues(SMF_TypeDateTime, "D", texts({"2020-02-03 04:05:06", "0000-00-00 00:00:00"}), 10);
+        columnStore(SMF_TypeDateTime, "D", texts({"2020-02-03 04:05:06", "0000-00-00 00:00:00"}), 10);
     OpenTable open(store, "T");
     SMF_FieldMeta& field = *open.table.meta().fields[0];
     EXPECT_EQ(field.decoder->key(), "JDAD");
@@ -332,18 +291,16 @@ TEST(NumberCodecs, MomentsAreTwoFieldsBehindOne) {
     }
     EXPECT_EQ(hex(whole(*parts.dates().dataStream())), "01800302e407018100000000" + zeros(20));
     EXPECT_EQ(hex(whole(*parts.times().dataStream())), "0104050601000000" + zeros(24));
-    EXPECT_EQ(faultOf([] { storeOfValues(SMF_TypeDateTime, "", {}, 10); }),
+    EXPECT_EQ(faultOf([] { columnStore(SMF_TypeDateTime, "", {}, 10); }),
               "SystemError: There is no field encoder available for JS");
     // Positions that lead nowhere.
     for (const char* extra : {"", "{}", "{'Dates':'x','Times':'y'}", "{'Dates':999999999,'Times':0}",
                               "{'Dates':-1,'Times':-1}", "{'Dates':0,'Times':0}"}) {
-        rawExtra = *extra ? parse_literal(extra) : IPE_Object();
-        std::string fault = readRaw("JDAE", "", 1);
+        std::string fault = readRaw("JDAE", "", 1, *extra ? parse_literal(extra) : IPE_Object());
         EXPECT_TRUE(fault == "DatabaseError: The database has a corrupt header" ||
                     fault.starts_with("AssertionError"))
             << extra << fault;
     }
-    rawExtra = nullptr;
 }
 
 // Each part of a moment takes its next page when it needs the first byte of it.

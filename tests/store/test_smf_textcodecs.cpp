@@ -1,6 +1,7 @@
 // The codecs and value classes of texts, trees and flags.
 #include <algorithm>
 
+#include "aging_scan.h"
 #include "codec_contract.h"
 #include "ipe/language/ipe_interpreter.h"
 #include "ipe/values/ipe_containers.h"
@@ -129,31 +130,12 @@ TEST(TextCodecs, TreesAndFlagsStandAsTheFormatSays) {
 
 namespace {
 
-struct Scan {
-    unsigned first;
-    std::vector<std::pair<std::string, int>> entries = std::vector<std::pair<std::string, int>>(128);
-    int tick = 0;
-    // The code byte; `isNew` when the text follows.
-    uint8_t touch(const std::string& text, bool& isNew) {
-        ++tick;
-        unsigned chosen = first;
-        for (unsigned i = first; i < 128; ++i) {
-            if (entries[i].second == 0) {
-                chosen = i;
-                break;
-            }
-            if (entries[i].first == text) {
-                entries[i].second = tick;
-                isNew = false;
-                return static_cast<uint8_t>(i);
-            }
-            if (entries[i].second < entries[chosen].second) chosen = i;
-        }
-        entries[chosen] = {text, tick};
-        isNew = true;
-        return static_cast<uint8_t>(chosen | 0x80);
-    }
-};
+// The code byte of a text; `isNew` when the text follows.
+char touched(AgingScan& scan, const std::string& text, bool& isNew) {
+    auto [index, known] = scan.touch(text);
+    isNew = !known;
+    return static_cast<char>(known ? index : index | 0x80);
+}
 
 void putText(std::string& out, const std::string& text) {
     size_t n = text.size();
@@ -242,7 +224,7 @@ struct TreeScan {
 TEST(TextCodecs, DictionariesChooseAsTheirScans) {
     for (int spread : {100, 130, 200}) {
         std::mt19937_64 random(static_cast<uint64_t>(spread));
-        Scan texts{0}, extensions{1}, flags{0};
+        AgingScan texts(0, 127), extensions(1, 127), flags(0, 127);
         TreeScan tree;
         std::string textBytes, nameBytes, flagBytes, tag;
         std::vector<IPE_Object> textValues, nameValues, flagValues, treeValues;
@@ -252,10 +234,10 @@ TEST(TextCodecs, DictionariesChooseAsTheirScans) {
             std::string text =
                 std::to_string(std::min(random() % static_cast<uint64_t>(spread), random() % 300));
             textValues.push_back(IPE_String(text));
-            textBytes += static_cast<char>(texts.touch(text, isNew));
+            textBytes += touched(texts, text, isNew);
             if (isNew) putText(textBytes, text);
             nameValues.push_back(IPE_String("n." + text));
-            nameBytes += "\1n"s + static_cast<char>(extensions.touch(text, isNew));
+            nameBytes += "\1n"s + touched(extensions, text, isNew);
             if (isNew) putText(nameBytes, text);
             // Two bytes of flags; equal neighbours would make runs, which other tests see.
             IPE_Object set = flagsOf(Rising, std::stoi(text) % 512);
@@ -266,7 +248,7 @@ TEST(TextCodecs, DictionariesChooseAsTheirScans) {
             if (i > 1 && shown(flagValues[flagValues.size() - 2]) == shown(set)) {
                 flagValues.pop_back();
             } else {
-                flagBytes += "\1"s + static_cast<char>(flags.touch(tag, isNew));
+                flagBytes += "\1"s + touched(flags, tag, isNew);
                 if (isNew) flagBytes += tag;
             }
             std::vector<std::string> path;
@@ -432,17 +414,10 @@ TEST(TextCodecs, EntriesKeepTheirTextsWhenSymbolsBeginAnew) {
 TEST(TextCodecs, WhatAMatcherKnowsOfOneTableIsForgottenAtTheNext) {
     SMF_TextMatcher matcher("alph", true);
     for (const char* name : {"alpha.txt", "betaa.txt", "alpha.txt"}) {
-        auto bytes = makeStore([&](SMF_Writer& writer) {
-            SMF_WriterTable table("memory.smf");
-            SMF_String text;
-            text.connect(table, "Text", "F");
-            table.create("T", writer, 4096, 100);
-            text.set(name);
-            for (int i = 0; i < 10; ++i) table.commit();
-        });
+        auto bytes = columnStore(SMF_TypeString, "F", std::vector(10, IPE_String(name)), 100);
         OpenTable open(bytes, "T");
         SMF_String text;
-        text.connect(open.table, "Text");
+        text.connect(open.table, "Value");
         open.table.top();
         open.table.next();
         EXPECT_EQ(matcher.matches(text), name[0] == 'a');
@@ -535,32 +510,7 @@ TEST(TextFields, LabelsHaveTheirNumbers) {
         uint32_t id;
         const char* text;
     } const labels[] = {
-        {0x69F001, "Name"},
-        {0x69F003, "Last Login"},
-        {0x707807, "Archive"},
-        {0x102F000, "R"},
-        {0x112F013, "Temporary"},
-        {0x113F005, "Last Accessed"},
-        {0x122F008, ""},
-        {0x123F003, "Paths"},
-        {0x123F004, ""},
-        {0x142F000, "ReadOnly"},
-        {0x142F014, "CantCompress"},
-        {0x142F015, "Ro"},
-        {0x142F029, "Cc"},
-        {0x147F002, "Inherited Rights Filter"},
-        {0x147F011, "Access Control"},
-        {0x147F01B, "A"},
-        {0x1F0F007, "Last Deleted"},
-        {0x1F0F012, "Owner Type"},
-        {0x1F0F017, "Space"},
-        {0x1F3F004, "Net Space"},
-        {0x601F009, "Name (8.3)"},
-        {0x603F00A, "Accessed"},
-        {0x603F00E, "Archived By"},
-        {0x603F015, "Deleted By"},
-        {0x603F016, ""},
-        {0, ""},
+        {0x69F001, "Name"}, {0x122F008, ""}, {0x142F014, "CantCompress"}, {0x603F016, ""}, {0, ""},
     };
     for (const auto& label : labels) EXPECT_EQ(SMF_LabelText(label.id), label.text) << std::hex << label.id;
     EXPECT_EQ(SMF_LabelIdentifier("0142061440"), 0x142F000u);

@@ -28,28 +28,17 @@ const std::vector<const char*> PatternPieces = {
     "*",   "?",        "{2}",   "{0,}", "[ab.]", "(a|b)", "$",     "^",  "|",        "\\d",
     "(b)", "\\Qa.\\E", "[^]k]", "\\b",  "(?:k)", "++",    "\\x61", "]",  "}"};
 
-std::shared_ptr<std::string> storeOf(const std::vector<std::string>& texts, const char* format) {
-    return makeStore([&](SMF_Writer& writer) {
-        SMF_WriterTable table("memory.smf");
-        SMF_String name;
-        name.connect(table, "Name", format);
-        table.create("T", writer, 4096, 5000);
-        for (const std::string& text : texts) {
-            name.set(text);
-            table.commit();
-        }
-    });
-}
-
 void compare(const char* format, const std::vector<const char*>& pieces, uint32_t seed, int patterns) {
     Random random(seed);
     std::vector<std::string> texts;
     for (int i = 0; i < 3000; ++i)
         texts.push_back(pieceOf(random, pieces, 0, 6) +
                         (random() % 3 ? "" : "." + pieceOf(random, pieces, 1, 3)));
-    OpenTable open(storeOf(texts, format), "T");
+    std::vector<IPE_Object> values;
+    for (const std::string& text : texts) values.push_back(IPE_String(text));
+    OpenTable open(columnStore(SMF_TypeString, format, values, 5000), "T");
     SMF_String name;
-    name.connect(open.table, "Name");
+    name.connect(open.table, "Value");
     int tried = 0, hits = 0;
     for (int i = 0; i < patterns; ++i) {
         bool ignoreCase = random() % 2;

@@ -37,3 +37,9 @@ def fault_class(label, want, action, *rest):
 # One simple statement, in a frame of its own.
 def run(text):
     exec text
+
+# Order as the operators tell it
+def compare(a, b):
+    if a == b: return 0
+    if a < b: return -1
+    return 1
