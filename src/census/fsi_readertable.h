@@ -107,6 +107,7 @@ class FSI_ReaderTable final : public SMF_ReaderTable {
     IPE_Object foreignValue(FSI_ColumnPlan& plan, int64_t number);
     IPE_Object figure(const FSI_ColumnPlan& plan, int64_t number);
     IPE_Object pathText(int64_t number);
+    IPE_Object masked(int64_t number, const IPE_Object& value);
     template <class Take>
     void visitColumns(Take&& take);
 
