@@ -264,6 +264,33 @@ TEST_F(Census, IndexesInThePlaceOfTables) {
     EXPECT_FALSE(other.isConnected());
 }
 
+// A text of the stored table, which the paths index lacks, is no way around its masks.
+TEST_F(Census, HiddenNamesStayHidden) {
+    model = randomCensus(9, 60, 2);
+    writeCensus(model, folder.file());
+    IPE_Dict_Set(options, "hide_paths", IPE_Int(1));
+    IPE_Dict_Set(options, "base", literal("['srv']"));
+    table.connect(reader({{"File", R"(
+                      function adjust()
+                          addFieldShadow('Folder', 'PathNumber', {FTable = 'Path', FShow = 'Name'})
+                          addFieldShadow('Above', 'PathNumber', {FTable = 'Path', FShow = 'Parent'})
+                          addFieldShadow('Text', 'PathNumber', {FTable = 'PathName', FShow = 'Path'})
+                      end)"}}),
+                  "File", true);
+    int deep = 0;
+    while (table.advance()) {
+        auto number = static_cast<size_t>(table.valueOf("PathNumber")->__int__());
+        std::string shown = IPE_Object_Text(table.valueOf("Folder")), text = model.textOf(number);
+        if (number == 1) continue;
+        EXPECT_EQ(table.valueOf("Above")->__int__(), model.paths[number - 1].parent);
+        EXPECT_TRUE(IPE_Object_Text(table.valueOf("Text")).ends_with("/" + shown + "/")) << shown;
+        bool masked = std::count(text.begin(), text.end(), '/') > 4;  // the item of `base` is a level
+        EXPECT_EQ(shown != model.paths[number - 1].name, masked) << text;
+        deep += masked;
+    }
+    EXPECT_GT(deep, 0);
+}
+
 TEST_F(Census, TagsThatLeadNowhere) {
     auto header = [&](const std::string& tags, const char* field = "Ref") {
         return fault([&] {
@@ -317,7 +344,7 @@ TEST_F(Census, SchemaFunctions) {
             setFieldTags('Nothing', {More = 5})
             note(getFieldTags('Key').style, getFieldTags('Key').More, getFieldTags('Nothing') == nil)
             addFieldDefault('Count', 'I32', 12)
-            addFieldDefault('Count', 'String', 'again')
+            addFieldDefault('Count', 'Nothing', 'again')
             addFieldDefault('Text', 'String', 'ten')
             addFieldDefault('List', 'Tree', {'a'})
             addFieldDefault('Bits', 'Flag', nil)
