@@ -71,7 +71,7 @@ class FSI_ReaderTable final : public SMF_ReaderTable {
     // A new list of up to `most` such lists from the current row on, advancing behind each; before the first
     // row it advances first. Empty behind the last row and for `most` below 1.
     IPE_Object batch(int64_t most);
-    // All fields by name, stored values without plans.
+    // All fields by name that the table had when it was connected, stored values without plans.
     IPE_Object fieldsAsDict();
     // Fills a container: a ListType is appended to, a DictType set; others raise RuntimeError "Unsupported
     // type passed to FSI_ReaderTable::get_record()".

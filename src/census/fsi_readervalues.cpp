@@ -4,6 +4,9 @@
 // number, since a report reads the same owner for many rows; the numbers of a census are no more than its
 // entities, but a damaged or foreign one may hold any, so a full cache starts again.
 #include "census/fsi_readertable.h"
+
+#include <algorithm>
+
 #include "census/index/fsi_pathlevelhelper.h"
 #include "census/index/fsi_pathnamehelper.h"
 #include "ipe/values/ipe_containers.h"
@@ -182,7 +185,7 @@ IPE_Object FSI_ReaderTable::recordAsDict() {
 
 IPE_Object FSI_ReaderTable::fieldsAsDict() {
     IPE_Object dict = IPE_NewDict();
-    for (size_t i = 0; i < meta().fields.size(); ++i)
+    for (size_t i = 0; i < std::min(keys_.size(), meta().fields.size()); ++i)
         dict.as<IPE_DictType>()->set(keys_[i], asObject(static_cast<int64_t>(i)));
     return dict;
 }
