@@ -98,9 +98,9 @@ void FSI_ReaderTable_Closure::changeTags(std::string_view name, const IPE_Object
 // The store reads `Default` as a number; what is none is kept all the same.
 void FSI_ReaderTable_Closure::addDefault(std::string_view name, std::string_view type,
                                          const IPE_Object& value) {
-    int32_t number = typeNamed(type);
     SMF_RecordMeta& meta = table_->meta();
     if (meta.findField(name)) return;
+    int32_t number = typeNamed(type);
     IPE_Object tags = IPE_NewDict();
     bool plain =
         isNothing(value) || value.is<IPE_DictType>() || value.is<IPE_ListType>() || value.is<IPE_TupleType>();

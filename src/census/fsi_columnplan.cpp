@@ -98,13 +98,17 @@ std::unique_ptr<FSI_ColumnPlan> FSI_ReaderTable::makePlan(int32_t index) {
     return plan;
 }
 
-// The paths index has few columns; the others are in the table that the scan wrote.
+// The paths index has few columns; the others are in the table that the scan wrote, where texts stand in
+// clear.
 void FSI_ReaderTable::planPath(FSI_ColumnPlan& plan, const std::string& shown) {
     plan.kind = FSI_PlanPath;
     FSI_ReaderTable* path = &open(path_, "Path", true);
-    if (!path->hasField(shown)) path = &open(storedPath_, "Path", false);
+    const bool stored = !path->hasField(shown);
+    if (stored) path = &open(storedPath_, "Path", false);
     plan.table = path;
     plan.shown = requireField(*path, shown);
+    plan.masked = stored && census_->isSet("hide_paths") &&
+                  SMF_SameType(fieldOf(*path, plan.shown).type, SMF_TypeString);
     describe(plan, fieldOf(*path, plan.shown));
     if (census_->location("Root") == -1) return;
     plan.rootTable = &open(root_, "Root", true);

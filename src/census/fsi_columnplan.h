@@ -38,6 +38,7 @@ struct FSI_ColumnPlan {
     int32_t shown = -1;                             // the field shown there
     FSI_ReaderTable* rootTable = nullptr;           // kind 5: the census's Root, or null
     int32_t rootShown = -1;                         // kind 5: the field shown in Root, or -1
+    bool masked = false;                            // kind 5: a text that `hide_paths` hides
     std::string property;                           // kind 4: the name looked for
     IPE_Object empty;                               // the value for number 0
     std::unordered_map<int64_t, IPE_Object> cache;  // kind 2

@@ -71,7 +71,7 @@ class FSI_ReaderTable final : public SMF_ReaderTable {
     // A new list of up to `most` such lists from the current row on, advancing behind each; before the first
     // row it advances first. Empty behind the last row and for `most` below 1.
     IPE_Object batch(int64_t most);
-    // All fields by name, stored values without plans.
+    // All fields by name that the table had when it was connected, stored values without plans.
     IPE_Object fieldsAsDict();
     // Fills a container: a ListType is appended to, a DictType set; others raise RuntimeError "Unsupported
     // type passed to FSI_ReaderTable::get_record()".
@@ -107,6 +107,7 @@ class FSI_ReaderTable final : public SMF_ReaderTable {
     IPE_Object foreignValue(FSI_ColumnPlan& plan, int64_t number);
     IPE_Object figure(const FSI_ColumnPlan& plan, int64_t number);
     IPE_Object pathText(int64_t number);
+    IPE_Object masked(int64_t number, const IPE_Object& value);
     template <class Take>
     void visitColumns(Take&& take);
 

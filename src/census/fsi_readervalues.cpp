@@ -4,6 +4,9 @@
 // number, since a report reads the same owner for many rows; the numbers of a census are no more than its
 // entities, but a damaged or foreign one may hold any, so a full cache starts again.
 #include "census/fsi_readertable.h"
+
+#include <algorithm>
+
 #include "census/index/fsi_pathlevelhelper.h"
 #include "census/index/fsi_pathnamehelper.h"
 #include "ipe/values/ipe_containers.h"
@@ -98,6 +101,13 @@ IPE_Object FSI_ReaderTable::pathText(int64_t number) {
     return IPE_String(pathNames_->path(number));
 }
 
+// A text of a folder as the paths index would show it: in clear only near the root.
+IPE_Object FSI_ReaderTable::masked(int64_t number, const IPE_Object& value) {
+    int32_t levels = path_->meta().indexOf("Levels", false);
+    if (levels >= 0 && shownAt(*path_, number, levels)->__int__() <= FSI_ClearLevels) return value;
+    return IPE_String(SMF_PathMask(IPE_Object_Text(value)));
+}
+
 IPE_Object FSI_ReaderTable::foreignValue(FSI_ColumnPlan& plan, int64_t number) {
     if (number <= 0) return ownCopy(plan.empty);
     switch (plan.kind) {
@@ -114,7 +124,10 @@ IPE_Object FSI_ReaderTable::foreignValue(FSI_ColumnPlan& plan, int64_t number) {
             return seekProperty(*plan.table, number, plan.property) ? plan.table->asObject(PropertyValue)
                                                                     : plan.empty;
         case FSI_PlanPath:
-            if (number > 1) return shownAt(*plan.table, number, plan.shown);
+            if (number > 1) {
+                IPE_Object value = shownAt(*plan.table, number, plan.shown);
+                return plan.masked ? masked(number, value) : value;
+            }
             if (plan.rootShown < 0 || plan.rootTable->rows() < 1) return ownCopy(plan.empty);
             return shownAt(*plan.rootTable, 1, plan.rootShown);
     }
@@ -172,7 +185,7 @@ IPE_Object FSI_ReaderTable::recordAsDict() {
 
 IPE_Object FSI_ReaderTable::fieldsAsDict() {
     IPE_Object dict = IPE_NewDict();
-    for (size_t i = 0; i < meta().fields.size(); ++i)
+    for (size_t i = 0; i < std::min(keys_.size(), meta().fields.size()); ++i)
         dict.as<IPE_DictType>()->set(keys_[i], asObject(static_cast<int64_t>(i)));
     return dict;
 }

@@ -4,6 +4,7 @@
 #include "census/index/fsi_pathlevelhelper.h"
 #include "filter_census.h"
 #include "ipe/values/ipe_containers.h"
+#include "ipe/values/ipe_expansion.h"
 #include "runtime/epa_shutdown.h"
 #include "runtime/xpk_threadstate.h"
 
@@ -101,8 +102,7 @@ TEST_F(CensusFilters, TextsOfPaths) {
 
 TEST_F(CensusFilters, ColumnsOfPaths) {
     auto folder = [&](const Row& row) -> const ModelPath& { return model.paths[row.path - 1]; };
-    expect("Path.Levels > 2",
-           [&](const Row& row) { return row.path > 1 && figures[row.path].depth > 2; });
+    expect("Path.Levels > 2", [&](const Row& row) { return row.path > 1 && figures[row.path].depth > 2; });
     expect("path.Owner = 3 and Path.Mode <> 448", [&](const Row& row) {
         return row.path > 1 && folder(row).owner == 3 && folder(row).mode != 0700;
     });
@@ -268,4 +268,9 @@ TEST_F(CensusFilters, TheEpoch) {
     options.as<IPE_DictType>()->setText("epoch", IPE_String("20100101000000"));
     expect("Modified within 0 days", since(2010));
     EXPECT_TRUE(cacheable && !options.as<IPE_DictType>()->findText("_not_cacheable"));
+    // Numbers: the digits of a date, or seconds.
+    for (int64_t epoch : {int64_t(20150101), int64_t(20150101000000), IPE_TimeOf(IPE_String("20150101"))}) {
+        options.as<IPE_DictType>()->setText("epoch", IPE_Int(epoch));
+        expect("Modified within 0 days", since(2015));
+    }
 }

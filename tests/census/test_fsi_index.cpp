@@ -169,6 +169,47 @@ TEST(FileIndex, TextsAndNumbersAreLocated) {
     EXPECT_EQ(faultOf([&] { index.locate(IPE_TupleOf({IPE_Int(1)})); }).substr(0, 9), "TypeError");
 }
 
+// What a scan left out may come from the schema, and moments may be other than DateTime.
+TEST(FileIndex, ColumnsOfTheSchema) {
+    CensusFolder folder;
+    SMF_Writer writer;
+    writer.open(folder.file());
+    {
+        SMF_WriterTable paths(folder.file()), files(folder.file());
+        SMF_I32 number, parent, path;
+        SMF_String name;
+        SMF_I64 bytes, created;
+        number.connect(paths, "Number", "S"), parent.connect(paths, "Parent", "S");
+        name.connect(paths, "Name", "S");
+        paths.create("Path", writer, 4096, 10);
+        number.set(1), paths.commit();
+        path.connect(files, "PathNumber", "S"), bytes.connect(files, "Bytes", "");
+        created.connect(files, "Created", "");
+        files.create("File", writer, 4096, 10);
+        for (int i = 1; i <= 3; ++i) path.set(1), bytes.set(10 * i), created.set(1000 - i), files.commit();
+    }
+    writer.close();
+    const char* schema = R"(
+        function adjust()
+            addFieldShadow('Size', 'Bytes')
+            addFieldDefault('Space', 'I64', 0)
+            for _, moment in ipairs{'Modified', 'Accessed'} do addFieldDefault(moment, 'DateTime', 0) end
+        end)";
+    for (const char* filter : {"", "Size > 10"}) {
+        FSI_Reader reader(optionsOf(folder), makeHost({{"File", schema}}));
+        FSI_PathLevelHelper index(reader);
+        index.open(filter);
+        ASSERT_TRUE(index.locateNumber(1));
+        EXPECT_EQ(index.figure(FSI_TreeFiles), 3);
+        EXPECT_EQ(index.figure(FSI_TreeSize), *filter ? 50 : 60);
+        EXPECT_EQ(index.figure(FSI_TreeMaxCreated), *filter ? 998 : 999);
+        EXPECT_EQ(index.figure(FSI_TreeMaxModified), 0);
+    }
+    FSI_Reader broken(optionsOf(folder), makeHost({{"File", "error('broken')"}}));
+    FSI_PathLevelHelper index(broken);
+    EXPECT_EQ(faultOf([&] { index.open("Size > 20"); }).substr(0, 24), "LuaInterpreterException:");
+}
+
 // A directory with more children than lists are kept of is searched, one with fewer listed; both find the
 // same.
 TEST(FileIndex, DirectoriesOfAnySize) {

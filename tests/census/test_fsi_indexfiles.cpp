@@ -302,6 +302,20 @@ TEST_F(IndexFiles, WaitersShowTheBuildersProgress) {
     store.releaseLock(name);
     waiter.join();
     EXPECT_TRUE(store.lockEntry(name).is<IPE_NoneType>());
+    // A script's own value where messages go is an error, and the lock does not stay.
+    ASSERT_FALSE(store.tryLock(name).is<IPE_NoneType>());
+    IPE_Object kept = store.get(IPE_String("msg_helper"));
+    store.set(IPE_String("msg_helper"), IPE_Int(5));
+    std::thread failing([&] {
+        XPK_ThreadScope scope(false);
+        EXPECT_EQ(faultOf([&] { open(false); }).substr(0, 9), "TypeError");
+    });
+    ::usleep(200000);
+    store.releaseLock(name);
+    failing.join();
+    store.set(IPE_String("msg_helper"), kept);
+    EXPECT_TRUE(store.lockEntry(name).is<IPE_NoneType>());
+    EXPECT_FALSE(open());
     // The last message of a build is that of its end.
     EXPECT_EQ(IPE_Object_Text(shown()),
               IPE_Object_Text(IPE_ListOf(

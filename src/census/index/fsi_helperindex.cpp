@@ -33,18 +33,26 @@ class NamedLock {
             XPK_Raise("RuntimeError", "The index $name is asked for while it is built")
                 .string("name", name)
                 .raise();
-        if (store_) take(progress);
-        heldNames.push_back(name);
+        const bool waited = store_ && take(progress);
+        try {
+            heldNames.push_back(name);
+            if (waited) progress.relay(IPE_String(""));
+        } catch (...) {  // scripts may have put something else where messages go
+            release();
+            throw;
+        }
     }
-    ~NamedLock() {
-        std::erase(heldNames, text_);
-        if (store_) store_->releaseLock(name_);
-    }
+    ~NamedLock() { release(); }
     NamedLock(const NamedLock&) = delete;
     NamedLock& operator=(const NamedLock&) = delete;
 
   private:
-    void take(FSI_Progress& progress) {
+    void release() {
+        std::erase(heldNames, text_);
+        if (store_) store_->releaseLock(name_);
+    }
+    // Tells whether somebody else had it.
+    bool take(FSI_Progress& progress) {
         bool waited = false;
         for (int slice = 0; store_->tryLock(name_).is<IPE_NoneType>(); ++slice) {
             if (!XPK_IsRunning()) XPK_Raise("SystemExit", "").raise();
@@ -57,7 +65,7 @@ class NamedLock {
             waited = true;
             ::usleep(WaitSlice);
         }
-        if (waited) progress.relay(IPE_String(""));
+        return waited;
     }
 
     IPE_Object name_;

@@ -87,5 +87,8 @@ class FSI_HelperIndex {
     bool built_ = false;
 };
 
+// Levels whose names `hide_paths` leaves in clear. The items of `base` count, the root does not.
+inline constexpr int32_t FSI_ClearLevels = 4;
+
 // Row n of the table Path is path n; else DatabaseError Corruption.
 void FSI_RequirePathRow(const FSI_Reader& census, int64_t number, int64_t row);

@@ -5,8 +5,9 @@
 // months before the latest so far cannot win, whatever its time of day and however far its day or month is
 // out of range.
 //
-// Columns are read as they are stored, whatever a schema script makes of them; the filter sees the table
-// through its schema. It runs on a table of its own, and only a row that passes is read further.
+// The columns of files are those of the table's schema, which may supply one that the scan left out. The
+// filter runs on a table of its own, so that what a query assigns is not counted, and only a row that passes
+// is read further.
 #include "census/index/fsi_pathlevelbuild.h"
 
 #include <algorithm>
@@ -33,18 +34,31 @@ void stopCheck() {
     if (!XPK_IsRunning()) XPK_Raise("SystemExit", "").raise();
 }
 
-// The latest moment of a directory's files in one of the three columns.
+// The latest moment of a directory's files in one of the three columns. A column of another type counts as
+// the number that it stands for.
 class Latest {
   public:
-    void connect(SMF_Record& table, std::string_view name) { moments_.connect(table, name); }
+    void connect(SMF_Record& table, std::string_view name) {
+        other_.connect(table, name);
+        if (other_.meta().type != SMF_TypeDateTime) return;
+        other_.disconnect();
+        moments_.connect(table, name);
+    }
     void clear() noexcept { best_ = 0, bestDay_ = 0; }
     int64_t best() const noexcept { return best_; }
-    int64_t seconds() const { return moments_.time64(); }
-    void offerRow() { offer(moments_.get()); }
+    int64_t seconds() const { return other_.isConnected() ? other_.as64() : moments_.time64(); }
+    void offerRow() {
+        if (other_.isConnected())
+            best_ = std::max(best_, other_.as64());
+        else
+            offer(moments_.get());
+    }
     // Up to `limit` rows from the current one on; gives how many.
     size_t offerRows(size_t limit) {
-        auto dates = moments_.dates(limit);
-        auto times = moments_.times(dates.size());
+        std::span<const SMF_DateValue> dates;
+        if (moments_.isConnected()) dates = moments_.dates(limit);
+        std::span<const SMF_TimeValue> times;
+        if (!dates.empty()) times = moments_.times(dates.size());
         if (times.empty()) {
             offerRow();
             return 1;
@@ -65,21 +79,24 @@ class Latest {
     }
 
     SMF_DateTime moments_;
+    SMF_FieldHandle other_;  // one of the two
     int64_t best_ = 0;
     int32_t bestDay_ = 0;
 };
 
 // A cursor over a table that is sorted by path number: the run of rows of one number after the other.
+template <class Table>
 class Runs {
   public:
-    Runs(FSI_Reader& census, const std::string& name, const char* column) {
-        table_.connect(census, name);
+    template <class... Options>
+    Runs(FSI_Reader& census, const std::string& name, const char* column, Options... options) {
+        table_.connect(census, name, options...);
         number_.connect(table_, column);
         number_.meta();  // raises when there is no such column
     }
     // The row that the next run would begin at.
     int64_t row() const noexcept { return row_; }
-    SMF_ReaderTable& table() noexcept { return table_; }
+    Table& table() noexcept { return table_; }
     // Calls `take(rows)` for each stretch of rows of `number` with the first of them as the current row.
     template <class Take>
     void take(int32_t number, Take&& take) {
@@ -99,7 +116,7 @@ class Runs {
     }
 
   private:
-    SMF_ReaderTable table_;
+    Table table_;
     SMF_I32 number_;
     int64_t row_ = 1;
 };
@@ -110,8 +127,8 @@ class Runs {
 class FSI_PathLevelBuild::Files {
   public:
     Files(FSI_Reader& census, FSI_FileSelection* selection, EPA_VStackDigest* digest)
-        : runs_(census, "File", "PathNumber"), selection_(selection), digest_(digest) {
-        SMF_ReaderTable& table = runs_.table();
+        : runs_(census, "File", "PathNumber", false), selection_(selection), digest_(digest) {
+        FSI_ReaderTable& table = runs_.table();
         size_.connect(table, "Size");
         space_.connect(table, "Space");
         for (size_t i = 0; i < 3; ++i) latest_[i].connect(table, Moments[i]);
@@ -182,7 +199,7 @@ class FSI_PathLevelBuild::Files {
         }
     }
 
-    Runs runs_;
+    Runs<FSI_ReaderTable> runs_;
     FSI_FileSelection* selection_;
     EPA_VStackDigest* digest_;
     SMF_I64 size_, space_;
@@ -201,7 +218,7 @@ class FSI_PathLevelBuild::Rights {
     }
 
   private:
-    Runs runs_;
+    Runs<SMF_ReaderTable> runs_;
 };
 
 FSI_PathLevelBuild::FSI_PathLevelBuild(FSI_Reader& census, SMF_Writer& writer, FSI_FileSelection* selection,

@@ -19,8 +19,6 @@ namespace {
 
 const FSI_HelperIndex::Kind FileIndex{'F', 16, "progress.building_file_index", "Indexing Files - ${0}%",
                                       FSI_JumpTable};
-// Levels whose names `hide_paths` leaves in clear, with the items of `base`; the root is none of them.
-constexpr int32_t ClearLevels = 4;
 
 std::string lowerOf(std::string_view text) {
     bool plain = true, changes = false;
@@ -324,7 +322,7 @@ int64_t FSI_PathLevelHelper::figure(FSI_Figure figure) {
 }
 
 std::string_view FSI_PathLevelHelper::shownName(int32_t level, std::string_view stored) {
-    bool clear = !masked_ || level == 0 || level + static_cast<int32_t>(base_.size()) <= ClearLevels;
+    bool clear = !masked_ || level == 0 || level + static_cast<int32_t>(base_.size()) <= FSI_ClearLevels;
     shownName_ = clear ? std::string(stored) : SMF_PathMask(stored);
     return shownName_;
 }

@@ -14,8 +14,6 @@ namespace {
 
 const FSI_HelperIndex::Kind PathsIndex{'P', 14, "progress.building_path_index", "Indexing Paths - ${0}%",
                                        FSI_PathNameHelper::TableName};
-// With `hide_paths` names in deeper levels are masked; the items of `base` count as levels.
-constexpr size_t ClearLevels = 4;
 
 // The path of the row that the walk stands at.
 class Branch {
@@ -36,7 +34,7 @@ class Branch {
         }
         XPK_Assert(open_.size() < EPA_VStackBase::Levels);
         text_.resize(open_.back().end);
-        if (masked_ && levels() >= ClearLevels)
+        if (masked_ && levels() >= FSI_ClearLevels)
             text_ += SMF_PathMask(name);
         else
             text_ += name;

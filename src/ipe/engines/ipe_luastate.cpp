@@ -26,6 +26,8 @@ namespace {
 // text functions, and behind them one call of a linked-in library.
 constexpr size_t StackNeed = 3 * 1024 * 1024;
 constexpr int WatchInterval = 10'000;  // instructions between two looks at the running flag
+// An instruction that asks for so much takes its time, so the next one looks.
+constexpr size_t LargeBlock = 1 << 20;
 // Texts in `tls_luacode` of one thread, so that generated ones do not pile up in a worker.
 constexpr int KeptTexts = 1000;
 constexpr std::string_view TextName = "[string \"";
@@ -122,6 +124,8 @@ IPE_LuaState& IPE_LuaState::of(lua_State* L) noexcept {
 void* IPE_LuaState::allocate(void* data, void* block, size_t oldSize, size_t newSize) noexcept {
     auto* state = static_cast<IPE_LuaState*>(data);
     if (!block) oldSize = 0;
+    if (newSize > oldSize && newSize >= LargeBlock && state->current_ && !XPK_IsRunning())
+        lua_sethook(state->current_, watch, LUA_MASKCOUNT, 1);
     if (newSize == 0) {
         free(block);
         state->used_ -= oldSize;
