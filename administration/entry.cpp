@@ -195,7 +195,8 @@ int quillEntry(int argc, char** argv) {
     EntryState& state = entryState();
     for (int i = 1; i < argc; ++i) state.commandLine.append(i > 1 ? " " : "").append(argv[i]);
     // A script that is to run has a help of its own.
-    if (!hasOption("--custom") && (hasPlainArgument(argc, argv, "--help") || hasPlainArgument(argc, argv, "-h")))
+    if (!hasOption("--custom") &&
+        (hasPlainArgument(argc, argv, "--help") || hasPlainArgument(argc, argv, "-h")))
         return fputs(Help, stdout), 0;
     if (hasPlainArgument(argc, argv, "--version")) return puts("quillsrv " QUILL_VERSION), 0;
     if (platform::programPath(state.program) != 0) return 1;
