@@ -8,6 +8,7 @@
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_numbers.h"
+#include "ipe/values/ipe_stringtype.h"
 #include "store/smf_error.h"
 
 const char FSI_ReaderTable_Closure::TypeName[] = "FSI_ReaderTable_Closure";
@@ -111,9 +112,13 @@ void FSI_ReaderTable_Closure::addDefault(std::string_view name, std::string_view
     if (plain && !isNothing(value)) IPE_Dict_Set(added->tags, "Default", value);
 }
 
-// Lua's lists come as dictionaries.
+// Lua's lists come as dictionaries. A name is no index; taken for a number it would be that of the first
+// field.
 void FSI_ReaderTable_Closure::assign(const IPE_Object& index, const IPE_Object& value) {
     if (isNothing(index)) return;
+    if (auto* text = index.tryAs<IPE_StringType>())
+        if (text->view().empty() || text->view().find_first_not_of("0123456789") != std::string_view::npos)
+            return;
     IPE_Object given = isNothing(value) ? IPE_None() : value;
     if (given.is<IPE_DictType>()) {
         IPE_Object list = IPE_NewList();

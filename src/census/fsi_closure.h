@@ -12,8 +12,8 @@
 //   fieldSetIPE(index, value)             gives the field's value object a value
 //   toboolean(value)                      true, a number but 0 and "true" are true
 //
-// A name that is no field does nothing, but for the source of a shadow; so does a first word that is no
-// function here. Names are found without regard to case.
+// A name that is no field, or stands for an index, does nothing, but for the source of a shadow; so does a
+// first word that is no function here. Names are found without regard to case.
 #pragma once
 
 #include <string_view>

@@ -392,6 +392,7 @@ TEST_F(Census, TablesWithoutRows) {
         function adjust() setFieldTags('Parts', {R = 'T'}) end
         function vtable_record()
             fieldSetIPE(0, options.label)
+            fieldSetIPE('Count', 9)
             fieldSetIPE(1, 2)
             fieldSetIPE(2, {'x', 'y'})
             fieldSetIPE(3, 3)
