@@ -176,7 +176,11 @@ TEST(Process, figuresOfTheMachine) {
     EXPECT_TRUE(path.ends_with("/test_pf_host")) << path;
     EXPECT_EQ(setThreadPriority(3), EINVAL);
     std::thread([] { EXPECT_EQ(setThreadPriority(-2), 0); }).join();
-    EXPECT_EQ(environmentSet("", "x"), EINVAL);
+    for (const char* name : {"", "a=b"}) EXPECT_EQ(environmentSet(name, "x"), EINVAL);
+    Guid guid;
+    ASSERT_EQ(newGuid(guid), 0);
+    EXPECT_EQ(guid.c >> 12, 4);
+    EXPECT_EQ(guid.d[0] >> 6, 2);
     EXPECT_EQ(environmentSet("a", std::string("x\0y", 3)), EINVAL);
 }
 

@@ -170,6 +170,7 @@ TEST(Locale, Numbers) {
     EXPECT_EQ(textOf(numberText, German, "-1234567.894"), "-1.234.567,89");
     EXPECT_EQ(textOf(numberText, Hindi, "123456789"), "12,34,56,789.00");
     EXPECT_EQ(textOf(numberText, French, "1234"), "1\u202F234,00");
+    EXPECT_EQ(textOf(numberText, English, "999.995"), "1,000.00");
     EXPECT_EQ(textOf(numberText, English, "-0.004"), "0.00");
     EXPECT_EQ(textOf(numberText, English, "0007"), "7.00");
     EXPECT_EQ(textOf(numberText, English, ".5"), "0.50");
@@ -184,6 +185,7 @@ TEST(Locale, Money) {
     EXPECT_EQ(textOf(currencyText, English, "-1234.5"), "-$1,234.50");
     EXPECT_EQ(textOf(currencyText, German, "-1234.5"), "-1.234,50\u00A0€");
     EXPECT_EQ(textOf(currencyText, Japanese, "1234.5"), "￥1,235");
+    EXPECT_EQ(textOf(currencyText, SwissGerman, "-1234.5").find("CHF"), 0u);
 }
 
 TEST(Locale, DatesAndTimes) {
@@ -192,9 +194,14 @@ TEST(Locale, DatesAndTimes) {
     when.tm_mon = 1;
     when.tm_mday = 9;
     when.tm_hour = 15;
+    when.tm_min = 4;
+    when.tm_sec = 5;
     EXPECT_EQ(textOf(dateText, English, when, false), "2/9/2024");
     EXPECT_EQ(textOf(dateText, German, when, true), "Freitag, 9. Februar 2024");
-    EXPECT_EQ(textOf(timeText, English, when), "3:00:00 PM");
+    EXPECT_EQ(textOf(timeText, English, when), "3:04:05 PM");
+    EXPECT_EQ(textOf(timeText, German, when), "15:04:05");
+    EXPECT_EQ(textOf(dateText, German, when, false), "09.02.2024");
+    EXPECT_EQ(textOf(dateText, English, when, true), "Friday, February 9, 2024");
     EXPECT_EQ(textOf(dateText, Thai, when, false), "9/2/2567");
     for (auto [year, day] : {std::pair{124, 30}, {-400, 1}}) {
         when.tm_year = year;
@@ -203,8 +210,6 @@ TEST(Locale, DatesAndTimes) {
     }
 }
 
-// What this code derives itself: orders and zeros out of patterns, grouping, signs, days, and one entry of
-// each table.
 TEST(Locale, Items) {
     const struct {
         LocaleId id;
@@ -237,7 +242,29 @@ TEST(Locale, Items) {
                 {German, "IFIRSTWEEKOFYEAR", "2"},
                 {English, "SDAYNAME7", "Sunday"},
                 {English, "SMONTHNAME13", ""},
-                {Thai, "ICALENDARTYPE", "7"}};
+                {Thai, "ICALENDARTYPE", "7"},
+                {English, "ICALENDARTYPE", "1"},
+                {English, "SENGLANGUAGE", "English"},
+                {German, "SNATIVELANGNAME", "Deutsch"},
+                {English, "SENGCOUNTRY", "United States"},
+                {German, "SNATIVECTRYNAME", "Deutschland"},
+                {English, "SABBREVCTRYNAME", "USA"},
+                {English, "SISO639LANGNAME", "en"},
+                {English, "SISO3166CTRYNAME", "US"},
+                {German, "SLIST", ";"},
+                {German, "SDECIMAL", ","},
+                {English, "IPAPERSIZE", "1"},
+                {English, "SNATIVEDIGITS", "0123456789"},
+                {English, "IDIGITSUBSTITUTION", "1"},
+                {English, "SINTLSYMBOL", "USD"},
+                {English, "SENGCURRNAME", "US Dollar"},
+                {English, "SDATE", "/"},
+                {English, "STIME", ":"},
+                {English, "SYEARMONTH", "MMMM yyyy"},
+                {English, "S1159", "AM"},
+                {English, "SMONTHNAME12", "December"},
+                {English, "SABBREVMONTHNAME1", "Jan"},
+                {German, "SABBREVDAYNAME1", "Mo"}};
     for (auto& row : rows) EXPECT_EQ(item(row.id, row.key), row.text) << row.key;
     EXPECT_EQ(item(English, "FONTSIGNATURE"), "error " + std::to_string(ENOTSUP));
     EXPECT_EQ(item(Unknown, "SDATE"), "error " + std::to_string(EINVAL));

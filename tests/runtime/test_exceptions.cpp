@@ -144,7 +144,8 @@ TEST_F(Exceptions, CopiesShareAndShorthandsNameThePlace) {
     XPK_Exception first = XPK_AssertException("here.cpp", 12);
     EXPECT_EQ(first.message(), "Assertion Error here.cpp 12");
     EXPECT_EQ(XPK_MemoryException("there.cpp", 3).message(), "Memory Allocation Error there.cpp 3");
-    XPK_Exception second = first;
+    XPK_Exception second = XPK_MemoryException("x", 1);
+    second = first;
     EXPECT_EQ(&second.record(), &first.record());
     char buffer[64] = "old";
     first.getShow(buffer, sizeof buffer);

@@ -133,10 +133,11 @@ TEST_F(Sockets, Hosts) {
     connectTo("127.0.0.1", portOf(server));
     EXPECT_EQ(asked, 0) << "a quad is not looked up";
     EXPECT_EQ(str(call(connectTo("here", portOf(server)), "get_address")), "127.0.0.1");
-    for (auto [host, error] : {std::pair{"bare", "WSANO_DATA: No host data of that type was found"},
-                               {"short", "WSAENOBUFS: No buffer space available"},
-                               {"broken", "WSAENETDOWN: Network is down"}})
-        EXPECT_EQ(raised([&] { connectTo(host, 1); }), error);
+    const std::pair<const char*, const char*> unknown[] = {
+        {"bare", "WSANO_DATA: No host data of that type was found"},
+        {"short", "WSAENOBUFS: No buffer space available"},
+        {"broken", "WSAENETDOWN: Network is down"}};
+    for (auto& row : unknown) EXPECT_EQ(raised([&] { connectTo(row.first, 1); }), row.second);
     EXPECT_EQ(raised([] { listenOn("absent"); }), "WSAHOST_NOT_FOUND: Host not found");
     EXPECT_EQ(listenOn("here").as<EPA_ServerSocket>()->local().address, Loopback);
     platform::setHostResolver(nullptr);
@@ -256,6 +257,11 @@ TEST_F(Sockets, Writing) {
     stream.write("ok");
     stream.flush();
     EXPECT_EQ(pair.clientReads(2), "ok") << "the failed flush left nothing behind";
+    EXPECT_EQ(raised([&] {
+                  call(pair.out, "sendbase64", {S("?"), D({{S("a"), I(1)}})});
+              }).substr(0, 10),
+              "ValueError");
+    EXPECT_EQ(stream.pending(), 0U);
 }
 
 TEST_F(Sockets, Drain) {

@@ -68,10 +68,12 @@ TEST_F(Streams, Positions) {
     IPE_Object stream = IPE_New<EPA_IFileStream>(scratch.file("f", "one\ntwo\nthree\n"));
     EXPECT_EQ(line(stream), "one");
     EXPECT_EQ(call(stream, "tellp")->__int__(), 4) << "the buffer holds the rest already";
-    const std::tuple<int64_t, const char*, int64_t, const char*> seeks[] = {
-        {4, "cur", 8, "three"}, {-6, "end", 8, "three"}, {0, "set", 0, "one"}};
+    const std::tuple<int64_t, IPE_Object, int64_t, const char*> seeks[] = {
+        {4, D({{S("origin"), S("cur")}}), 8, "three"},
+        {-6, D({{S("origin"), S("end")}}), 8, "three"},
+        {0, {}, 0, "one"}};
     for (auto& [to, origin, at, next] : seeks) {
-        EXPECT_EQ(call(stream, "seekp", {I(to)}, D({{S("origin"), S(origin)}}))->__int__(), at);
+        EXPECT_EQ(call(stream, "seekp", {I(to)}, origin)->__int__(), at);
         EXPECT_EQ(line(stream), next);
     }
     EXPECT_EQ(raised([&] { call(stream, "seekp", {I(-1)}); }).substr(0, 19), "IOError: [Errno 22]");

@@ -189,8 +189,8 @@ TEST_F(Threads, InterruptibleWaitOnThePrimaryThread) {
 }
 
 TEST(Semaphore, CountsUpToItsCeiling) {
-    for (auto [initial, ceiling] : {std::pair{-1, 5}, {6, 5}, {0, 0}})
-        EXPECT_EQ(raised([&] { EPA_Semaphore bad(initial, ceiling); }),
+    for (std::pair<int, int> bad : {std::pair{-1, 5}, {6, 5}, {0, 0}})
+        EXPECT_EQ(raised([&] { EPA_Semaphore semaphore(bad.first, bad.second); }),
                   "SystemError: Unable to CreateSemaphore");
     EPA_Semaphore semaphore(1, 3);
     EXPECT_FALSE(semaphore.release(3));
@@ -247,12 +247,12 @@ TEST_F(Pulse, ListsAndTheirTicks) {
 
 TEST_F(Pulse, NinthFunctionIsRefused) {
     EPA_Pulse pulse;
-    for (auto [list, seconds] : {std::pair{EPA_Pulse::OneSecond, "1"},
-                                 {EPA_Pulse::SevenSecond, "7"},
-                                 {EPA_Pulse::ThirtyOneSecond, "31"}}) {
-        for (int i = 0; i < 8; ++i) pulse.add(list, [] {});
-        EXPECT_EQ(raised([&] { pulse.add(list, [] {}); }),
-                  std::string("RuntimeError: Too many functions on the ") + seconds + " second list");
+    const std::pair<EPA_Pulse::List, std::string> lists[] = {
+        {EPA_Pulse::OneSecond, "1"}, {EPA_Pulse::SevenSecond, "7"}, {EPA_Pulse::ThirtyOneSecond, "31"}};
+    for (auto& row : lists) {
+        for (int i = 0; i < 8; ++i) pulse.add(row.first, [] {});
+        EXPECT_EQ(raised([&] { pulse.add(row.first, [] {}); }),
+                  "RuntimeError: Too many functions on the " + row.second + " second list");
     }
 }
 

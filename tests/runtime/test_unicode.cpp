@@ -227,13 +227,15 @@ TEST(Unicode, AppendHashCaseCompare) {
               "UnicodeError: Append in UTF32 not implemented yet...");
 
     EXPECT_EQ(EPA_Unicode().hash(), 5381u);
+    EXPECT_EQ(utf16(u"a").hash(), 5381u * 33 + 'a');
     EXPECT_EQ(utf8("\xC3\xA4").hash(), (5381u * 33 - 61) * 33 - 92);
 
     text.toUpper();
     EXPECT_EQ(text.utf8(), "ÄÖÄÖ");
-    EPA_Unicode small = utf8("b"), capital = utf8("B");
+    EPA_Unicode small = utf8("b"), capital = utf8("B"), before = utf8("A");
     EXPECT_EQ(small.compare(capital, true), -1);
     EXPECT_EQ(small.compare(capital, false), 0);
+    EXPECT_EQ(small.compare(before, false), 1);
 }
 
 TEST(PathName, StandInsAndFold) {
@@ -293,6 +295,10 @@ TEST(Tokenizer, Tokens) {
     }
     EXPECT_EQ(raised([] { EPA_StringTokenizer bad(EPA_String("\xFF")); }),
               "UnicodeError: Illegal Unicode 6A (\xFF)");
+    EPA_StringTokenizer wide(U"x/y");
+    EPA_String first;
+    wide.nextToken(first);
+    EXPECT_EQ(first.view(), "x");
 }
 
 }  // namespace

@@ -121,6 +121,8 @@ TEST_F(VStacks, NamesJoinToThePathOfTheOpenLevels) {
     EPA_VStackString names;
     EPA_StringBuffer path;
     names.set("never written");
+    names.joined(path);
+    EXPECT_EQ(path.view(), "/");
     names.push();
     names.set("größe");
     names.push();
