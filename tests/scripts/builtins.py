@@ -105,6 +105,33 @@ fault_class("of a module", "AttributeError", getattr, check, "none")
 fault_class("a value takes none", "TypeError", setattr, 1, "a", 1)
 same("nothing", [lang("any", 1), tag(), type(smart_inspect("get"))], [None, None, "SmartInspectType"])
 
+# What the interpreter tells of itself
+def caller():
+    return interpreter("get_caller")
+
+where = caller()
+same("get_caller", [where["file"][-11:], where["statement"]], ["builtins.py", "    return interpreter ( 'get_caller' )"])
+def lines():
+    found = []
+    for entry in interpreter("callstack"):
+        found.append(entry["line"])
+    return found
+
+same("callstack: the loop, its caller", [lines()[0] - where["line"], lines()[1] - where["line"]], [6, 10])
+same("statement", interpreter("statement")[:2], ["same", "("])
+same("builtin", type(interpreter("builtin")), "IPE_ModuleBuitin")
+interpreter("profile", "local")
+x = 0
+while x < 3:
+    x = x + 1
+interpreter("profile", "disable")
+hits = []
+for file, counted in list(interpreter("profile", "get_coverage")):
+    for line, statements in list(counted):
+        if statements.has_key("    x = x + 1"): hits.append(statements["    x = x + 1"]["hits"])
+interpreter("profile", "reset")
+same("coverage, and none", [hits, interpreter("get_coverage")], [[3], {}])
+
 # Stores
 for kind, get, set, delete, execute in [("global", global_get, global_set, global_delete, global_execute), ("thread", thread_get, thread_set, thread_delete, thread_execute)]:
     fault("nothing there", "RuntimeError: There is no " + kind + " variable x", get, "x")

@@ -91,7 +91,7 @@ def show(first, second="two", *rest, **named):
     return [first, second, rest, named]
 
 same("positions", show(1), [1, "two", (), {}])
-same("surplus", show(1, 2, 3, 4), [1, 2, (3, 4), {}])
+same("surplus", [show(1, 2, 3, 4), show(1, 3, 4, 5, c=6)], [[1, 2, (3, 4), {}], [1, 3, (4, 5), {"c": 6}]])
 same("names", show(second=5, first=6, third=7), [6, 5, (), {"third": 7}])
 same("spread", show(*[1, 2, 3]), [1, 2, (3,), {}])
 same("spread of a tuple in the middle", show(0, *(1, 2), *[3]), [0, 1, (2, 3), {}])

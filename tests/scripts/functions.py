@@ -7,11 +7,6 @@ from check import *
 import functions.doubling
 
 # Parameters
-def plain(a, b=2, *rest, **named):
-    return [a, b, rest, named]
-
-same("defaults", plain(1), [1, 2, (), {}])
-same("all forms", plain(1, 3, 4, 5, c=6), [1, 3, (4, 5), {"c": 6}])
 
 def fixed(a, b):
     return [a, b]

@@ -287,15 +287,13 @@ TEST(Format, DamagedBlocksReadAsZero) {
     };
     EXPECT_EQ(fault([](std::string&, plain::Record&) {}), "0 5000 0");
     // The first block begins at 64: length, token, literal length bytes, literals.
-    EXPECT_EQ(fault([](std::string& bytes, plain::Record&) { bytes[68] = 0x1F; }), "1 904 4096");
-    EXPECT_EQ(fault([](std::string& bytes, plain::Record&) { bytes[64] = 1; }), "1 904 4096");
-    EXPECT_EQ(
-        fault([](std::string& bytes, plain::Record&) { bytes.replace(64, 4, plain::little(0x7FFFFFFF, 4)); }),
-        "1 904 4096");
-    EXPECT_EQ(fault([](std::string& bytes, plain::Record&) {
-                  bytes.replace(64, 4, plain::little(0xFFFFFFFF, 4));
-              }).substr(0, 14),
-              "AssertionError");
+    auto put = [](size_t at, const std::string& damage) {
+        return [=](std::string& bytes, plain::Record&) { bytes.replace(at, damage.size(), damage); };
+    };
+    EXPECT_EQ(fault(put(68, "\x1F")), "1 904 4096");
+    EXPECT_EQ(fault(put(64, "\x01")), "1 904 4096");
+    EXPECT_EQ(fault(put(64, plain::little(0x7FFFFFFF, 4))), "1 904 4096");
+    EXPECT_EQ(fault(put(64, plain::little(0xFFFFFFFF, 4))).substr(0, 14), "AssertionError");
     auto set = [](int code, int32_t value) {
         return [=](std::string&, plain::Record& header) {
             for (auto& entry : header.numbers)
