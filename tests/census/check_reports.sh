@@ -228,7 +228,7 @@ class Client:
             time.sleep(0.02)
 for path in os.listdir(work):
     if path.startswith("big.smf:"): os.remove(f"{work}/{path}")
-child, port = serve("--report-workers", "3")
+child, port = serve("--report-workers", "3", "--hide-users")
 a, b = Client(port), Client(port)
 query = json.dumps({"filter": "Size >= 1kb", "paths": ["/usr/share/doc"]})
 jobs = [c.ask("report tree_summary " + query)["job"] for c in (a, b)]
@@ -247,6 +247,8 @@ for text, error in (("report none", "there is no report named 'none'"), ("report
                     ("report file_largest {\"dcursor\": 1}", "there is no option 'dcursor'"), ("report file_largest {\"count\": -1}", "count wants a number from 1 to 100000"),
                     ("job 99", "there is no job 99"), ("rows x", "a job wants a number, not 'x'")):
     same(text, a.ask(text), {"error": error})
+number = a.ask("report iterate")["job"]
+same("masked for clients", (a.finish(number)["state"], [r[0] for r in a.ask(f"rows {number}")["rows"]]), ("done", ["hidden"]))
 failed = a.finish(a.ask("report file_largest " + json.dumps({"filter": "Size >>"}))["job"])
 same("a failed job", (failed["state"], failed["error"].startswith("Expecting a number or a field\n    Size >>")), ("failed", True))
 running = [a.ask("report file_largest " + json.dumps({"filter": slow, "count": n}))["job"] for n in (1, 2, 3, 4)]
@@ -261,7 +263,7 @@ begun = time.time()
 child.send_signal(signal.SIGTERM)
 code = child.wait(20)
 same("SIGTERM in the middle", (code, time.time() - begun < 3), (0, True))
-same("what was done stays, what was not leaves nothing", rows(f"{work}/served.sqlite", "select count(*) from runs"), [(2,)])
+same("what was done stays, what was not leaves nothing", rows(f"{work}/served.sqlite", "select count(*) from runs"), [(3,)])
 same("the log tells of progress", bool(re.search(r"report job \d+: \d+% Finding", open(f"{work}/serve.log").read())), True)
 
 print("users meet what they should" if not failures else f"{len(failures)} checks failed")
