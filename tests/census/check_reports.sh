@@ -148,6 +148,10 @@ same("the runs of the former have gone", rows(out, "select count(*) from runs wh
 same("and their rows", rows(out, "select count(*) from file_largest"), [(5,)])
 same("and theirs in `about`", rows(out, "select count(*) from about where cache not in (select cache from runs)"), [(0,)])
 
+shared = [subprocess.Popen([server, "--census", census, "--out", f"{work}/shared.sqlite", "--quiet", "--custom", script], stderr=subprocess.PIPE) for _ in range(3)]
+same("three at once on one database", [(p.communicate()[1], p.returncode) for p in shared], [(b"", 0)] * 3)
+same("each run is made once", rows(f"{work}/shared.sqlite", "select count(*), (select count(*) from file_largest), (select count(*) from about) from runs"), [(15, 5, 15)])
+
 # --- Progress
 def watched(command):
     "What comes on a terminal that is standard error; and the exit code."
@@ -177,8 +181,9 @@ for path in os.listdir(work):
 code, seen = watched([server, "--census", big, "--report", "file_largest", "--filter", quick, "--custom", script])
 same("progress of a report", (code, bool(re.search(r"\rfile_largest: Indexing Files - \d+%", seen)),
      len(set(re.findall(r"file_largest: (\d+)% Finding the report threshold", seen))) > 20, screen(seen)), (0, True, True, ""))
-code, seen = watched([scan, "/usr/share", "-o", f"{work}/watched.smf"])
-same("progress of a scan", (code, "entries" in seen or "/s" in seen, screen(seen)[:20]), (0, True, screen(seen)[:20]))
+code, seen = watched([scan, "/usr", "-x", "-o", f"{work}/watched.smf"])
+same("progress of a scan", (code, bool(re.search(r"\r\x1b\[K[\d,]+ entries, [\d,]+/s  /usr/", seen)),
+     bool(re.search(r"\r\x1b\[K[\d,]+ directories, [^\r\n]*\r\n$", seen))), (0, True, True))
 same("none without a terminal", call("--census", big, "--report", "file_ages", "--filter", quick)[2], "")
 
 # --- From a bundle: no source beside it, its scripts out of the resources
