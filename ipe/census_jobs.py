@@ -132,11 +132,12 @@ import census.complaint, census.jobs, census.main, census.reports, census.run, c
 def make(job, settings):
     "Gives the report's table, key and number of rows."
     source = census.source.read(settings.census)
-    selection = {"epoch": source["epoch"]}
+    selection = settings.selection
+    if source["epoch"] <> None: selection["epoch"] = source["epoch"]
     paths = job.paths
     if len(paths) == 0: paths = source.paths
     options = census.reports.options_of(census.reports.catalog[job.report], job.options, paths)
-    if options.get("calc_digests", 0) <> 0: selection["calc_digests"] = 1
+    selection["calc_digests"] = options.get("calc_digests", 0)
     run = census.run(settings.census, selection, settings.out)
     try:
         table, cache = run.report(job.report, options)

@@ -133,7 +133,7 @@ def supersede(self, table, row):
 def call(self, name, statement, options):
     native = function(name)
     if name == "file_duplicated":
-        self.prepare_duplicates(options)
+        self.prepare_duplicates(statement, options)
         native("run", statement, self.selection, options, lua=self.host, progress=self.listener)
         self.group_duplicates(statement, options)
         return
@@ -143,7 +143,7 @@ def call(self, name, statement, options):
 
 # --- Reports that need a hand before or after.
 
-def prepare_duplicates(self, options):
+def prepare_duplicates(self, statement, options):
     "The native side writes a fingerprint of each file through a cursor; the groups are made in SQL."
     extra = ""
     for i in range(1, len(names_of(options.get("fields", ["Modified", "Size", "Name"]))) + 1):
@@ -151,6 +151,7 @@ def prepare_duplicates(self, options):
     self.cursor.execute("drop table if exists temp.details")
     self.cursor.execute("create temp table details (name, size, date, owner, path, hash, ipath" + extra + ")")
     options["dcursor"] = self.connection.cursor()
+    statement.gather()
 
 def names_of(fields):
     if type(fields) == "StringType": return fields.split("\uDBFF\uDFF9")

@@ -29,7 +29,7 @@ def rows(reader, name):
     return found
 
 def read(file):
-    "A dict: `paths` of the roots, the row of each in `roots`, and `epoch`, when the last of them had been scanned, as text."
+    "A dict: `tables`, `paths` of the roots, the row of each in `roots`, and `epoch`, when all had been scanned, as text."
     try:
         reader = fsi.reader.create({"fsi": file}, None)
         tables = reader.tables()
@@ -41,7 +41,7 @@ def read(file):
         raise (e.details)
     for name in ["Path", "File"]:
         if name not in tables: raise CensusError, "'" + file + "' is not a census: it has no table " + name
-    found = {"paths": [], "roots": roots, "epoch": None}
+    found = {"paths": [], "roots": roots, "epoch": None, "tables": tables}
     for root in roots:
         found.paths.append(root["Path"])
         moment = root.get("Finished", "")

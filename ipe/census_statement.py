@@ -20,6 +20,7 @@ def __init__(self, run, table, cache):
     self.table = table
     self.held = []
     self.open = False
+    self.gathering = False
     self.found = []
 
 def __call__(self, sql, rows=None):
@@ -41,8 +42,15 @@ def execute(self, text, rows=None):
     except Exception, e:
         raise (e.details)
 
+def gather(self):
+    "A transaction of temporary tables alone, which locks nothing: without one, each of their rows is its own."
+    self.execute("begin")
+    self.gathering = True
+
 def begin(self):
     if self.open: return
+    if self.gathering: self.execute("commit")
+    self.gathering = False
     self.execute("begin immediate")
     self.open = True
     self.run.claim(self.table, self.cache)
@@ -54,8 +62,9 @@ def commit(self):
     self.open = False
 
 def rollback(self):
-    if self.open == False: return
+    if self.open == False and self.gathering == False: return
     self.open = False
+    self.gathering = False
     try:
         self.cursor.execute("rollback")
     except RuntimeError:

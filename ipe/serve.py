@@ -9,7 +9,7 @@
 # Every thread has an interpreter of its own; what they share stands in the process's store, under names that begin
 # with "serve_". startup.py runs this with --serve among the arguments, which may also be --port N, --address A,
 # --workers N, --timeout MILLISECONDS and --log FILE. With --census FILE and --out FILE.sqlite it makes reports on that
-# census for its clients, --report-workers N (2) at a time: see census_jobs.py.
+# census for its clients, --report-workers N (2) at a time, masked by --hide-users and --hide-paths: see census_jobs.py.
 
 class serve.settings:
 
@@ -42,6 +42,9 @@ def read():
     settings["report_workers"] = number("--report-workers", 2)
     settings["census"] = absolute(argument("--census", None))
     settings["out"] = absolute(argument("--out", None))
+    settings["selection"] = {}
+    for word, option in [("--hide-users", "hide_users"), ("--hide-paths", "hide_paths")]:
+        if word in global_get("__program_args"): settings.selection[option] = 1
     if settings["census"] <> None and settings["out"] == None: raise ValueError, "--census wants --out FILE.sqlite for the reports"
     return settings
 

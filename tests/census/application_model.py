@@ -210,6 +210,16 @@ same("dacl_search offsets", report("dacl_search", columns="offset, count", part=
 owners = Counter(f.owner for f in files)
 got = report("iterate", columns="files, size")
 same("iterate", sorted(got), sorted((n, total("size", [f for f in files if f.owner == o])) for o, n in owners.items()))
+same("iterate without subdirs", sum(g[0] for g in report("iterate", "--set", "subdirs=0", columns="files")), len(top.files))
+same("iterate, so many rows", sum(g[0] for g in report("iterate", "--set", "maxrows=37", columns="files")), 37)
+count_types = """function before(options) totals = {} end function after() end function during(path, value, values, row)
+    local t = totals[values[1]] or {0, 0} totals[values[1]] = {t[1] + 1, t[2] + row} end"""
+types, kinds_of = defaultdict(lambda: [0, 0]), {0o100000: b"f", 0o120000: b"l", 0o010000: b"p"}
+for f in files:
+    t = types[kinds_of[f.mode & 0o170000]]
+    t[0], t[1] = t[0] + 1, t[1] + f.row
+same("iterate, another script", sorted(report("iterate", "--set", f"script={count_types}", "--set", "fields=['Type']", columns="name, files, size")),
+     sorted((k, *v) for k, v in types.items()))
 same("hide_users", report("iterate", "--hide-users", columns="name, files, size"), [(b"hidden", len(files), total("size", files))])
 
 # --- Folders

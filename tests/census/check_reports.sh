@@ -148,6 +148,10 @@ same("the runs of the former have gone", rows(out, "select count(*) from runs wh
 same("and their rows", rows(out, "select count(*) from file_largest"), [(5,)])
 same("and theirs in `about`", rows(out, "select count(*) from about where cache not in (select cache from runs)"), [(0,)])
 
+shared = [subprocess.Popen([server, "--census", census, "--out", f"{work}/shared.sqlite", "--quiet", "--custom", script], stderr=subprocess.PIPE) for _ in range(3)]
+same("three at once on one database", [(p.communicate()[1], p.returncode) for p in shared], [(b"", 0)] * 3)
+same("each run is made once", rows(f"{work}/shared.sqlite", "select count(*), (select count(*) from file_largest), (select count(*) from about) from runs"), [(15, 5, 15)])
+
 # --- Progress
 def watched(command):
     "What comes on a terminal that is standard error; and the exit code."
@@ -177,8 +181,9 @@ for path in os.listdir(work):
 code, seen = watched([server, "--census", big, "--report", "file_largest", "--filter", quick, "--custom", script])
 same("progress of a report", (code, bool(re.search(r"\rfile_largest: Indexing Files - \d+%", seen)),
      len(set(re.findall(r"file_largest: (\d+)% Finding the report threshold", seen))) > 20, screen(seen)), (0, True, True, ""))
-code, seen = watched([scan, "/usr/share", "-o", f"{work}/watched.smf"])
-same("progress of a scan", (code, "entries" in seen or "/s" in seen, screen(seen)[:20]), (0, True, screen(seen)[:20]))
+code, seen = watched([scan, "/usr", "-x", "-o", f"{work}/watched.smf"])
+same("progress of a scan", (code, bool(re.search(r"\r\x1b\[K[\d,]+ entries, [\d,]+/s  /usr/", seen)),
+     bool(re.search(r"\r\x1b\[K[\d,]+ directories, [^\r\n]*\r\n$", seen))), (0, True, True))
 same("none without a terminal", call("--census", big, "--report", "file_ages", "--filter", quick)[2], "")
 
 # --- From a bundle: no source beside it, its scripts out of the resources
@@ -228,7 +233,7 @@ class Client:
             time.sleep(0.02)
 for path in os.listdir(work):
     if path.startswith("big.smf:"): os.remove(f"{work}/{path}")
-child, port = serve("--report-workers", "3")
+child, port = serve("--report-workers", "3", "--hide-users")
 a, b = Client(port), Client(port)
 query = json.dumps({"filter": "Size >= 1kb", "paths": ["/usr/share/doc"]})
 jobs = [c.ask("report tree_summary " + query)["job"] for c in (a, b)]
@@ -247,6 +252,8 @@ for text, error in (("report none", "there is no report named 'none'"), ("report
                     ("report file_largest {\"dcursor\": 1}", "there is no option 'dcursor'"), ("report file_largest {\"count\": -1}", "count wants a number from 1 to 100000"),
                     ("job 99", "there is no job 99"), ("rows x", "a job wants a number, not 'x'")):
     same(text, a.ask(text), {"error": error})
+number = a.ask("report iterate")["job"]
+same("masked for clients", (a.finish(number)["state"], [r[0] for r in a.ask(f"rows {number}")["rows"]]), ("done", ["hidden"]))
 failed = a.finish(a.ask("report file_largest " + json.dumps({"filter": "Size >>"}))["job"])
 same("a failed job", (failed["state"], failed["error"].startswith("Expecting a number or a field\n    Size >>")), ("failed", True))
 running = [a.ask("report file_largest " + json.dumps({"filter": slow, "count": n}))["job"] for n in (1, 2, 3, 4)]
@@ -261,7 +268,7 @@ begun = time.time()
 child.send_signal(signal.SIGTERM)
 code = child.wait(20)
 same("SIGTERM in the middle", (code, time.time() - begun < 3), (0, True))
-same("what was done stays, what was not leaves nothing", rows(f"{work}/served.sqlite", "select count(*) from runs"), [(2,)])
+same("what was done stays, what was not leaves nothing", rows(f"{work}/served.sqlite", "select count(*) from runs"), [(3,)])
 same("the log tells of progress", bool(re.search(r"report job \d+: \d+% Finding", open(f"{work}/serve.log").read())), True)
 
 print("users meet what they should" if not failures else f"{len(failures)} checks failed")
