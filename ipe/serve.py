@@ -51,16 +51,34 @@ def read():
 class serve.main:
 
 import ipe.thread
-import census.jobs, serve.settings
+import census.complaint, census.jobs, census.source, serve.settings
 
 def make_queue(name, module, settings, threads):
     queue = ipe.thread.queue(name, {"module": module, "settings": settings})
     queue.set_threads(threads)
     return queue
 
+def checked():
+    "The settings, or None and a line on standard error when something is wrong with them."
+    try:
+        settings = serve.settings.read()
+        if settings.census <> None: census.source.read(settings.census)
+    except SystemExit, e:
+        raise (e.details)
+    except Exception, e:
+        errors = open("/dev/stderr", "a")
+        errors.write("quillsrv: " + census.complaint.text(e) + "\n")
+        errors.close()
+        global_set("__rc", 2)
+        return None
+    return settings
+
 def start():
     "Makes the queues. Their workers begin when the start-up program has ended."
-    settings = serve.settings.read()
+    settings = checked()
+    if settings == None:
+        sys_exit()
+        return
     global_set("serve_started", timer())
     for name in ["serve_requests", "serve_connections", "serve_refused", "serve_rate", "serve_open"]:
         global_set(name, 0)

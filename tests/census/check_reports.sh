@@ -245,6 +245,10 @@ want = json.loads(call("--census", big, "--report", "tree_summary", "--filter", 
 got = a.ask(f"rows {jobs[0]} 0 10000")
 same("the rows of the program", [dict(zip(got["columns"], r)) for r in got["rows"]], want[:10000])
 same("a page", a.ask(f"rows {jobs[0]} 2 3")["rows"], got["rows"][2:5])
+for args, complaint in ((["--census", big], "--census wants --out FILE.sqlite for the reports"), (["--census", f"{work}/text", "--out", out],
+                        f"'{work}/text' is not a census: The database has a corrupt header"), (["--workers", "x"], "--workers wants a number, got x")):
+    done = subprocess.run([server, "--serve", "--port", "0", *args], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=20)
+    same(f"serving {args}", (done.returncode, done.stderr), (2, f"quillsrv: {complaint}\n"))
 number = a.ask("report file_largest " + json.dumps({"count": 5, "paths": ["/usr/share/doc"]}))["job"]
 same("another report", (a.finish(number)["state"], len(a.ask(f"rows {number}")["rows"])), ("done", 5))
 for text, error in (("report none", "there is no report named 'none'"), ("report iterate {\"script\": \"os.execute('id')\"}", "there is no option 'script'"),
