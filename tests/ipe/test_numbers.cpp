@@ -17,6 +17,7 @@ TEST_F(Numbers, SmallIntegersAreSharedAndNullIsNoNumber) {
     EXPECT_EQ(I(-99).counted()->life(), EPA_Counted::Immortal);
     EXPECT_EQ(I(5)->__add__(IPE_Object())->__int__(), 5);
     EXPECT_EQ(IPE_None()->__cmp__(IPE_Object()), 1);
+    EXPECT_EQ(str(F(1)->__getname__()) + str(IPE_True()->__getname__()), "FloatTypeTrueType");
 }
 
 TEST_F(Numbers, FloatsWriteSeventeenPlacesAndNeverLoseDigits) {

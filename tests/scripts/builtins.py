@@ -99,11 +99,15 @@ fault_class("no such word", "RuntimeError", _system, "shout")
 
 # Objects
 import check
-same("attributes that are missing", [getattr(1, "colour", 5), getattr(check, "none", None)], [5, None])
+setattr(check, "colour", "red")
+same("an attribute", getattr(check, "colour"), "red")
+delattr(check, "colour")
+same("attributes that are missing", [getattr(1, "colour", 5), getattr(check, "colour", None)], [5, None])
 fault_class("of a value", "AttributeNotFoundException", getattr, 1, "colour")
 fault_class("of a module", "AttributeError", getattr, check, "none")
 fault_class("a value takes none", "TypeError", setattr, 1, "a", 1)
 same("nothing", [lang("any", 1), tag(), type(smart_inspect("get"))], [None, None, "SmartInspectType"])
+same("memory and pools", [between(1, smart_inspect("get").memory()["resident"], most), len(smart_inspect("get").memory()["pools"])], [1, 10])
 
 # What the interpreter tells of itself
 def caller():

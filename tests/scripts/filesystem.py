@@ -18,6 +18,8 @@ fs("mkdir", [root, "a", "b", "c"], on_create=created.append)
 same("mkdir tells the levels that it made", len(created), 3)
 make("a/one.txt", "12345")
 make("a/two.TXT", "")
+make("a/ä世😀", "")
+same("names in UTF-8", fs("erase", root + "/a/ä世😀"), 1)
 
 def names(list):
     result = []

@@ -187,6 +187,7 @@ def hits(text, *rest):
     return rows(cursor)
 
 same("numbers", hits("Size >= 400MB"), [22, 23, 24, 25])
+same("texts", hits("Name = \"file1.txt\""), [2])
 same("a pattern that takes an empty text", len(hits("Owner = 'q?.*'")), 25)
 cursor.connect("File")
 same("tokens", cursor.filter("Count > 5")[0]["value"], "Count")

@@ -56,6 +56,7 @@ same("but tells on demand", secret.string(), "hunter2")
 
 fault("nor has it the methods of a text", "AttributeNotFoundException: The SecretType does not have an attribute named upper", getattr, secret, "upper")
 fault("no such method", "AttributeNotFoundException: The StringType does not have an attribute named startswith", getattr, "a", "startswith")
+fault("nor another", "AttributeNotFoundException: The StringType does not have an attribute named title", getattr, "a", "title")
 
 # Translation
 thread_execute("dict_set", "language", "hello", "hallo")

@@ -77,7 +77,8 @@ same("outer, not complete", [block.outerxml("open"), block.append(" a='1'>"), bl
 fault_class("a long name", "AssertionError", block.outerxml, "n" * 63)
 
 line = ipe.linebuffer.create()
-line.append("def")
+line.append("abc\r\ndef")
+same("a line", [line.getline(), line.getline()], ["abc", None])
 line.append("\n\rg\n\nh")
 same("lines", [line.getlines(), line.getlines(), line.getbuffer()], [["def", "", "g", ""], [], "h"])
 line.append("\ra,\"b,c\",'d\"e',\n")

@@ -26,6 +26,12 @@ TEST_F(Tables, ShadowsReadTheColumnOfAnother) {
     EXPECT_EQ(open.table.asObject(1)->__int__(), 2);
     EXPECT_EQ(open.table.asObject(0)->__int__(), 2);
     EXPECT_EQ(faultOf([&] { open.table.asObject(2); }), "DatabaseError: Field index not in valid range");
+    SMF_I64 number;
+    number.connect(open.table, "Value");
+    open.table.seek(3);
+    EXPECT_EQ(number.get(), 3);
+    open.table.next();
+    EXPECT_EQ(number.get(), 0);  // behind the end
 }
 
 TEST_F(Tables, ARecordTakes128Fields) {
