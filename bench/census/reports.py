@@ -1,7 +1,7 @@
 # The reports' benchmark inside the server: quillsrv --census FILE --rounds N --work FOLDER --custom reports.py
 #
 # Prints a JSON object of name to {"ms": best, "answer": text}. The time of a report is that of the whole call, from
-# the opening of census and index to the commit of its rows in a new database.
+# the opening of census and index to the commit of its rows in a new database; `memory` is the peak in MB.
 
 class startup_custom:
 
@@ -83,6 +83,8 @@ paths = texts(10000)
 measure("locate", storage.path_index.call, {"paths": paths}, "")
 found.locate["ms"] = found.locate["ms"] * 1000 / len(paths)
 
+for line in open("/proc/self/status").readlines():
+    if line[:6] == "VmHWM:": found["memory"] = {"ms": line[6:].strip().integer() / 1024, "answer": ""}
 out = open("/dev/stdout", "a")
 out.write(repr(found, json=1) + "\n")
 out.close()
