@@ -7,9 +7,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "census/reports/fsi_listlargest.h"
+#include "census/reports/fsi_largestreport.h"
 #include "census/reports/fsi_measure.h"
-#include "census/reports/fsi_report.h"
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_stringtype.h"
 
@@ -26,10 +25,10 @@ constexpr NamedFigure figures[] = {{"size", FSI_PathSize},       {"space", FSI_P
                                    {"pathspace", FSI_PathSpace}, {"pathfiles", FSI_PathFiles},
                                    {"pathdacls", FSI_PathDACLs}, {"childcount", FSI_ChildCount}};
 
-class PathLargest final : public FSI_Report {
+class PathLargest final : public FSI_LargestReport {
   public:
     static constexpr int Version = 4;
-    explicit PathLargest(const IPE_Arguments& arguments) : FSI_Report(arguments) {}
+    explicit PathLargest(const IPE_Arguments& arguments) : FSI_LargestReport(arguments) {}
 
     IPE_Object run() override {
         int64_t count = integerOption("count", 200, 1, 100000);
@@ -39,10 +38,11 @@ class PathLargest final : public FSI_Report {
         std::vector<FSI_Selection> trees = selections(levels());
         createTable("create table if not exists $table (cache, value, path, details, ipath)");
         FSI_ListLargest largest(count);
-        find(trees, largest);
+        find(
+            trees, largest, [&] { return measure(); }, [] { return std::string_view(); });
         insert("insert into $table (cache, value, path, details, ipath) values ($cache,?,?,?,?)",
-               records(largest.finish()));
-        aboutHeader(matches_);
+               records(largest.finish(), "progress.path_threshold", "${0}% Finding the largest paths"));
+        aboutHeader(matches());
         return {};
     }
 
@@ -65,46 +65,13 @@ class PathLargest final : public FSI_Report {
         return levels().figure(figure_);
     }
 
-    void find(const std::vector<FSI_Selection>& trees, FSI_ListLargest& largest) {
-        for (const FSI_Selection& tree : trees) rows_ += treeRows(tree).count;
-        progress().start("progress.report_threshold", "${0}% Finding the report threshold", 2 * rows_);
-        for (const FSI_Selection& tree : trees)
-            walk(treeRows(tree), true, [&] {
-                if (!filter().accepts()) return;
-                ++matches_;
-                int64_t value = measure();
-                if (value >= largest.threshold()) largest.offer(value, pathNumber(), {}, table().position());
-            });
-    }
-
-    // The result's rows, in order. They are read in the order of the table, and the filter runs again for the
-    // fields that a query may set.
-    IPE_Object records(const std::vector<FSI_ListLargest::Row>& rows) {
-        progress().phase("progress.path_threshold", "${0}% Finding the largest paths");
-        std::vector<size_t> order(rows.size());
-        for (size_t i = 0; i < order.size(); ++i) order[i] = i;
-        std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return rows[a].row < rows[b].row; });
-        IPE_Object list = IPE_NewList();
-        std::vector<IPE_Object>& tuples = list.as<IPE_ListType>()->items();
-        tuples.resize(rows.size());
-        int64_t done = 0;
-        for (size_t i = 0; i < order.size(); ++i) {
-            const FSI_ListLargest::Row& row = rows[order[i]];
-            table().seek(row.row);
-            filter().accepts();
-            IPE_Object record = table().recordAsDict();
-            tuples[order[i]] = IPE_TupleOf({IPE_Int(row.value), IPE_String(pathText(row.path)),
-                                            IPE_String(IPE_Object_ToString(record)), IPE_Int(row.path)});
-            int64_t reached = rows_ * static_cast<int64_t>(i + 1) / static_cast<int64_t>(order.size());
-            progress().advance(reached - done);
-            done = reached;
-        }
-        return list;
+    IPE_Object tupleOf(const FSI_ListLargest::Row& row, const IPE_Object& record) override {
+        return IPE_TupleOf({IPE_Int(row.value), IPE_String(pathText(row.path)),
+                            IPE_String(IPE_Object_ToString(record)), IPE_Int(row.path)});
     }
 
     std::optional<FSI_Measure> column_;
     FSI_Figure figure_ = FSI_PathSize;
-    int64_t rows_ = 0, matches_ = 0;
 };
 
 const FSI_ReportRegistration registered("fsi_report.storage.path_largest", "storage.path_largest",
