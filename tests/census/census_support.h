@@ -16,6 +16,8 @@
 #include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_numbers.h"
 #include "ipe/values/ipe_stringtype.h"
+#include "runtime/epa_lifecycle.h"
+#include "runtime/xpk_threadstate.h"
 #include "store/fields/smf_datetimefield.h"
 #include "store/fields/smf_i32field.h"
 #include "store/fields/smf_i64field.h"
@@ -232,3 +234,26 @@ inline IPE_Object censusOptions(const std::string& file) {
     options.as<IPE_DictType>()->setText("fsi", IPE_String(file));
     return options;
 }
+
+// "YYYY-MM-DD HH:MM:SS".
+inline std::string momentText(const SMF_DateTimeValue& value) {
+    char text[32];
+    snprintf(text, sizeof text, "%04i-%02i-%02i %02i:%02i:%02i", value.date.year, value.date.month,
+             value.date.day, value.time.hour, value.time.minute, value.time.second);
+    return text;
+}
+
+// Cases that call reports: components publish those when they start. The time zone is UTC.
+class ReportCases : public ::testing::Test {
+  public:
+    static void SetUpTestSuite() {
+        setenv("TZ", "UTC", 1);
+        tzset();
+        XPK_ThreadScope primary{true};
+        EPA_LifeCycle::control(true);
+    }
+    static void TearDownTestSuite() {
+        XPK_ThreadScope primary{true};
+        EPA_LifeCycle::shutdown();
+    }
+};

@@ -88,12 +88,6 @@ std::string dateText(const SMF_DateValue& date) {
     snprintf(text, sizeof text, "%04i-%02i-%02i", date.year, date.month, date.day);
     return text;
 }
-std::string momentText(const SMF_DateTimeValue& value) {
-    char text[32];
-    snprintf(text, sizeof text, " %02i:%02i:%02i", value.time.hour, value.time.minute, value.time.second);
-    return dateText(value.date) + text;
-}
-
 std::string lower(std::string text) { return IPE_String(text).as<IPE_StringType>()->lower()->c_str(); }
 std::string extensionOf(const std::string& name, const std::string& absent) {
     size_t dot = name.rfind('.');
@@ -111,20 +105,8 @@ Rows inDictOrder(const Rows& keys, const std::map<std::string, std::string>& row
     return out;
 }
 
-class FileReports : public ::testing::Test {
+class FileReports : public ReportCases {
   protected:
-    // Components publish the reports when they start.
-    static void SetUpTestSuite() {
-        setenv("TZ", "UTC", 1);
-        tzset();
-        XPK_ThreadScope primary{true};
-        EPA_LifeCycle::control(true);
-    }
-    static void TearDownTestSuite() {
-        XPK_ThreadScope primary{true};
-        EPA_LifeCycle::shutdown();
-    }
-
     // One row of `File`.
     struct Entry {
         int64_t row;

@@ -75,13 +75,6 @@ class Statement final : public IPE_Type {
     IPE_Object kept;  // the rows of the first insert
 };
 
-std::string momentText(const SMF_DateTimeValue& value) {
-    char text[32];
-    snprintf(text, sizeof text, "%04i-%02i-%02i %02i:%02i:%02i", value.date.year, value.date.month,
-             value.date.day, value.time.hour, value.time.minute, value.time.second);
-    return text;
-}
-
 struct Figures {
     int64_t size = 0, space = 0, files = 0, rights = 0;
     std::string created = "0000-00-00 00:00:00", modified = created, accessed = created;
@@ -91,20 +84,8 @@ struct Figures {
     }
 };
 
-class PathReports : public ::testing::Test {
+class PathReports : public ReportCases {
   protected:
-    // Components publish the reports when they start.
-    static void SetUpTestSuite() {
-        setenv("TZ", "UTC", 1);
-        tzset();
-        XPK_ThreadScope primary{true};
-        EPA_LifeCycle::control(true);
-    }
-    static void TearDownTestSuite() {
-        XPK_ThreadScope primary{true};
-        EPA_LifeCycle::shutdown();
-    }
-
     // Writes a census; gives a path in it with some more below.
     size_t write(ModelCensus census) {
         model = std::move(census);

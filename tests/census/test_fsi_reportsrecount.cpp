@@ -66,26 +66,8 @@ class Database final : public IPE_Type {
     IPE_Object connection_;
 };
 
-std::string momentText(const SMF_DateTimeValue& value) {
-    char text[32];
-    snprintf(text, sizeof text, "%04i-%02i-%02i %02i:%02i:%02i", value.date.year, value.date.month,
-             value.date.day, value.time.hour, value.time.minute, value.time.second);
-    return text;
-}
-
-class Recount : public ::testing::Test {
+class Recount : public ReportCases {
   public:  // the work of another thread uses it all
-    static void SetUpTestSuite() {
-        setenv("TZ", "UTC", 1);
-        tzset();
-        XPK_ThreadScope primary{true};
-        EPA_LifeCycle::control(true);
-    }
-    static void TearDownTestSuite() {
-        XPK_ThreadScope primary{true};
-        EPA_LifeCycle::shutdown();
-    }
-
     // Writes a census and its dump: p (n, parent, name, text, last, owner), f (r, n, name, size, space,
     // created, accessed, modified, owner) and d (r, n, entity, rights). Selects a tree in the middle twice.
     void write(const ModelCensus& census) {
