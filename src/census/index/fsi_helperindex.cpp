@@ -1,9 +1,9 @@
 // Opening and building.
 //
-// Three locks, each inside the one before: the named one of the global store, by which threads wait and see
-// the builder's progress; the flock of the note, by which processes exclude each other; and nothing else. A
-// filtered file index may open the unfiltered one and the paths index while it is built, never the other way,
-// so the order among the named ones is fixed as well.
+// Two locks, one inside the other: the named one of the global store, by which threads wait and see the
+// builder's progress, and the flock of the note, by which processes exclude each other. A filtered file index
+// may open the unfiltered one and the paths index while it is built, never the other way, so the order among
+// the named ones is fixed as well.
 #include "census/index/fsi_helperindex.h"
 
 #include <unistd.h>
