@@ -15,6 +15,7 @@
 #include "census/fsi_readertable.h"
 #include "store/filters/smf_fieldfilter.h"
 #include "store/filters/smf_recordfilter.h"
+#include "store/filters/smf_rowsieve.h"
 
 class FSI_RecordFilter final : public SMF_RecordFilter {
   public:
@@ -45,6 +46,16 @@ class FSI_RecordFilter final : public SMF_RecordFilter {
         run(result);
         return result;
     }
+    // Moves the table on, from its current row, to the first row up to `last` that passes; false, with `last`
+    // as the current row, when there is none. Of a filter without `exec` it asks many rows at once.
+    bool find(int64_t last) {
+        if (!conjunction().empty()) return sieve_.find(table_, conjunction(), last);
+        while (!accepts()) {
+            if (table_.position() >= last) return false;
+            table_.next();
+        }
+        return true;
+    }
     // True when, in the last accepts(), the `during` of an `exec` asked with a second result to leave out the
     // tree below the row.
     bool jumps() const noexcept { return *jump_; }
@@ -71,8 +82,9 @@ class FSI_RecordFilter final : public SMF_RecordFilter {
     FSI_RecordFilter(FSI_ReaderTable& table, const FSI_RecordFilter& outer);
 
     FSI_ReaderTable& table_;
-    std::shared_ptr<Context> application_;      // shared by the outermost filter and all within
-    std::shared_ptr<bool> jump_;                // likewise
-    int tables_ = 0;                            // that lead to this one
+    std::shared_ptr<Context> application_;  // shared by the outermost filter and all within
+    std::shared_ptr<bool> jump_;            // likewise
+    int tables_ = 0;                        // that lead to this one
+    SMF_RowSieve sieve_;
     std::vector<std::unique_ptr<Exec>> execs_;  // by position; null for other operations
 };

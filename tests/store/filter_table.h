@@ -1,14 +1,17 @@
 // A small table with a field of every type, for the tests of filters.
 #pragma once
 
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
+#include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_literal.h"
 #include "ipe/values/ipe_numbers.h"
 #include "ipe/values/ipe_stringtype.h"
 #include "store/filters/smf_recordfilter.h"
+#include "store/filters/smf_rowsieve.h"
 #include "store/smf_file.h"
 #include "store/smf_readertable.h"
 #include "store/smf_writer.h"
@@ -23,8 +26,9 @@ class KeptFile final : public SMF_MemoryFile {
     std::string& bytes_;
 };
 
-// The bytes of the store. A literal for each row, in the order of the fields.
-inline std::string filterStore() {
+// The bytes of the store. A literal for each row, in the order of the fields; rows behind these are mixed
+// from them.
+inline std::string filterStore(size_t count = 6) {
     struct Field {
         const char *name, *tags;
         int32_t type;
@@ -62,7 +66,18 @@ inline std::string filterStore() {
     SMF_WriterTable table("memory.smf");
     for (const Field& field : fields) table.addField(field.name, field.type, parse_literal(field.tags));
     table.create("File", writer, 4096, 1000);
-    for (const char* row : rows) table.append(parse_literal(row));
+    std::vector<IPE_Object> literals;
+    for (const char* row : rows) literals.push_back(parse_literal(row));
+    uint32_t random = 1;
+    for (size_t i = 0; i < count; ++i) {
+        IPE_Object mixed = IPE_NewTuple();
+        for (int field = 0; field < static_cast<int>(std::size(fields)); ++field) {
+            random = random * 1664525 + 1013904223;
+            const IPE_Object& from = literals[i < 6 ? i : (random >> 16) % 6];
+            mixed.as<IPE_TupleType>()->append(from.as<IPE_TupleType>()->at(field));
+        }
+        table.append(mixed);
+    }
     writer.close();
     return bytes;
 }
@@ -85,6 +100,20 @@ inline std::string rowsOf(SMF_ReaderTable& table, SMF_RecordFilter& filter) {
         SMF_Accumulator() = 0;
         if (filter.count() > 0) filter.run(hit);
         if (hit) rows += (rows.empty() ? "" : " ") + std::to_string(table.position());
+    }
+    // The same rows are found many at a time.
+    std::string found;
+    SMF_RowSieve sieve;
+    const auto& tests = filter.conjunction();
+    table.seek(1);
+    while (!tests.empty() && sieve.find(table, tests, table.rows())) {
+        found += (found.empty() ? "" : " ") + std::to_string(table.position());
+        if (table.position() == table.rows()) break;
+        table.next();
+    }
+    if (!tests.empty() && found != rows) {
+        std::fprintf(stderr, "row by row: %s; many at a time: %s\n", rows.c_str(), found.c_str());
+        std::abort();
     }
     return rows;
 }

@@ -271,6 +271,66 @@ TEST_F(Filters, RandomDatesAgreeWithAModel) {
     }
 }
 
+// What passes and what raises, with the rows: asked one by one, and found by the sieve.
+TEST_F(Filters, ManyRowsAtOnceAsOneByOne) {
+    const char* const queries[] = {
+        "Name = 'iso$'",
+        "Name,ce <> '^re' and Size > 1",
+        "Name.end in ['iso', 'gz', 'x'] and Count in [(5, 7), (100, 0)] and Owner = 'b$'",
+        "Name = '(.e|core)' and Day >= 20060615 and When < 2006-12-31:23",
+        "Day <> 2006-06-15 and Other <= 2006-06-15 and Size ne Space",
+        "When > 2006-06-15:12:30 and Attr has R and Name,tail = '[a-z]+[.]'",
+        "Size >= 5MB and Path = '/C/' and mode < 2000",
+        "When = 2006-*-15 and Count < mode and Attr = in",
+        "Day on thursday and When within 900 days and Name = '^.*port[.]'",
+    };
+    variables.as<IPE_DictType>()->setText("date_epoch", IPE_String("20061231"));
+    std::string whole = filterStore(5000);
+    uint32_t random = 7;
+    int faults = 0;
+    for (int round = 0; round < 24; ++round) {
+        std::string bytes = whole;
+        for (int flips = round; flips > 0; flips -= 3) {
+            random = random * 1664525 + 1013904223;
+            bytes[(random >> 8) % (bytes.size() * 3 / 4)] ^= 0x21;
+        }
+        for (const char* query : queries) {
+            std::string traces[2];
+            std::string opened[2];
+            for (bool sieved : {false, true}) {
+                opened[sieved] = faultOf([&] {
+                    FilterTable damaged(bytes);
+                    SMF_ReaderTable& table = damaged.table;
+                    SMF_RecordFilter filter(table, nullptr);
+                    filter.setVariables(variables);
+                    filter.compile(query);
+                    ASSERT_FALSE(filter.conjunction().empty()) << query;
+                    SMF_RowSieve sieve;
+                    std::string& trace = traces[sieved];
+                    for (int64_t row = 1; row <= table.rows(); ++row) {
+                        bool hit = true;
+                        table.seek(row);
+                        std::string fault = faultOf([&] {
+                            if (sieved)
+                                hit = sieve.find(table, filter.conjunction(),
+                                                 std::min(row + 700, table.rows()));
+                            else
+                                filter.run(hit);
+                        });
+                        row = table.position();
+                        if (fault != "none") trace += std::to_string(row) + "! " + fault + "\n";
+                        if (fault == "none" && hit) trace += std::to_string(row) + "\n";
+                        faults += fault != "none";
+                    }
+                });
+            }
+            EXPECT_EQ(opened[0], opened[1]);
+            EXPECT_TRUE(traces[0] == traces[1]) << query << ", round " << round;
+        }
+    }
+    EXPECT_GT(faults, 1000);
+}
+
 TEST_F(Filters, FlagsAndPaths) {
     expect({
         {"Attr has R", "1 2 5"},

@@ -186,7 +186,8 @@ class FSI_PathLevelBuild::Files {
         for (int64_t row = runs_.row(), end = row + static_cast<int64_t>(run); row < end; ++row) {
             if (selection_) {
                 selection_->table.seek(row);
-                if (!selection_->filter.accepts()) continue;
+                if (!selection_->filter.find(end - 1)) return;
+                row = selection_->table.position();
             }
             runs_.table().seek(row);
             ++matches;

@@ -78,9 +78,7 @@ class FileAges final : public FSI_Report {
         }
         for (const FSI_Selection& tree : trees) {
             FSI_RowRange rest = filter().isEmpty() ? addStretches(treeRows(tree)) : treeRows(tree);
-            walk(rest, true, [&] {
-                if (filter().accepts()) addRow();
-            });
+            walkMatches(rest, [&] { addRow(); });
         }
         insert("insert into $table (cache, date, created, accessed, modified) values ($cache,?,?,?,?)",
                rows());

@@ -30,8 +30,7 @@ class FileDuplicated final : public FSI_Report {
         for (const FSI_Selection& tree : trees) total += treeRows(tree).count;
         progress().start("progress.file_duplicated", "${0}% Finding duplicated files", total);
         for (const FSI_Selection& tree : trees)
-            walk(treeRows(tree), true, [&] {
-                if (!filter().accepts()) return;
+            walkMatches(treeRows(tree), [&] {
                 batch_.push_back(row());
                 if (batch_.size() > MostRows) flush();
             });

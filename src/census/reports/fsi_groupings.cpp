@@ -95,8 +95,7 @@ class Grouping : public FSI_Report {
     }
 
     void walkTree(const FSI_Selection& tree, FSI_RowGroups& groups) {
-        walk(treeRows(tree), true, [&] {
-            if (!filter().accepts()) return;
+        walkMatches(treeRows(tree), [&] {
             uint32_t group = groups.ofRow();
             if (group == FSI_RowGroups::None) return;
             if (group >= sums_.size()) sums_.resize(group + 1);

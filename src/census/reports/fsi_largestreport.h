@@ -20,8 +20,7 @@ class FSI_LargestReport : public FSI_Report {
         for (const FSI_Selection& tree : trees) rows_ += treeRows(tree).count;
         progress().start("progress.report_threshold", "${0}% Finding the report threshold", 2 * rows_);
         for (const FSI_Selection& tree : trees)
-            walk(treeRows(tree), true, [&] {
-                if (!filter().accepts()) return;
+            walkMatches(treeRows(tree), [&] {
                 ++matches_;
                 int64_t value = measure();
                 if (value >= largest.threshold())

@@ -24,8 +24,7 @@ class PathNames final : public FSI_Report {
         FSI_RowBatch rows(statement(), "insert into $table (cache, ipath, path) values ($cache,?,?)",
                           FSI_RowBatch::Long);
         for (const FSI_Selection& tree : trees) {
-            walk(treeRows(tree), true, [&] {
-                if (!filter().accepts()) return;
+            walkMatches(treeRows(tree), [&] {
                 int64_t number = pathNumber();
                 rows.add(IPE_Int(number), IPE_String(pathText(number)));
             });

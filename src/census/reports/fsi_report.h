@@ -10,6 +10,7 @@
 // A report runs on the calling thread; it holds no lock.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -121,6 +122,21 @@ class FSI_Report {
             }
             if (table_.position() + 1 >= end) return;
             table_.next();
+        }
+    }
+
+    // The same for the rows that pass the filter alone; jumps are followed.
+    template <class Visit>
+    void walkMatches(const FSI_RowRange& range, Visit&& visit) {
+        if (range.count <= 0) return;
+        if (filter_->conjunction().empty())
+            return walk(range, true, [&] {
+                if (filter_->accepts()) visit();
+            });
+        for (int64_t row = range.row, end = range.row + range.count; row < end; row = table_.position() + 1) {
+            table_.seek(row);
+            if (filter_->find(std::min(end, row + FSI_Progress::Step) - 1)) visit();
+            progress_.advance(table_.position() - row + 1);
         }
     }
 

@@ -30,10 +30,10 @@ class Search : public FSI_Report {
         : FSI_Report(arguments), progressKey_(progressKey), progressText_(progressText) {}
 
     virtual void connectColumns() {}
-    virtual IPE_Object resultRow(const IPE_Object& path, const Counts& all, const Counts& matching,
-                                 const IPE_Object& number) = 0;
+    virtual void addResult(FSI_RowBatch& rows, std::string_view path, const Counts& all,
+                           const Counts& matching, int64_t number) = 0;
     // A record as a row of the preview.
-    virtual IPE_Object previewRow(int64_t path, const IPE_Object& record) = 0;
+    virtual void addPreview(FSI_RowBatch& rows, int64_t path, const IPE_Object& record) = 0;
 
     // `columns` are those of the result and of the preview behind `cache`.
     void search(std::string_view tableName, const std::string& columns, const std::string& previewColumns) {
@@ -63,7 +63,7 @@ class Search : public FSI_Report {
         for (const FSI_Selection& tree : trees)
             for (int64_t n = tree.number; n <= tree.number + tree.treePaths; ++n) {
                 stopCheck();
-                rows.take(searchPath(n, previews, held));
+                searchPath(n, rows, previews, held);
                 if (++held + runs_.size() > MostHeld) flush(false);
             }
         flush(true);
@@ -73,7 +73,7 @@ class Search : public FSI_Report {
     SMF_I64 size_, space_;  // not connected for rows without sizes
 
   private:
-    static constexpr size_t MostHeld = 50000;  // rows of all three tables
+    static constexpr size_t MostHeld = 5000;  // rows of all three tables
 
     static std::string insertInto(const std::string& table, const std::string& columns) {
         std::string marks;
@@ -81,8 +81,32 @@ class Search : public FSI_Report {
         return "insert into " + table + " (cache, " + columns + ") values ($cache" + marks + ")";
     }
 
-    // Adds the directory's runs and previews, and gives its row.
-    IPE_Object searchPath(int64_t number, FSI_RowBatch& previews, size_t& held) {
+    // Adds the current row and those behind it, up to `most`, as far as the sizes are decoded; how many it
+    // did.
+    int64_t addStretch(Counts& all, int64_t most) {
+        if (!size_.isConnected()) {
+            all.count += most;
+            return most;
+        }
+        std::span<const int64_t> sizes = size_.span(static_cast<size_t>(most));
+        std::span<const int64_t> spaces = space_.span(sizes.size());
+        if (spaces.empty()) {
+            all.add(size_.get(), space_.get());
+            return 1;
+        }
+        auto sum = [](std::span<const int64_t> values, int64_t start) {
+            auto total = static_cast<uint64_t>(start);
+            for (int64_t value : values) total += static_cast<uint64_t>(value);
+            return static_cast<int64_t>(total);
+        };
+        all.size = sum(sizes.first(spaces.size()), all.size);
+        all.space = sum(spaces, all.space);
+        all.count += static_cast<int64_t>(spaces.size());
+        return static_cast<int64_t>(spaces.size());
+    }
+
+    // Adds the directory's row, its runs and its previews.
+    void searchPath(int64_t number, FSI_RowBatch& rows, FSI_RowBatch& previews, size_t& held) {
         FSI_Selection own;
         own.number = number;
         XPK_Assert(levels().locateNumber(number));
@@ -94,22 +118,31 @@ class Search : public FSI_Report {
             if (run.count) runs_.push_back(run);
             run.count = 0;
         };
-        bool sized = size_.isConnected();
-        // All rows are counted, so no tree is left out.
-        walk(ownRows(own), false, [&] {
-            int64_t size = sized ? size_.get() : 0, space = sized ? space_.get() : 0;
-            all.add(size, space);
-            if (!filter().accepts()) return endRun();
-            matching.add(size, space);
+        auto visit = [&] {
+            if (run.row + run.count != table().position()) endRun();
+            matching.add(size_.isConnected() ? size_.get() : 0, space_.isConnected() ? space_.get() : 0);
             if (run.count++ == 0) run.row = table().position();
             if (matching.count > previewCap_) return;
             IPE_Object record = table().recordAsDict();
-            previews.take(previewRow(pathNumberOf(record), record));
+            addPreview(previews, pathNumberOf(record), record);
             ++held;
-        });
+        };
+        // All rows are counted, so no tree is left out. Sums and matches go on side by side, for each column
+        // is decoded forwards.
+        FSI_RowRange range = ownRows(own);
+        for (int64_t row = range.row, end = range.row + range.count; row < end;) {
+            table().seek(row);
+            int64_t stretch = addStretch(all, end - row);
+            for (int64_t last = row + stretch - 1; filter().find(last); table().next()) {
+                visit();
+                if (table().position() == last) break;
+            }
+            progress().advance(stretch);
+            row += stretch;
+        }
         endRun();
         matches_ += matching.count;
-        return resultRow(IPE_String(pathText(number)), all, matching, IPE_Int(number));
+        addResult(rows, pathText(number), all, matching, number);
     }
 
     const char *progressKey_, *progressText_;
@@ -134,15 +167,14 @@ class FileSearch final : public Search {
         connectColumn(size_, "Size");
         connectColumn(space_, "Space");
     }
-    IPE_Object resultRow(const IPE_Object& path, const Counts& all, const Counts& matching,
-                         const IPE_Object& number) override {
-        return IPE_TupleOf({path, IPE_Int(all.size), IPE_Int(all.space), IPE_Int(all.count),
-                            IPE_Int(matching.size), IPE_Int(matching.space), IPE_Int(matching.count),
-                            number});
+    void addResult(FSI_RowBatch& rows, std::string_view path, const Counts& all, const Counts& matching,
+                   int64_t number) override {
+        rows.add(IPE_String(path), IPE_Int(all.size), IPE_Int(all.space), IPE_Int(all.count),
+                 IPE_Int(matching.size), IPE_Int(matching.space), IPE_Int(matching.count), IPE_Int(number));
     }
-    IPE_Object previewRow(int64_t path, const IPE_Object& record) override {
-        return IPE_TupleOf({IPE_Int(path), IPE_String(pathText(path)), table().valueOf("Name"),
-                            IPE_String(IPE_Object_ToString(record))});
+    void addPreview(FSI_RowBatch& rows, int64_t path, const IPE_Object& record) override {
+        rows.add(IPE_Int(path), IPE_String(pathText(path)), table().valueOf("Name"),
+                 IPE_String(IPE_Object_ToString(record)));
     }
 };
 
@@ -158,13 +190,12 @@ class DaclSearch final : public Search {
     }
 
   private:
-    IPE_Object resultRow(const IPE_Object& path, const Counts& all, const Counts& matching,
-                         const IPE_Object& number) override {
-        return IPE_TupleOf({path, IPE_Int(all.count), IPE_Int(matching.count), number});
+    void addResult(FSI_RowBatch& rows, std::string_view path, const Counts& all, const Counts& matching,
+                   int64_t number) override {
+        rows.add(IPE_String(path), IPE_Int(all.count), IPE_Int(matching.count), IPE_Int(number));
     }
-    IPE_Object previewRow(int64_t path, const IPE_Object& record) override {
-        return IPE_TupleOf(
-            {IPE_Int(path), IPE_String(pathText(path)), IPE_String(IPE_Object_ToString(record))});
+    void addPreview(FSI_RowBatch& rows, int64_t path, const IPE_Object& record) override {
+        rows.add(IPE_Int(path), IPE_String(pathText(path)), IPE_String(IPE_Object_ToString(record)));
     }
 };
 

@@ -50,6 +50,11 @@ class SMF_BatchSearch {
             search(decoder);
         return static_cast<Answer>(answers_[static_cast<size_t>(row - first_)]);
     }
+    // Of the rows from `row` on to the end of the batch; valid until the next call.
+    const uint8_t* answers(const SMF_StringDecoder& decoder, int64_t row) {
+        of(decoder, row);
+        return answers_.data() + (row - first_);
+    }
 
   private:
     enum SymbolBits : uint8_t { Known = 1, Contains = 2, Continues = 4, Unsure = 8 };

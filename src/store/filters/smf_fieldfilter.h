@@ -4,9 +4,11 @@
 // allocate; answering does not, beyond what the field's value takes.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -30,6 +32,10 @@ class SMF_FieldFilter {
     // first token that is not part of it. False when it read nothing. Faults are syntax errors of the source.
     virtual bool parse(IPE_TokenSource& tokens, std::string_view name, int depth) = 0;
     virtual void evaluate(bool& result) = 0;
+    // evaluate() for many rows at once, the current one and those behind it, up to `limit`: of those whose
+    // byte is 1 it clears the bytes of the rows that fail. Gives how many rows it judged; 0 when it judges
+    // only one by one. The current row's byte is 1; a fault of another row ends the judged rows before it.
+    virtual size_t sift(uint8_t* keep, size_t limit) { return 0; }
 
     // The answer depends on more than the stored data.
     bool isNotCacheable() const noexcept { return notCacheable_; }
@@ -67,6 +73,38 @@ bool SMF_Compares(SMF_Comparison comparison, const T& left, const T& right) {
         case SMF_Comparison::GreaterEqual: return left >= right;
     }
     return false;
+}
+
+// Calls `visit` with a function of two values that compares them.
+template <class T, class Visit>
+void SMF_WithComparison(SMF_Comparison comparison, Visit&& visit) {
+    switch (comparison) {
+        case SMF_Comparison::Equal: return visit([](T a, T b) { return a == b; });
+        case SMF_Comparison::NotEqual: return visit([](T a, T b) { return a != b; });
+        case SMF_Comparison::Less: return visit([](T a, T b) { return a < b; });
+        case SMF_Comparison::LessEqual: return visit([](T a, T b) { return a <= b; });
+        case SMF_Comparison::Greater: return visit([](T a, T b) { return a > b; });
+        case SMF_Comparison::GreaterEqual: return visit([](T a, T b) { return a >= b; });
+    }
+}
+// Clears the byte of each value that does not hold against the number, or against its neighbour of the other
+// column; both give how many values they judged.
+template <class Value>
+size_t SMF_SiftNumber(SMF_Comparison comparison, std::span<const Value> values, int64_t right,
+                      uint8_t* keep) {
+    SMF_WithComparison<int64_t>(comparison, [&](auto holds) {
+        for (size_t i = 0; i < values.size(); ++i) keep[i] &= static_cast<uint8_t>(holds(values[i], right));
+    });
+    return values.size();
+}
+template <class Value>
+size_t SMF_SiftPairs(SMF_Comparison comparison, std::span<const Value> left, std::span<const Value> right,
+                     uint8_t* keep) {
+    size_t count = std::min(left.size(), right.size());
+    SMF_WithComparison<Value>(comparison, [&](auto holds) {
+        for (size_t i = 0; i < count; ++i) keep[i] &= static_cast<uint8_t>(holds(left[i], right[i]));
+    });
+    return count;
 }
 
 // --- Pieces of the query. Each moves past what it takes.

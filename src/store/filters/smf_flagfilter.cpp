@@ -24,12 +24,18 @@ bool SMF_FlagFilter::parse(IPE_TokenSource& tokens, std::string_view name, int d
     return true;
 }
 
-void SMF_FlagFilter::evaluate(bool& result) {
+bool SMF_FlagFilter::holds(const SMF_FlagValue& flags) const {
     uint64_t value[2], wanted[2];
-    std::memcpy(value, value_.get().bytes, sizeof value);
+    std::memcpy(value, flags.bytes, sizeof value);
     std::memcpy(wanted, wanted_.bytes, sizeof wanted);
-    if (exactly_)
-        result = value[0] == wanted[0] && value[1] == wanted[1];
-    else
-        result = (value[0] & wanted[0]) == wanted[0] && (value[1] & wanted[1]) == wanted[1];
+    if (exactly_) return value[0] == wanted[0] && value[1] == wanted[1];
+    return (value[0] & wanted[0]) == wanted[0] && (value[1] & wanted[1]) == wanted[1];
+}
+
+void SMF_FlagFilter::evaluate(bool& result) { result = holds(value_.get()); }
+
+size_t SMF_FlagFilter::sift(uint8_t* keep, size_t limit) {
+    std::span<const SMF_FlagValue> values = value_.span(limit);
+    for (size_t i = 0; i < values.size(); ++i) keep[i] &= static_cast<uint8_t>(holds(values[i]));
+    return values.size();
 }

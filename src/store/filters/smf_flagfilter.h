@@ -12,8 +12,10 @@ class SMF_FlagFilter final : public SMF_FieldFilter {
     SMF_FlagFilter(const SMF_FilterScope& scope, int32_t index);
     bool parse(IPE_TokenSource& tokens, std::string_view name, int depth) override;
     void evaluate(bool& result) override;
+    size_t sift(uint8_t* keep, size_t limit) override;
 
   private:
+    bool holds(const SMF_FlagValue& flags) const;
     SMF_Flag value_;
     SMF_FlagValue wanted_;
     bool exactly_ = false;

@@ -107,11 +107,28 @@ void SMF_I32Filter::evaluate(bool& result) {
         case Test::Field: result = SMF_Compares(comparison_, value, int64_t{other_.get()}); break;
         case Test::HasBits: result = (value & number_) == number_; break;
         case Test::IsBits: result = value == number_; break;
-        case Test::Ranges: {
-            auto behind = std::upper_bound(ranges_.begin(), ranges_.end(), value,
-                                           [](int64_t v, const auto& range) { return v < range.first; });
-            result = behind != ranges_.begin() && value <= std::prev(behind)->second;
-            break;
-        }
+        case Test::Ranges: result = inRanges(value); break;
     }
+}
+
+bool SMF_I32Filter::inRanges(int64_t value) const {
+    auto behind = std::upper_bound(ranges_.begin(), ranges_.end(), value,
+                                   [](int64_t v, const auto& range) { return v < range.first; });
+    return behind != ranges_.begin() && value <= std::prev(behind)->second;
+}
+
+size_t SMF_I32Filter::sift(uint8_t* keep, size_t limit) {
+    std::span<const int32_t> values = value_.span(limit);
+    switch (test_) {
+        case Test::Number: return SMF_SiftNumber(comparison_, values, number_, keep);
+        case Test::Field: return SMF_SiftPairs(comparison_, values, other_.span(values.size()), keep);
+        case Test::HasBits:
+            for (size_t i = 0; i < values.size(); ++i) keep[i] &= (values[i] & number_) == number_;
+            break;
+        case Test::IsBits: return SMF_SiftNumber(SMF_Comparison::Equal, values, number_, keep);
+        case Test::Ranges:
+            for (size_t i = 0; i < values.size(); ++i) keep[i] &= static_cast<uint8_t>(inRanges(values[i]));
+            break;
+    }
+    return values.size();
 }

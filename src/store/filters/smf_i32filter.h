@@ -20,11 +20,13 @@ class SMF_I32Filter final : public SMF_FieldFilter {
     SMF_I32Filter(const SMF_FilterScope& scope, int32_t index);
     bool parse(IPE_TokenSource& tokens, std::string_view name, int depth) override;
     void evaluate(bool& result) override;
+    size_t sift(uint8_t* keep, size_t limit) override;
 
   private:
     enum class Test : uint8_t { Number, Field, Ranges, HasBits, IsBits };
     void parseBits(IPE_TokenSource& tokens);
     void parseRanges(IPE_TokenSource& tokens);
+    bool inRanges(int64_t value) const;
 
     SMF_I32 value_, other_;
     Test test_ = Test::Number;

@@ -15,6 +15,11 @@ class SMF_I64Comparison {
     bool holds(int64_t value) const {
         return SMF_Compares(comparison_, value, other_.isConnected() ? other_.get() : number_);
     }
+    // As SMF_FieldFilter::sift, of values that begin at the record's current row.
+    size_t sift(std::span<const int64_t> values, uint8_t* keep) const {
+        if (!other_.isConnected()) return SMF_SiftNumber(comparison_, values, number_, keep);
+        return SMF_SiftPairs(comparison_, values, other_.span(values.size()), keep);
+    }
 
   private:
     void parseNumber(IPE_TokenSource& tokens);

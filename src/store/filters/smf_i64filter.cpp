@@ -11,3 +11,5 @@ bool SMF_I64Filter::parse(IPE_TokenSource& tokens, std::string_view name, int de
 }
 
 void SMF_I64Filter::evaluate(bool& result) { result = comparison_.holds(value_.get()); }
+
+size_t SMF_I64Filter::sift(uint8_t* keep, size_t limit) { return comparison_.sift(value_.span(limit), keep); }

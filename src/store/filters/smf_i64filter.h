@@ -12,6 +12,7 @@ class SMF_I64Filter final : public SMF_FieldFilter {
     SMF_I64Filter(const SMF_FilterScope& scope, int32_t index);
     bool parse(IPE_TokenSource& tokens, std::string_view name, int depth) override;
     void evaluate(bool& result) override;
+    size_t sift(uint8_t* keep, size_t limit) override;
 
   private:
     SMF_I64 value_;

@@ -259,6 +259,43 @@ bool SMF_MomentFilter::holds(const Values& value) const {
     return comparison_ != SMF_Comparison::Less && comparison_ != SMF_Comparison::Greater;
 }
 
+namespace {
+
+// A date as a number that is ordered like year, month and day, whatever signs those have.
+constexpr int32_t ordered(const SMF_DateValue& date) {
+    return static_cast<int32_t>(static_cast<uint32_t>(date.year) << 16 |
+                                static_cast<uint32_t>(static_cast<uint8_t>(date.month) ^ 0x80) << 8 |
+                                (static_cast<uint8_t>(date.day) ^ 0x80u));
+}
+
+}  // namespace
+
+// The literal of a comparison that is one of such numbers: with a whole day that a date can hold. `<>` asks
+// more than that, for all parts must differ.
+std::optional<int32_t> SMF_MomentFilter::orderedDay() const {
+    if (test_ != Test::Parts || comparison_ == SMF_Comparison::NotEqual) return {};
+    if (!present_[0] || !present_[1] || !present_[2] || present_[3] || present_[4] || present_[5]) return {};
+    if (right_[0] > INT16_MAX || right_[1] > INT8_MAX || right_[2] > INT8_MAX) return {};
+    if (right_[0] < INT16_MIN || right_[1] < INT8_MIN || right_[2] < INT8_MIN) return {};
+    SMF_DateValue date;
+    date.year = static_cast<int16_t>(right_[0]);
+    date.month = static_cast<int8_t>(right_[1]);
+    date.day = static_cast<int8_t>(right_[2]);
+    return ordered(date);
+}
+
+void SMF_MomentFilter::siftDays(std::span<const SMF_DateValue> dates, uint8_t* keep) {
+    if (std::optional<int32_t> right = orderedDay()) {
+        SMF_WithComparison<int32_t>(comparison_, [&](auto compares) {
+            for (size_t i = 0; i < dates.size(); ++i)
+                keep[i] &= static_cast<uint8_t>(compares(ordered(dates[i]), *right));
+        });
+        return;
+    }
+    for (size_t i = 0; i < dates.size(); ++i)
+        if (keep[i]) keep[i] = byDay(dates[i]);
+}
+
 bool SMF_MomentFilter::byParts(const SMF_Moment& value) const {
     if (test_ == Test::Weekday) return value.year != 0 && weekdayOf(value) == weekday_;
     return holds(valuesOf(value));

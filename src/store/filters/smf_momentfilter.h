@@ -11,6 +11,7 @@
 #pragma once
 
 #include <array>
+#include <span>
 #include <vector>
 
 #include "store/filters/smf_fieldfilter.h"
@@ -42,6 +43,8 @@ class SMF_MomentFilter : public SMF_FieldFilter {
             answer = byParts({date.year, date.month, date.day, 0, 0, 0}) ? 2 : 1;
         return answer == 2;
     }
+    // The same for many: clears the byte of each date that fails.
+    void siftDays(std::span<const SMF_DateValue> dates, uint8_t* keep);
     bool byParts(const SMF_Moment& value) const;  // Parts, Weekday
     // Moment, Field.
     bool byTime(int64_t value, int64_t right) const {
@@ -57,6 +60,7 @@ class SMF_MomentFilter : public SMF_FieldFilter {
     using Values = std::array<int64_t, MostParts>;
     static Values valuesOf(const SMF_Moment& moment);
     bool holds(const Values& value) const;
+    std::optional<int32_t> orderedDay() const;
     int64_t takeOffset(IPE_TokenSource& tokens);
     int64_t takeSeconds(IPE_TokenSource& tokens);
     void parseWithin(IPE_TokenSource& tokens);

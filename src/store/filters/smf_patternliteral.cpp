@@ -198,3 +198,24 @@ SMF_PatternLiteral SMF_RequiredLiteral(std::string_view pattern, bool ignoreCase
     if (literal.text.find(Replacement) != std::string::npos) return {};
     return literal;
 }
+
+bool SMF_LooksAhead(std::string_view pattern) {
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        char next = i + 1 < pattern.size() ? pattern[i + 1] : '\0';
+        switch (pattern[i]) {
+            case '^':
+                if (i == 0 || pattern[i - 1] != '[') return false;
+                break;
+            case '\\':
+                if ((isLetter(next) || isDigit(next)) && std::string_view("dDsSwW").find(next) == Npos)
+                    return false;
+                ++i;
+                break;
+            case '(':
+                if (next == '*' || (next == '?' && pattern.substr(i, 3) != "(?:")) return false;
+                break;
+            default: break;
+        }
+    }
+    return true;
+}

@@ -4,6 +4,9 @@
 // symbol. So has the part behind the last dot when the symbol holds that dot: a file name's extension.
 #include "store/filters/smf_stringfilter.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_literal.h"
 #include "ipe/values/ipe_stringtype.h"
@@ -11,6 +14,10 @@
 #include "runtime/xpk_exception.h"
 #include "store/filters/smf_recordfilter.h"
 #include "store/filters/smf_textmatcher.h"
+
+namespace {
+constexpr uint8_t NotSearched = SMF_BatchSearch::Maybe;
+}
 
 SMF_StringFilter::SMF_StringFilter(const SMF_FilterScope& scope, int32_t index)
     : SMF_FieldFilter(scope, index) {
@@ -157,28 +164,76 @@ void SMF_StringFilter::measure() {
     SMF_Accumulator() += static_cast<int64_t>(bytes);
 }
 
+// The answer for a value that is one symbol, kept with the symbol.
+bool SMF_StringFilter::testSymbol(const SMF_StringDecoder& decoder, uint32_t symbol) {
+    uint8_t& known = symbols_[symbol];
+    if (!(known & Answered))
+        known |= static_cast<uint8_t>(Answered | (test(decoder.symbol(symbol)) ? Passes : 0));
+    return known & Passes;
+}
+
+// The engine finds a match in the symbol, and so in every text that ends with it.
+bool SMF_StringFilter::matchesTail(const SMF_StringDecoder& decoder, uint32_t symbol) {
+    if (symbol == 0) return false;
+    uint8_t& known = symbols_[symbol];
+    if (!(known & TailKnown))
+        known |= static_cast<uint8_t>(TailKnown |
+                                      (matcher_->matchesTail(decoder.symbol(symbol)) ? TailMatches : 0));
+    return known & TailMatches;
+}
+
+// A value in its decoder, whose symbols are followed. `found` is what the matcher's search told of it,
+// NotSearched without a search.
+bool SMF_StringFilter::judge(const SMF_StringDecoder& decoder, const SMF_TextValue& value, uint8_t found) {
+    if (found == SMF_BatchSearch::No) return matcher_->isInverted() != notEqual_;
+    if (value.length == 0) return testSymbol(decoder, value.symbol);
+    if (end_ && decoder.symbol(value.symbol).find('.') != std::string_view::npos)
+        return testSymbol(decoder, value.symbol);
+    if (matcher_ && !end_ && !tail_ && skip_ == 0) {
+        bool sure = found == SMF_BatchSearch::Yes && matcher_->isSure();
+        if (sure || matchesTail(decoder, value.symbol)) return matcher_->isInverted() == notEqual_;
+    }
+    text_.clear();
+    decoder.appendText(value, text_);
+    return test(text_);
+}
+
 void SMF_StringFilter::evaluate(bool& result) {
     if (measures_) {
         measure();
-        return;
-    }
-    if (const SMF_TextValue* value = located()) {
+    } else if (const SMF_TextValue* value = located()) {
         SMF_StringDecoder& decoder = *value_.decoder();
-        std::string_view symbol = decoder.symbol(value->symbol);
-        if (value->length == 0 || (end_ && symbol.find('.') != std::string_view::npos)) {
-            answers_.follow(decoder);
-            uint8_t& answer = answers_[value->symbol];
-            if (answer == 0) answer = test(symbol) ? 2 : 1;
-            result = answer == 2;
-            return;
-        }
+        symbols_.follow(decoder);
+        const uint8_t* found = matcher_ ? matcher_->look(decoder, value_.row()) : nullptr;
+        result = judge(decoder, *value, found ? *found : NotSearched);
+    } else {
+        result = test(value_.get());
     }
-    if (!matcher_)
-        result = test(value_.get());
-    else if (!end_ && !tail_ && skip_ == 0)
-        result = matcher_->matches(value_) != notEqual_;
-    else if (!matcher_->mayFind(value_))
-        result = matcher_->isInverted() != notEqual_;
-    else
-        result = test(value_.get());
+}
+
+size_t SMF_StringFilter::sift(uint8_t* keep, size_t limit) {
+    const SMF_TextValue* values = located();
+    if (!values) return 0;
+    SMF_StringDecoder& decoder = *value_.decoder();
+    const auto& batch = decoder.batch();
+    size_t count = std::min(limit, batch.count - static_cast<size_t>(value_.row() - 1 - batch.first));
+    symbols_.follow(decoder);
+    const uint8_t* found = matcher_ ? matcher_->look(decoder, value_.row()) : nullptr;
+    // Most rows hold no literal of the pattern.
+    if (found && matcher_->isInverted() == notEqual_)
+        for (size_t i = 0; i < count; ++i) keep[i] &= found[i] != SMF_BatchSearch::No;
+    size_t i = 0;
+    try {
+        while (i < count) {
+            const void* next = std::memchr(keep + i, 1, count - i);
+            if (!next) break;
+            i = static_cast<size_t>(static_cast<const uint8_t*>(next) - keep);
+            keep[i] = judge(decoder, values[i], found ? found[i] : NotSearched);
+            ++i;
+        }
+    } catch (...) {
+        if (i == 0) throw;
+        return i;
+    }
+    return count;
 }

@@ -27,6 +27,7 @@ class SMF_StringFilter final : public SMF_FieldFilter {
     ~SMF_StringFilter() override;
     bool parse(IPE_TokenSource& tokens, std::string_view name, int depth) override;
     void evaluate(bool& result) override;
+    size_t sift(uint8_t* keep, size_t limit) override;
 
   private:
     struct Hash {
@@ -43,6 +44,9 @@ class SMF_StringFilter final : public SMF_FieldFilter {
     std::string_view reduce(std::string_view text) const;
     // The answer for a whole value.
     bool test(std::string_view text);
+    bool testSymbol(const SMF_StringDecoder& decoder, uint32_t symbol);
+    bool matchesTail(const SMF_StringDecoder& decoder, uint32_t symbol);
+    bool judge(const SMF_StringDecoder& decoder, const SMF_TextValue& value, uint8_t found);
     // Where the value lies in its decoder; null without a plain column.
     const SMF_TextValue* located() const;
     void measure();
@@ -52,6 +56,7 @@ class SMF_StringFilter final : public SMF_FieldFilter {
     size_t skip_ = 0;
     std::unique_ptr<SMF_TextMatcher> matcher_;  // null for a set
     std::unordered_set<std::string, Hash, std::equal_to<>> members_;
-    SMF_SymbolAnswers answers_;  // for values that are a symbol: 1 no, 2 yes
-    std::string folded_;
+    enum SymbolBits : uint8_t { Answered = 1, Passes = 2, TailKnown = 4, TailMatches = 8 };
+    SMF_SymbolAnswers symbols_;
+    std::string folded_, text_;
 };

@@ -95,6 +95,7 @@ SMF_TextMatcher::SMF_TextMatcher(std::string_view pattern, bool ignoreCase, bool
     : pattern_(plain ? std::string(pattern) : IPE_TakePatternOptions(pattern, invert_)),
       ignoreCase_(ignoreCase) {
     code_ = compile(0);
+    looksAhead_ = SMF_LooksAhead(pattern_);
     SMF_PatternLiteral literal = SMF_RequiredLiteral(pattern_, ignoreCase);
     if (literal.text.size() < (literal.whole ? 1 : 2)) return;
     sure_ = literal.whole && literal.text.size() <= SMF_BatchSearch::LongestNeedle;
@@ -136,23 +137,24 @@ bool SMF_TextMatcher::findIn(std::string_view& text) {
         text = repaired_;
     }
     if (!XPK_IsRunning()) XPK_Raise("SystemExit", "").raise();
-    int result;
-    if (text.size() > Stretch) {
-        result = findInStretches(text);
-    } else {
-        Memory& own = memory();
-        auto* subject = reinterpret_cast<PCRE2_SPTR>(text.data());
-        pcre2_set_offset_limit(own.context.get(), PCRE2_UNSET);
-        result = PCRE2_ERROR_JIT_STACKLIMIT;
-        if (code_->jit)
-            result = pcre2_jit_match(code_->code.get(), subject, text.size(), 0, 0, own.data.get(),
-                                     own.context.get());
-        if (result == PCRE2_ERROR_JIT_STACKLIMIT)
-            result = pcre2_match(code_->code.get(), subject, text.size(), 0,
-                                 PCRE2_NO_UTF_CHECK | PCRE2_NO_JIT, own.data.get(), own.context.get());
-    }
+    int result = text.size() > Stretch ? findInStretches(text) : findAtOnce(text);
     if (result < 0 && result != PCRE2_ERROR_NOMATCH) engineError();
     return result >= 0;
+}
+
+// Of valid UTF-8; the engine's answer.
+int SMF_TextMatcher::findAtOnce(std::string_view text) {
+    Memory& own = memory();
+    auto* subject = reinterpret_cast<PCRE2_SPTR>(text.data());
+    pcre2_set_offset_limit(own.context.get(), PCRE2_UNSET);
+    int result = PCRE2_ERROR_JIT_STACKLIMIT;
+    if (code_->jit)
+        result =
+            pcre2_jit_match(code_->code.get(), subject, text.size(), 0, 0, own.data.get(), own.context.get());
+    if (result == PCRE2_ERROR_JIT_STACKLIMIT)
+        result = pcre2_match(code_->code.get(), subject, text.size(), 0, PCRE2_NO_UTF_CHECK | PCRE2_NO_JIT,
+                             own.data.get(), own.context.get());
+    return result;
 }
 
 int SMF_TextMatcher::findInStretches(std::string_view text) {
@@ -180,6 +182,11 @@ int SMF_TextMatcher::findInStretches(std::string_view text) {
 }
 
 bool SMF_TextMatcher::matches(std::string_view text) { return findIn(text) != invert_; }
+
+bool SMF_TextMatcher::matchesTail(std::string_view tail) {
+    return looksAhead_ && !tail.empty() && tail.size() <= Stretch && IPE_IsAscii(tail) &&
+           findAtOnce(tail) >= 0;
+}
 
 bool SMF_TextMatcher::find(std::string_view text, Match& match) {
     match = {};

@@ -48,6 +48,17 @@ class SMF_TextMatcher {
     // False when the engine finds nothing in the current value nor in any part of it.
     bool mayFind(const SMF_String& handle) { return look(handle) != SMF_BatchSearch::No; }
     bool isInverted() const noexcept { return invert_; }
+    // --- For many rows. What a search tells, before the option N, of row `row`, from 1, of the decoder's
+    // batch and those behind it: one SMF_BatchSearch::Answer each. Null when there is no search. Valid until
+    // the next call.
+    const uint8_t* look(const SMF_StringDecoder& decoder, int64_t row) {
+        return search_ && decoder.batch().count >= FewRows ? search_->answers(decoder, row - 1) : nullptr;
+    }
+    // A Yes of the search is a match.
+    bool isSure() const noexcept { return sure_; }
+    // The engine finds a match in `tail`, and so in every text that ends with it. False also when that cannot
+    // be told.
+    bool matchesTail(std::string_view tail);
 
   private:
     struct Code;
@@ -62,6 +73,7 @@ class SMF_TextMatcher {
         return search_->of(*decoder, row - 1);
     }
     bool findIn(std::string_view& text);
+    int findAtOnce(std::string_view text);
     int findInStretches(std::string_view text);
     std::unique_ptr<Code> compile(uint32_t options) const;
 
@@ -69,7 +81,8 @@ class SMF_TextMatcher {
     bool invert_ = false;                   // set while pattern_ is made
     std::string pattern_;
     bool ignoreCase_;
-    bool sure_ = false;  // a text that contains the literal matches
+    bool sure_ = false;        // a text that contains the literal matches
+    bool looksAhead_ = false;  // what stands before a match does not matter
     std::optional<SMF_BatchSearch> search_;
     std::unique_ptr<Code> code_, stretched_;
     std::string repaired_;
