@@ -87,13 +87,18 @@ void SMF_WithComparison(SMF_Comparison comparison, Visit&& visit) {
         case SMF_Comparison::GreaterEqual: return visit([](T a, T b) { return a >= b; });
     }
 }
+// Clears the byte of each value that does not hold.
+template <class Value, class Holds>
+void SMF_SiftEach(std::span<const Value> values, uint8_t* keep, Holds&& holds) {
+    for (size_t i = 0; i < values.size(); ++i) keep[i] &= static_cast<uint8_t>(holds(values[i]));
+}
 // Clears the byte of each value that does not hold against the number, or against its neighbour of the other
 // column; both give how many values they judged.
 template <class Value>
 size_t SMF_SiftNumber(SMF_Comparison comparison, std::span<const Value> values, int64_t right,
                       uint8_t* keep) {
     SMF_WithComparison<int64_t>(comparison, [&](auto holds) {
-        for (size_t i = 0; i < values.size(); ++i) keep[i] &= static_cast<uint8_t>(holds(values[i], right));
+        SMF_SiftEach(values, keep, [&](Value value) { return holds(value, right); });
     });
     return values.size();
 }

@@ -4,7 +4,9 @@
 // A minus behind a literal may begin another part or an offset; the word behind its number decides.
 #include "store/filters/smf_momentfilter.h"
 
+#include <bit>
 #include <chrono>
+#include <cstddef>
 #include <ctime>
 
 #include "ipe/values/ipe_dicttype.h"
@@ -262,11 +264,9 @@ bool SMF_MomentFilter::holds(const Values& value) const {
 namespace {
 
 // A date as a number that is ordered like year, month and day, whatever signs those have.
-constexpr int32_t ordered(const SMF_DateValue& date) {
-    return static_cast<int32_t>(static_cast<uint32_t>(date.year) << 16 |
-                                static_cast<uint32_t>(static_cast<uint8_t>(date.month) ^ 0x80) << 8 |
-                                (static_cast<uint8_t>(date.day) ^ 0x80u));
-}
+int32_t ordered(const SMF_DateValue& date) { return static_cast<int32_t>(date.bits() ^ 0x8080); }
+static_assert(offsetof(SMF_DateValue, month) == 1 && offsetof(SMF_DateValue, year) == 2 &&
+              std::endian::native == std::endian::little);
 
 }  // namespace
 
@@ -287,8 +287,8 @@ std::optional<int32_t> SMF_MomentFilter::orderedDay() const {
 void SMF_MomentFilter::siftDays(std::span<const SMF_DateValue> dates, uint8_t* keep) {
     if (std::optional<int32_t> right = orderedDay()) {
         SMF_WithComparison<int32_t>(comparison_, [&](auto compares) {
-            for (size_t i = 0; i < dates.size(); ++i)
-                keep[i] &= static_cast<uint8_t>(compares(ordered(dates[i]), *right));
+            SMF_SiftEach(dates, keep,
+                         [&](const SMF_DateValue& date) { return compares(ordered(date), *right); });
         });
         return;
     }
