@@ -1,6 +1,7 @@
 // Strings below scripts, whose program strings.py tells the methods: storage, order, writers and translation.
 #include <thread>
 
+#include "ipe/values/ipe_expansion.h"
 #include "ipe/values/ipe_translate.h"
 #include "values_testing.h"
 
@@ -52,6 +53,13 @@ TEST_F(Strings, Representations) {
     IPE_StackList stack;
     triple->__repr__(context, stack);
     EXPECT_EQ(out.view(), "\"a\\n\\\"b\\\"\\t\"");
+}
+
+TEST_F(Strings, OnlyTextsExpand) {
+    EXPECT_EQ(raised([] { IPE_ExpandFormat(I(1), I(1)); }), "RuntimeError: Must pass a string to expand");
+    EXPECT_EQ(raised([] { IPE_ExpandDollar(I(1), D({}), false); }),
+              "RuntimeError: Must pass a string to substitute");
+    EXPECT_EQ(IPE_TimeOf({}), 0);
 }
 
 IPE_Object notedKey, notedText;
