@@ -131,7 +131,8 @@ def entries(text):
 
 same("decode_sddl", entries("D:PAI(A;OICI;0x1F01FF;;;WD)(OA;;FAX;a;b;S-1-22-1-7)"), [["A", "PAI", ["OI", "CI"], [2032127], "S-1-1-0"], ["OA", "PAI", [], ["FA", "X"], "S-1-22-1-7"]])
 same("parts, conditions", [len(entries(["D:(A;;FA;;;BA)", "S:(AU;SA;FA;;;WD)", "O:BA"])), len(entries("D:(XA;;FX;;;WD;(@User.a==(1)))(A;;FA;;;WD)"))], [2, 2])
-for wrong in ["", "D", "D:(A;;FA;;;WD", "D:(A;;0x;;;WD)", "D:(A;;0x123456789;;;WD)", "D:0123456789012345678901234567890123456789012345678901234567890123(A;;FA;;;WD)", "D:" + "(" * 200000]:
+open_ones = "(" * 200000
+for wrong in ["", "D", "D:(A;;FA;;;WD", "D:(A;;0x;;;WD)", "D:(A;;0x123456789;;;WD)", "D:0123456789012345678901234567890123456789012345678901234567890123(A;;FA;;;WD)", "D:" + open_ones]:
     fault_class("damage", "AssertionError", entries, wrong)
 
 refused("RuntimeError: ConvertStringSecurityDescriptorToSecurityDescriptor (22)", "decode_sddl", "D:(A;;FA;;;ZZ)")
