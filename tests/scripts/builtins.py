@@ -107,7 +107,11 @@ fault_class("of a value", "AttributeNotFoundException", getattr, 1, "colour")
 fault_class("of a module", "AttributeError", getattr, check, "none")
 fault_class("a value takes none", "TypeError", setattr, 1, "a", 1)
 same("nothing", [lang("any", 1), tag(), type(smart_inspect("get"))], [None, None, "SmartInspectType"])
-same("memory and pools", [between(1, smart_inspect("get").memory()["resident"], most), len(smart_inspect("get").memory()["pools"])], [1, 10])
+inspected = smart_inspect("get")
+same("memory and pools", [between(1048576, inspected.memory()["resident"], most), len(inspected.memory()["pools"])], [1, 10])
+same("modules and threads", [between(0, inspected.modules()["ipe"].index("re"), 100), inspected.threads()["maximum"]], [1, 256])
+fault_class("no spell", "AttributeNotFoundException", getattr, inspected, "spell")
+fault_class("only got", "RuntimeError", smart_inspect, "set")
 
 # What the interpreter tells of itself
 def caller():
@@ -160,21 +164,42 @@ for i in [0, 1]:
     global_qpush("q", [i])
 
 same("the oldest first", [global_qempty("q"), global_qpop("q"), global_qpush("q", "last"), global_qpop("q"), global_qpop("q"), global_qpop("q")], [2, [0], None, [1], "last", None])
+interpreter("global_set", "colour", [1])
+snapshot = interpreter("global")
+snapshot["colour"] = 2
+same("a snapshot of all", [global_get("colour"), interpreter("global")["colour"]], [[1], [1]])
+
+# An operation, what it gives, and the value of the name behind it
 do = global_execute
-global_set("limit", 2)
-same("counters", [do("inc", "n"), do("inc", "n"), do("dec", "n"), do("inc_less_than", "n", "limit"), do("inc_less_than", "n", "limit"), global_get("n")], [1, 2, 1, True, False, 2])
-do("set_if_exists", "none", 1)
-do("set_if_exists", "n", 9)
-same("set_if_exists", [global_get("none", None), global_get("n")], [None, 9])
-do("list_append", "l", 1)
-do("list_append", "l", 1)
-same("lists", [do("list_remove", "l", 1), global_get("l"), do("list_remove", "l", 7)], [True, [1], False])
-do("dict_list_append", "d", "k", 3)
-same("lists in dicts", [do("dict_get", "d", "k", None), do("dict_list_remove", "d", "k", 3), do("dict_get", "d", "z", 4)], [[3], True, 4])
-do("dict_item_add", "d", "sum", 5)
-do("dict_item_add", "d", "sum", -2)
-do("dict_del", "d", "k")
-do("bulk_set", {"b1": 1, "b2": []})
-same("dicts", [do("dict_get", "d", "sum", 0), do("dict_keys", "d"), do("dict_keys", "nowhere"), global_get("b1")], [3, ["sum"], [], 1])
-fault_class("no such operation", "RuntimeError", do, "explode")
+global_set("limit", 3)
+for words, result, left in [(["inc", "n"], 1, 1), (["inc", "n"], 2, 2), (["dec", "m"], -1, -1), (["inc_less_than", "n", "limit"], True, 3), (["inc_less_than", "n", "limit"], False, 3), (["inc_less_than", "new", "absent"], False, None), (["set_if_exists", "new", 1], False, None), (["set_if_exists", "n", "text"], True, "text")]:
+    same(words[0], [do(*words), global_get(words[1], None)], [result, left])
+
+for words, result, left in [(["list_append", "l", 1], None, [1]), (["list_append", "l", 2], None, [1, 2]), (["list_append", "l", 1], None, [1, 2, 1]), (["list_remove", "l", 1], True, [2, 1]), (["list_remove", "l", 9], False, [2, 1]), (["list_remove", "no list", 9], False, None)]:
+    same(words[0], [do(*words), global_get(words[1], None)], [result, left])
+
+for words, result, left in [(["dict_list_append", "d", "k", "v"], None, {"k": ["v"]}), (["dict_list_remove", "d", "other", "v"], False, {"k": ["v"]}), (["dict_list_remove", "d", "k", "v"], True, {"k": []}), (["dict_get", "d", "none", 7], 7, {"k": []}), (["dict_get", "nobody", "none"], None, None), (["dict_del", "d", "k"], None, {}), (["dict_del", "nobody", "k"], None, None), (["dict_item_add", "d", 4, 150], 150, {4: 150}), (["dict_item_add", "d", 4, -1], 149, {4: 149}), (["dict_keys", "d"], [4], {4: 149}), (["dict_keys", "nobody"], [], None)]:
+    same(words[0], [do(*words), global_get(words[1], None)], [result, left])
+
+same("bulk_set", [do("bulk_set", {"b1": 1, "b2": []}), global_get("b1"), global_get("b2")], [None, 1, []])
+global_set("i", most)
+global_set("s", "x")
+for words, error in [(["inc", "i"], "SafeIntArithmeticOverflow: "), (["inc", "s"], "TypeError: Require a 'IntType' but given a 'StringType'"), (["dict_set", "i", "k", "v"], "TypeError: Require a 'DictType' but given a 'IntType'"), (["list_append", "i", "v"], "TypeError: Require a 'ListType' but given a 'IntType'"), (["bulk_set", "v"], "TypeError: Require a 'DictType' but given a 'StringType'"), (["inc"], "TypeError: inc requires 1 arguments, 0 given"), (["frob"], "RuntimeError: Unknown store operation frob")]:
+    fault(words[0], error, do, *words)
+
+same("what was refused is not done", global_get("i"), most)
+
+# Tuples that scripts put where a queue is expected
+def pop(value):
+    global_set("q", value)
+    return global_qpop("q")
+
+def push(value):
+    global_set("q", value)
+    global_qpush("q", "v")
+
+fault("a short one", "IndexError: tuple index out of range", pop, (1))
+fault("no entries", "TypeError: Require a 'DictType' but given a 'IntType'", push, (1, 2, 3))
+fault("full", "SafeIntArithmeticOverflow: ", push, (0, most, {}))
+same("an entry that is missing", pop((0, most, {})), None)
 sys_exit()
