@@ -19,7 +19,16 @@ same("case, split, join", [lower("ÄB"), upper("ab"), split("a,b;c", ",;"), spli
 fault_class("join of a tuple", "TypeError", join, (), "")
 same("wildmatch: the pattern comes first", [wildmatch("a*C", "ABC"), wildmatch("ABC", "a*C")], [True, False])
 same("translate", translate(["x\[key,plain] y", 1]), ["xplain y", 1])
-same("metaphone", [metaphone("Knight"), metaphone("Thompson"), metaphone("12")], ["NT", "0MPSN", ""])
+for text, pattern, fits in [("é", "?", True), ("STRAßE😀", "straß?*", True), ("ÄÖ", "*ö", True), ("x\xffy", "x?Y", True), ("x\xffy", "*\xffy", True), ("x\xfey", "x\xffy", False), ("xÿy", "x\xffy", False)]:
+    same("beyond ASCII", wildmatch(pattern, text), fits)
+
+for words, keys in [("Knight,Thompson,Xavier,White,Wright,Gnome,Aeon,Science", "NT,0MPSN,SFR,WT,RT,NM,EN,SSNS"), ("school,escher,church,chrome,nation,phone,edge,sign,match", "SXL,ESKR,XRX,KRM,NXN,FN,EJ,SN,MTX"), ("matching,the,fox,lamb,quick,vision,signed,hello,x-ray!,special", "MXNK,0,FKS,LM,KK,FXN,SNT,HL,SR,SPXL")]:
+    found = []
+    for word in words.split(","):
+        found.append(metaphone(word))
+    same("metaphone", found.join(","), keys)
+
+same("metaphone of little and of much", [metaphone(""), metaphone("123"), metaphone("S"), metaphone("n" * 5000), len(metaphone("xb" * 1000))], ["", "", "", "N", 127])
 
 # Codecs
 same("md5", [md5(""), md5("message digest")], ["d41d8cd98f00b204e9800998ecf8427e", "f96b697d7cb7938d525a2f31aaf161d0"])
@@ -55,14 +64,22 @@ unicode_flags(1)
 same("unless the thread sanitizes", [unicode_flags(), unicode_utf32("\xc3(")], [1, [1114096, 50, 67, 51, 40]])
 unicode_flags(0)
 same("names of files", [uep("a:b?c/d\\e. "), udp(uep("a:b?c/d\\e. ")), udp("\xef\x80\xab\xef\x80\xae"), udp(5000)], ["a:b\xef\x80\xa5c\xef\x80\xa2d\xef\x80\xa6e.\xef\x80\xa8", "a:b?c/d\\e. ", ":~", 5000])
+same("XML of all that is not plain", xep("a\"&'<>\x01\x1f*,/:;?\\|~\x7fä"), "a&quot;&amp;&apos;&lt;&gt;&#1;&#31;&#42;&#44;&#47;&#58;&#59;&#63;&#92;&#124;&#126;\x7fä")
 same("XML", [xep("<a href=\"x\">&'"), xep("a/b", "/", "-"), xep("abc", "ab", "<"), xep("éx", "é", "€")], ["&lt;a href=&quot;x&quot;&gt;&amp;&apos;", "a-b", "&lt;bc", "€x"])
 for plain in ["<&>\"'", "a*b,c/d:e;f?g\\h|i~", "tab\tline\n", "€", ""]:
     same("XML there and back", xdp(xep(plain)), plain)
 
 same("codes in XML", xdp("&#8364;&nbsp;"), "€&nbsp;")
 fault_class("a text is wanted", "TypeError", xep, 12)
+zeros = "0" * 30
+same("leading zeros", xdp("&#" + zeros + "65;"), "A")
+fault("too many", "RuntimeError: Malformed character reference", xdp, "&#" + zeros + "065;")
 fault("an open code", "RuntimeError: Malformed character reference", xdp, "&#12")
-fault("code zero", "RuntimeError: Illegal value", xdp, "&#0;")
+for code in ["0", "-1", "", "x41"]:
+    fault("code " + code, "RuntimeError: Illegal value", xdp, "&#" + code + ";")
+
+for code in ["55296", "1114112", "4294967361", "99999999999999999999999999"]:
+    fault("code " + code, "UnicodeError: Illegal Unicode 1", xdp, "&#" + code + ";")
 
 # Time
 now = maketime("20240229123456")
