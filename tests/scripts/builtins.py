@@ -195,13 +195,17 @@ for words, result, left in [(["inc", "n"], 1, 1), (["inc", "n"], 2, 2), (["dec",
 for words, result, left in [(["list_append", "l", 1], None, [1]), (["list_append", "l", 2], None, [1, 2]), (["list_append", "l", 1], None, [1, 2, 1]), (["list_remove", "l", 1], True, [2, 1]), (["list_remove", "l", 9], False, [2, 1]), (["list_remove", "no list", 9], False, None)]:
     same(words[0], [do(*words), global_get(words[1], None)], [result, left])
 
-for words, result, left in [(["dict_list_append", "d", "k", "v"], None, {"k": ["v"]}), (["dict_list_remove", "d", "other", "v"], False, {"k": ["v"]}), (["dict_list_remove", "d", "k", "v"], True, {"k": []}), (["dict_get", "d", "none", 7], 7, {"k": []}), (["dict_get", "nobody", "none"], None, None), (["dict_del", "d", "k"], None, {}), (["dict_del", "nobody", "k"], None, None), (["dict_item_add", "d", 4, 150], 150, {4: 150}), (["dict_item_add", "d", 4, -1], 149, {4: 149}), (["dict_keys", "d"], [4], {4: 149}), (["dict_keys", "nobody"], [], None)]:
+rows = [(["dict_list_append", "d", "k", "v"], None, {"k": ["v"]}), (["dict_list_remove", "d", "other", "v"], False, {"k": ["v"]}), (["dict_list_remove", "d", "k", "v"], True, {"k": []}), (["dict_get", "d", "none", 7], 7, {"k": []}), (["dict_get", "nobody", "none"], None, None)]
+rows = rows + [(["dict_del", "d", "k"], None, {}), (["dict_del", "nobody", "k"], None, None), (["dict_item_add", "d", 4, 150], 150, {4: 150}), (["dict_item_add", "d", 4, -1], 149, {4: 149}), (["dict_keys", "d"], [4], {4: 149}), (["dict_keys", "nobody"], [], None)]
+for words, result, left in rows:
     same(words[0], [do(*words), global_get(words[1], None)], [result, left])
 
 same("bulk_set", [do("bulk_set", {"b1": 1, "b2": []}), global_get("b1"), global_get("b2")], [None, 1, []])
 global_set("i", most)
 global_set("s", "x")
-for words, error in [(["inc", "i"], "SafeIntArithmeticOverflow: "), (["inc", "s"], "TypeError: Require a 'IntType' but given a 'StringType'"), (["dict_set", "i", "k", "v"], "TypeError: Require a 'DictType' but given a 'IntType'"), (["list_append", "i", "v"], "TypeError: Require a 'ListType' but given a 'IntType'"), (["bulk_set", "v"], "TypeError: Require a 'DictType' but given a 'StringType'"), (["inc"], "TypeError: inc requires 1 arguments, 0 given"), (["frob"], "RuntimeError: Unknown store operation frob")]:
+rows = [(["inc", "i"], "SafeIntArithmeticOverflow: "), (["inc", "s"], "TypeError: Require a 'IntType' but given a 'StringType'"), (["dict_set", "i", "k", "v"], "TypeError: Require a 'DictType' but given a 'IntType'"), (["list_append", "i", "v"], "TypeError: Require a 'ListType' but given a 'IntType'")]
+rows = rows + [(["bulk_set", "v"], "TypeError: Require a 'DictType' but given a 'StringType'"), (["inc"], "TypeError: inc requires 1 arguments, 0 given"), (["frob"], "RuntimeError: Unknown store operation frob")]
+for words, error in rows:
     fault(words[0], error, do, *words)
 
 same("what was refused is not done", global_get("i"), most)

@@ -48,7 +48,9 @@ same("markers stay", "${a}".substitute({"a": text}), "\x01\xef\x80\x90/\xef\x80\
 damage = "\xf4\x8f\xbf\xb0"
 begin = "\xf4\x8f\xbf\xb2"
 end = "\xf4\x8f\xbf\xb3"
-for text, value, want in [("%h", "a<b>&\"", "a&lt;b&gt;&amp;\""), ("%h", "\xef\x80\xa3script\xef\x80\xa4", "&lt;script&gt;"), ("%,h", "a.b<", "a<wbr />.b<wbr />&lt;"), ("%,-h", "a.b", "a.b"), ("%h", damage + "2C3(", "<b>[</b><i><font color=\"red\">C3</font></i><b>]</b>("), ("%-h", damage + "2C3(", "<strike>C3</strike>("), ("%-h", damage + "2<", "<strike>&lt;</strike>"), ("%h", "x" + damage, "x"), ("%h", damage + "2", ""), ("%h", damage + "9y", "y"), ("%h", begin + "Ca" + end + "C" + begin + "Vb" + end + "V" + begin + "Xc" + begin, "<span class=\"ctag\">a</span><span class=\"vtag\">b</span>c"), ("[%6h][%-4h][%,9h]", ["<>", "<", "."], "[&lt;&gt;    ][   &lt;][<wbr />. ]")]:
+rows = [("%h", "a<b>&\"", "a&lt;b&gt;&amp;\""), ("%h", "\xef\x80\xa3script\xef\x80\xa4", "&lt;script&gt;"), ("%,h", "a.b<", "a<wbr />.b<wbr />&lt;"), ("%,-h", "a.b", "a.b"), ("%h", damage + "2C3(", "<b>[</b><i><font color=\"red\">C3</font></i><b>]</b>("), ("%-h", damage + "2C3(", "<strike>C3</strike>("), ("%-h", damage + "2<", "<strike>&lt;</strike>")]
+rows = rows + [("%h", "x" + damage, "x"), ("%h", damage + "2", ""), ("%h", damage + "9y", "y"), ("%h", begin + "Ca" + end + "C" + begin + "Vb" + end + "V" + begin + "Xc" + begin, "<span class=\"ctag\">a</span><span class=\"vtag\">b</span>c"), ("[%6h][%-4h][%,9h]", ["<>", "<", "."], "[&lt;&gt;    ][   &lt;][<wbr />. ]")]
+for text, value, want in rows:
     same(text, format(text, value), want)
 
 # Dollars

@@ -109,7 +109,9 @@ def fields(action, *rest):
 
 lua.setglobal("failing", failing)
 same("an error's place", fields(execute, "x = 1\n  error('bad')"), ["bad", "2", "  error('bad')"])
-for text, message, line, code in [("local x\r\n  x()\r\nx = 1", "attempt to call local 'x' (a nil value)", "2", "  x()"), ("x = = 1", "unexpected symbol near '='", "1", "x = = 1"), ("error('at 10:20: noon', 0)", "at 10:20: noon", "", ""), ("error({})", "(error object is a table value)", "", ""), ("error()", "(error object is a nil value)", "", ""), ("error(setmetatable({}, {__tostring = function() return 'own' end}))", "own", "", ""), ("error(setmetatable({}, {__tostring = function() error('twice', 0) end}))", "twice", "", ""), ("\nerror(select(2, load('\\nx x')), 0)", "syntax error near 'x'", "2", "")]:
+rows = [("local x\r\n  x()\r\nx = 1", "attempt to call local 'x' (a nil value)", "2", "  x()"), ("x = = 1", "unexpected symbol near '='", "1", "x = = 1"), ("error('at 10:20: noon', 0)", "at 10:20: noon", "", ""), ("error({})", "(error object is a table value)", "", ""), ("error()", "(error object is a nil value)", "", "")]
+rows = rows + [("error(setmetatable({}, {__tostring = function() return 'own' end}))", "own", "", ""), ("error(setmetatable({}, {__tostring = function() error('twice', 0) end}))", "twice", "", ""), ("\nerror(select(2, load('\\nx x')), 0)", "syntax error near 'x'", "2", "")]
+for text, message, line, code in rows:
     same("an error's fields", fields(execute, text), [message, line, code])
 
 fault("its message", "LuaInterpreterException: bad [1: error('bad')]", execute, "error('bad')")
@@ -132,7 +134,9 @@ for text, message in [("kwargs()", "kwargs expects exactly 1 argument (received 
 gives("ipesplit", "#ipesplit('a,b,,c', ','), ipesplit('a,b,,c', ',')", 4, ["a", "b", "", "c"])
 
 # What texts may not do
-for part, text in [("os.exit is not available", "os.exit(3)"), ("can only ask", "os.setlocale('C')"), ("binary chunk", "assert(load('\\27Lua', 'n', 'b'))"), ("binary chunk", "\x1bLua"), ("__gc", "setmetatable({}, {__gc = true})"), ("module 'no.such.module' not found", "require 'no.such.module'"), ("not enough memory", "local s = string.rep('x', 2^30) return #s"), ("not enough memory", "local s = 'x' while true do s = s .. s end")]:
+rows = [("os.exit is not available", "os.exit(3)"), ("can only ask", "os.setlocale('C')"), ("binary chunk", "assert(load('\\27Lua', 'n', 'b'))"), ("binary chunk", "\x1bLua"), ("__gc", "setmetatable({}, {__gc = true})")]
+rows = rows + [("module 'no.such.module' not found", "require 'no.such.module'"), ("not enough memory", "local s = string.rep('x', 2^30) return #s"), ("not enough memory", "local s = 'x' while true do s = s .. s end")]
+for part, text in rows:
     refused(part, text)
 
 gives("libraries are cut", "type(os.setlocale()), debug.sethook, debug.getregistry, debug.setmetatable, require('debug') == debug, package.loadlib", "string", None, None, None, True, None)
@@ -151,13 +155,21 @@ same("luasql", execute("local c = require 'luasql.sqlite3'.sqlite3():connect(':m
 
 # string.pack
 execute("function hex(s) return (s:gsub('.', function(c) return ('%02x'):format(c:byte()) end)) end")
-for text, want in [("hex(string.pack('<i4 >i4 b', 1, -2, -128))", "01000000fffffffe80"), ("hex(('>I3 s1 z c3'):pack(0x10203, 'ab', 'c', 'd'))", "0102030261626300640000"), ("hex(string.pack('<!4 b i4 !2 Xi8 b x', 1, 2, 3))", "01000000020000000300"), ("hex(string.pack('>d f', 1.5, -2))", "3ff8000000000000c0000000"), ("hex(string.pack('<i16 >I10', -2, 258))", "feffffffffffffffffffffffffffffff00000000000000000102"), ("hex(string.pack('<J j', 2^64 - 2048, -2^63))", "00f8ffffffffffff0000000000000080"), ("string.packsize('<!8 b d i2 c5 =h')", 26), ("table.concat({string.unpack('<i2 >I2 z s1 B', string.pack('<i2 >I2 z s1 B', -5, 65535, 'q', 'rs', 255))}, ' ')", "-5 65535 q rs 255 11"), ("table.concat({string.unpack('<i16 !4 i4', string.pack('<i16 !4 i4', -7, 9))}, ' ')", "-7 9 21"), ("table.concat({string.unpack('b', 'abc', -1)}, ' ')", "99 4"), ("string.unpack('', 'abc', 4)", 4), ("(string.unpack('<f', string.pack('<f', 0.5)))", 0.5), ("(string.unpack('<J', ('\\255'):rep(8))) == 2^64", True)]:
+rows = [("hex(string.pack('<i4 >i4 b', 1, -2, -128))", "01000000fffffffe80"), ("hex(('>I3 s1 z c3'):pack(0x10203, 'ab', 'c', 'd'))", "0102030261626300640000"), ("hex(string.pack('<!4 b i4 !2 Xi8 b x', 1, 2, 3))", "01000000020000000300"), ("hex(string.pack('>d f', 1.5, -2))", "3ff8000000000000c0000000"), ("hex(string.pack('<i16 >I10', -2, 258))", "feffffffffffffffffffffffffffffff00000000000000000102")]
+rows = rows + [("hex(string.pack('<J j', 2^64 - 2048, -2^63))", "00f8ffffffffffff0000000000000080"), ("string.packsize('<!8 b d i2 c5 =h')", 26), ("table.concat({string.unpack('<i2 >I2 z s1 B', string.pack('<i2 >I2 z s1 B', -5, 65535, 'q', 'rs', 255))}, ' ')", "-5 65535 q rs 255 11"), ("table.concat({string.unpack('<i16 !4 i4', string.pack('<i16 !4 i4', -7, 9))}, ' ')", "-7 9 21")]
+rows = rows + [("table.concat({string.unpack('b', 'abc', -1)}, ' ')", "99 4"), ("string.unpack('', 'abc', 4)", 4), ("(string.unpack('<f', string.pack('<f', 0.5)))", 0.5), ("(string.unpack('<J', ('\\255'):rep(8))) == 2^64", True)]
+for text, want in rows:
     same(text, execute("return " + text), want)
 
-for text, part in [("pack('i1', 128)", "integer overflow"), ("pack('B', -1)", "unsigned overflow"), ("pack('i4', 1.5)", "number has no integer representation"), ("pack('j', 2^63)", "number has no integer representation"), ("pack('i4')", "number expected, got nil"), ("pack('i17', 1)", "out of limits [1,16]"), ("pack('s1', ('x'):rep(256))", "string length does not fit in given size"), ("pack('c2', 'abc')", "string longer than given size"), ("pack('z', 'a\\0b')", "string contains zeros"), ("pack('c', '')", "missing size for format option 'c'"), ("pack('y')", "invalid format option 'y'"), ("pack('Xz')", "invalid next option for option 'X'"), ("pack('!3 i4', 1)", "not power of 2"), ("pack('c99999999999', '')", "too large")]:
+rows = [("pack('i1', 128)", "integer overflow"), ("pack('B', -1)", "unsigned overflow"), ("pack('i4', 1.5)", "number has no integer representation"), ("pack('j', 2^63)", "number has no integer representation"), ("pack('i4')", "number expected, got nil")]
+rows = rows + [("pack('i17', 1)", "out of limits [1,16]"), ("pack('s1', ('x'):rep(256))", "string length does not fit in given size"), ("pack('c2', 'abc')", "string longer than given size"), ("pack('z', 'a\\0b')", "string contains zeros"), ("pack('c', '')", "missing size for format option 'c'")]
+rows = rows + [("pack('y')", "invalid format option 'y'"), ("pack('Xz')", "invalid next option for option 'X'"), ("pack('!3 i4', 1)", "not power of 2"), ("pack('c99999999999', '')", "too large")]
+for text, part in rows:
     refused(part, "string." + text)
 
-for text, part in [("packsize('s')", "variable-length format"), ("packsize('c999999999999999999999')", "too large"), ("unpack('i4', 'abc')", "data string too short"), ("unpack('i4', 'abcd', 6)", "initial position out of string"), ("unpack('i4', 'abcd', 0/0)", "initial position out of string"), ("unpack('z', 'abc')", "unfinished string for format 'z'"), ("unpack('s8', ('\\255'):rep(8))", "data string too short"), ("unpack('<i16', ('\\1'):rep(16))", "16-byte integer does not fit into Lua Integer")]:
+rows = [("packsize('s')", "variable-length format"), ("packsize('c999999999999999999999')", "too large"), ("unpack('i4', 'abc')", "data string too short"), ("unpack('i4', 'abcd', 6)", "initial position out of string"), ("unpack('i4', 'abcd', 0/0)", "initial position out of string")]
+rows = rows + [("unpack('z', 'abc')", "unfinished string for format 'z'"), ("unpack('s8', ('\\255'):rep(8))", "data string too short"), ("unpack('<i16', ('\\1'):rep(16))", "16-byte integer does not fit into Lua Integer")]
+for text, part in rows:
     refused(part, "string." + text)
 
 # The line of a function compiled earlier comes from the thread's texts.
