@@ -127,6 +127,13 @@ TEST(TextCodecs, TreesAndFlagsStandAsTheFormatSays) {
     EXPECT_EQ(encoded("HDA", SMF_TypeFlag, NineTags, flags), "\1\x80\1\0\1\0\2\x81\2\1\1\0"s);
 }
 
+TEST(TextCodecs, RunsHold250) {
+    // The run at the very beginning is not made longer.
+    std::vector<IPE_Object> flags(252, IPE_String("a")), paths(251, listOf({"a"}));
+    EXPECT_EQ(encoded("HDA", SMF_TypeFlag, NineTags, flags), "\1\x80\1\0\xFA\0\1\0"s);
+    EXPECT_EQ(encoded("ISB", SMF_TypeTree, Reversed, paths), "\xFA\x81\1a\x80\0\1\1\0"s);
+}
+
 // --- The dictionaries told as scans: their bytes must be those of the encoders.
 
 namespace {
