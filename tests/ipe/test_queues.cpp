@@ -1,12 +1,11 @@
 // Script queues with their workers, the script timers, the log, and all of them under stress.
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <mutex>
 #include <random>
 #include <thread>
 
+#include "../runtime/managed_threads.h"
 #include "ipe/builtins/ipe_logger.h"
 #include "ipe/language/ipe_exceptiontype.h"
 #include "ipe/language/ipe_programloader.h"
@@ -14,18 +13,10 @@
 #include "ipe/threads/ipe_thread.h"
 #include "ipe/values/ipe_exceptiondetails.h"
 #include "ipe/values/ipe_globals.h"
-#include "runtime/epa_shutdown.h"
-#include "runtime/epa_threadmanager.h"
-#include "values_testing.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-
-void untilTrue(const std::function<bool()>& condition) {
-    for (int i = 0; i < 20000 && !condition(); ++i) std::this_thread::sleep_for(1ms);
-    EXPECT_TRUE(condition());
-}
 
 std::mutex notesLock;
 std::vector<std::string> noted;
@@ -93,12 +84,12 @@ def job(job):
     get_value_from_shared_storage_on_all_passports("job")
 )";
 
-class Queues : public ValuesTest {
+class Queues : public ManagedThreads {
   protected:
     void SetUp() override {
         IPE_InitSingletons();
         IPE_SetStackReporter(IPE_ReportStack);
-        EPA_ThreadManager::create();
+        ManagedThreads::SetUp();
         IPE_StartGlobals();
         IPE_Thread::create();
         IPE_Logger::start();
@@ -112,21 +103,14 @@ class Queues : public ValuesTest {
         IPE_Logger::stop();
         IPE_Thread::destroy();
         IPE_StopGlobals();
-        EPA_ThreadManager::destroy();
-        epa_detail::running = true;
+        ManagedThreads::TearDown();
     }
     void stop() {
         request_shutdown();
         manager().stop();
         EXPECT_EQ(used(), 1);
     }
-    EPA_ThreadManager& manager() { return EPA_ThreadManager::instance(); }
     IPE_Thread& registry() { return IPE_Thread::instance(); }
-    int used() {
-        int total = 0, count = 0;
-        manager().count(total, count);
-        return count;
-    }
     IPE_ThreadQueue& queue(std::string_view name, IPE_Object settings = IPE_NewDict()) {
         return *registry().queue(name, settings).as<IPE_ThreadQueue>();
     }

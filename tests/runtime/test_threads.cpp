@@ -1,6 +1,5 @@
 // Threads, passports, gates, the stop procedure and the pulse.
 #include <atomic>
-#include <chrono>
 #include <set>
 #include <thread>
 
@@ -12,10 +11,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-void untilTrue(const std::function<bool()>& condition) {
-    while (!condition()) std::this_thread::sleep_for(1ms);
-}
-
 class Threads : public ManagedThreads {
   protected:
     void TearDown() override {
@@ -24,12 +19,6 @@ class Threads : public ManagedThreads {
         EXPECT_EQ(used(), 1);
         ManagedThreads::TearDown();
         XPK_ClearShutdownFunctions();
-    }
-    int used() {
-        int total = 0, count = 0;
-        manager().count(total, count);
-        EXPECT_EQ(total, 256);
-        return count;
     }
 };
 

@@ -19,7 +19,16 @@ same("case, split, join", [lower("ÄB"), upper("ab"), split("a,b;c", ",;"), spli
 fault_class("join of a tuple", "TypeError", join, (), "")
 same("wildmatch: the pattern comes first", [wildmatch("a*C", "ABC"), wildmatch("ABC", "a*C")], [True, False])
 same("translate", translate(["x\[key,plain] y", 1]), ["xplain y", 1])
-same("metaphone", [metaphone("Knight"), metaphone("Thompson"), metaphone("12")], ["NT", "0MPSN", ""])
+for text, pattern, fits in [("é", "?", True), ("STRAßE😀", "straß?*", True), ("ÄÖ", "*ö", True), ("x\xffy", "x?Y", True), ("x\xffy", "*\xffy", True), ("x\xfey", "x\xffy", False), ("xÿy", "x\xffy", False)]:
+    same("beyond ASCII", wildmatch(pattern, text), fits)
+
+for words, keys in [("Knight,Thompson,Xavier,White,Wright,Gnome,Aeon,Science", "NT,0MPSN,SFR,WT,RT,NM,EN,SSNS"), ("school,escher,church,chrome,nation,phone,edge,sign,match", "SXL,ESKR,XRX,KRM,NXN,FN,EJ,SN,MTX"), ("matching,the,fox,lamb,quick,vision,signed,hello,x-ray!,special", "MXNK,0,FKS,LM,KK,FXN,SNT,HL,SR,SPXL")]:
+    found = []
+    for word in words.split(","):
+        found.append(metaphone(word))
+    same("metaphone", found.join(","), keys)
+
+same("metaphone of little and of much", [metaphone(""), metaphone("123"), metaphone("S"), metaphone("n" * 5000), len(metaphone("xb" * 1000))], ["", "", "", "N", 127])
 
 # Codecs
 same("md5", [md5(""), md5("message digest")], ["d41d8cd98f00b204e9800998ecf8427e", "f96b697d7cb7938d525a2f31aaf161d0"])
@@ -55,14 +64,22 @@ unicode_flags(1)
 same("unless the thread sanitizes", [unicode_flags(), unicode_utf32("\xc3(")], [1, [1114096, 50, 67, 51, 40]])
 unicode_flags(0)
 same("names of files", [uep("a:b?c/d\\e. "), udp(uep("a:b?c/d\\e. ")), udp("\xef\x80\xab\xef\x80\xae"), udp(5000)], ["a:b\xef\x80\xa5c\xef\x80\xa2d\xef\x80\xa6e.\xef\x80\xa8", "a:b?c/d\\e. ", ":~", 5000])
+same("XML of all that is not plain", xep("a\"&'<>\x01\x1f*,/:;?\\|~\x7fä"), "a&quot;&amp;&apos;&lt;&gt;&#1;&#31;&#42;&#44;&#47;&#58;&#59;&#63;&#92;&#124;&#126;\x7fä")
 same("XML", [xep("<a href=\"x\">&'"), xep("a/b", "/", "-"), xep("abc", "ab", "<"), xep("éx", "é", "€")], ["&lt;a href=&quot;x&quot;&gt;&amp;&apos;", "a-b", "&lt;bc", "€x"])
 for plain in ["<&>\"'", "a*b,c/d:e;f?g\\h|i~", "tab\tline\n", "€", ""]:
     same("XML there and back", xdp(xep(plain)), plain)
 
 same("codes in XML", xdp("&#8364;&nbsp;"), "€&nbsp;")
 fault_class("a text is wanted", "TypeError", xep, 12)
+zeros = "0" * 30
+same("leading zeros", xdp("&#" + zeros + "65;"), "A")
+fault("too many", "RuntimeError: Malformed character reference", xdp, "&#" + zeros + "065;")
 fault("an open code", "RuntimeError: Malformed character reference", xdp, "&#12")
-fault("code zero", "RuntimeError: Illegal value", xdp, "&#0;")
+for code in ["0", "-1", "", "x41"]:
+    fault("code " + code, "RuntimeError: Illegal value", xdp, "&#" + code + ";")
+
+for code in ["55296", "1114112", "4294967361", "99999999999999999999999999"]:
+    fault("code " + code, "UnicodeError: Illegal Unicode 1", xdp, "&#" + code + ";")
 
 # Time
 now = maketime("20240229123456")
@@ -107,7 +124,11 @@ fault_class("of a value", "AttributeNotFoundException", getattr, 1, "colour")
 fault_class("of a module", "AttributeError", getattr, check, "none")
 fault_class("a value takes none", "TypeError", setattr, 1, "a", 1)
 same("nothing", [lang("any", 1), tag(), type(smart_inspect("get"))], [None, None, "SmartInspectType"])
-same("memory and pools", [between(1, smart_inspect("get").memory()["resident"], most), len(smart_inspect("get").memory()["pools"])], [1, 10])
+inspected = smart_inspect("get")
+same("memory and pools", [between(1048576, inspected.memory()["resident"], most), len(inspected.memory()["pools"])], [1, 10])
+same("modules and threads", [between(0, inspected.modules()["ipe"].index("re"), 100), inspected.threads()["maximum"]], [1, 256])
+fault_class("no spell", "AttributeNotFoundException", getattr, inspected, "spell")
+fault_class("only got", "RuntimeError", smart_inspect, "set")
 
 # What the interpreter tells of itself
 def caller():
@@ -160,21 +181,46 @@ for i in [0, 1]:
     global_qpush("q", [i])
 
 same("the oldest first", [global_qempty("q"), global_qpop("q"), global_qpush("q", "last"), global_qpop("q"), global_qpop("q"), global_qpop("q")], [2, [0], None, [1], "last", None])
+interpreter("global_set", "colour", [1])
+snapshot = interpreter("global")
+snapshot["colour"] = 2
+same("a snapshot of all", [global_get("colour"), interpreter("global")["colour"]], [[1], [1]])
+
+# An operation, what it gives, and the value of the name behind it
 do = global_execute
-global_set("limit", 2)
-same("counters", [do("inc", "n"), do("inc", "n"), do("dec", "n"), do("inc_less_than", "n", "limit"), do("inc_less_than", "n", "limit"), global_get("n")], [1, 2, 1, True, False, 2])
-do("set_if_exists", "none", 1)
-do("set_if_exists", "n", 9)
-same("set_if_exists", [global_get("none", None), global_get("n")], [None, 9])
-do("list_append", "l", 1)
-do("list_append", "l", 1)
-same("lists", [do("list_remove", "l", 1), global_get("l"), do("list_remove", "l", 7)], [True, [1], False])
-do("dict_list_append", "d", "k", 3)
-same("lists in dicts", [do("dict_get", "d", "k", None), do("dict_list_remove", "d", "k", 3), do("dict_get", "d", "z", 4)], [[3], True, 4])
-do("dict_item_add", "d", "sum", 5)
-do("dict_item_add", "d", "sum", -2)
-do("dict_del", "d", "k")
-do("bulk_set", {"b1": 1, "b2": []})
-same("dicts", [do("dict_get", "d", "sum", 0), do("dict_keys", "d"), do("dict_keys", "nowhere"), global_get("b1")], [3, ["sum"], [], 1])
-fault_class("no such operation", "RuntimeError", do, "explode")
+global_set("limit", 3)
+for words, result, left in [(["inc", "n"], 1, 1), (["inc", "n"], 2, 2), (["dec", "m"], -1, -1), (["inc_less_than", "n", "limit"], True, 3), (["inc_less_than", "n", "limit"], False, 3), (["inc_less_than", "new", "absent"], False, None), (["set_if_exists", "new", 1], False, None), (["set_if_exists", "n", "text"], True, "text")]:
+    same(words[0], [do(*words), global_get(words[1], None)], [result, left])
+
+for words, result, left in [(["list_append", "l", 1], None, [1]), (["list_append", "l", 2], None, [1, 2]), (["list_append", "l", 1], None, [1, 2, 1]), (["list_remove", "l", 1], True, [2, 1]), (["list_remove", "l", 9], False, [2, 1]), (["list_remove", "no list", 9], False, None)]:
+    same(words[0], [do(*words), global_get(words[1], None)], [result, left])
+
+rows = [(["dict_list_append", "d", "k", "v"], None, {"k": ["v"]}), (["dict_list_remove", "d", "other", "v"], False, {"k": ["v"]}), (["dict_list_remove", "d", "k", "v"], True, {"k": []}), (["dict_get", "d", "none", 7], 7, {"k": []}), (["dict_get", "nobody", "none"], None, None)]
+rows = rows + [(["dict_del", "d", "k"], None, {}), (["dict_del", "nobody", "k"], None, None), (["dict_item_add", "d", 4, 150], 150, {4: 150}), (["dict_item_add", "d", 4, -1], 149, {4: 149}), (["dict_keys", "d"], [4], {4: 149}), (["dict_keys", "nobody"], [], None)]
+for words, result, left in rows:
+    same(words[0], [do(*words), global_get(words[1], None)], [result, left])
+
+same("bulk_set", [do("bulk_set", {"b1": 1, "b2": []}), global_get("b1"), global_get("b2")], [None, 1, []])
+global_set("i", most)
+global_set("s", "x")
+rows = [(["inc", "i"], "SafeIntArithmeticOverflow: "), (["inc", "s"], "TypeError: Require a 'IntType' but given a 'StringType'"), (["dict_set", "i", "k", "v"], "TypeError: Require a 'DictType' but given a 'IntType'"), (["list_append", "i", "v"], "TypeError: Require a 'ListType' but given a 'IntType'")]
+rows = rows + [(["bulk_set", "v"], "TypeError: Require a 'DictType' but given a 'StringType'"), (["inc"], "TypeError: inc requires 1 arguments, 0 given"), (["frob"], "RuntimeError: Unknown store operation frob")]
+for words, error in rows:
+    fault(words[0], error, do, *words)
+
+same("what was refused is not done", global_get("i"), most)
+
+# Tuples that scripts put where a queue is expected
+def pop(value):
+    global_set("q", value)
+    return global_qpop("q")
+
+def push(value):
+    global_set("q", value)
+    global_qpush("q", "v")
+
+fault("a short one", "IndexError: tuple index out of range", pop, (1))
+fault("no entries", "TypeError: Require a 'DictType' but given a 'IntType'", push, (1, 2, 3))
+fault("full", "SafeIntArithmeticOverflow: ", push, (0, most, {}))
+same("an entry that is missing", pop((0, most, {})), None)
 sys_exit()

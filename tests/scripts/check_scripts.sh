@@ -18,7 +18,7 @@ for name in "$@"; do
   : >"$scratch/bad/plain"
   : >"$scratch/bad/"$'latin\xe4'
   : >"$scratch/bad/back\\slash"
-  QUILL_SCRATCH=$scratch QUILL_SCRIPTS=$here QUILL_CHECK=$here/lib/check.py LC_ALL=C.UTF-8 TZ=Europe/Berlin \
+  QUILL_SCRATCH=$scratch QUILL_SCRIPTS=$here QUILL_CHECK=$here/lib/check.py LC_ALL=C.UTF-8 TZ=CET-1CEST,M3.5.0,M10.5.0/3 \
     timeout 120 "$server" --custom "$here/$name.py" </dev/null 2>"$work/$name.err" | tr -d '\r' >"$work/$name.got"
   code=${PIPESTATUS[0]}
   count=$((count + 1))

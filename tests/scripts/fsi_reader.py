@@ -3,7 +3,7 @@
 class startup_custom:
 
 interpreter("load", fs("get_env", "QUILL_CHECK"))
-import check
+from check import *
 import smf.writer, fsi.reader, fsi.reader.table, ipe.lua
 
 path = fs("get_env", "QUILL_SCRATCH") + "/census.dat"
@@ -32,28 +32,21 @@ def api_call(call, *rest):
 host = ipe.lua.create()
 host.setglobal("api_call", api_call)
 reader = fsi.reader.create({"fsi": path, "epoch": 2024}, host)
-print reader.tables()
+same("tables", reader.tables(), ["Order", "Buyer"])
 orders = reader.table("Order")
+told = []
 for column in orders.get_header():
-    print column["name"], column["type"], column["style"]
-print orders.pump(batch=2)
-print orders.record_as_list(), orders.record_as_dict()["Buyer"]
+    told.append([column["name"], column["type"], column["style"]])
+
+same("columns that exist, with their styles", told, [["Price", "I64", "bytes"], ["Buyer", "String", ""]])
+same("rows, and what the last one is", [orders.pump(batch=2), orders.record_as_list(), orders.record_as_dict()["Buyer"]], [[[1000, "anna"], [2000, "bert"]], [3000, ""], ""])
 orders.next()
-print orders.pump(batch=10), orders.pump(batch=10), orders.pump(batch=0)
+same("to the end", [orders.pump(batch=10), orders.pump(batch=10), orders.pump(batch=0)], [[[4000, "anna"], [5000, "bert"]], [], []])
 orders.seek(1)
-print orders.record_as_list(batch=1)
-print reader.table("Census").pump(batch=5)
-try:
-    reader.table("None")
-except DatabaseError, e:
-    lines = e.decode.split("\n")
-    print e.raised, lines[0]
-# Without a host every stored column is there.
-print fsi.reader.create({"fsi": path}).table("Order").pump(batch=1)
-try:
-    fsi.reader.table.create().get_header()
-except DatabaseError, e:
-    lines = e.decode.split("\n")
-    print e.raised, lines[0]
+same("a list of rows", orders.record_as_list(batch=1), [[1000, "anna"]])
+same("a virtual table", reader.table("Census").pump(batch=5), [[2024]])
+fault("no such table", "DatabaseError: No physical or logical table named None", reader.table, "None")
+same("without a host every stored column is there", fsi.reader.create({"fsi": path}).table("Order").pump(batch=1), [[1, 1, 1000]])
+fault("a table of no reader", "DatabaseError: Not connected", fsi.reader.table.create().get_header)
 reader.close("")
-print reader.tables()
+same("no tables", reader.tables(), [])

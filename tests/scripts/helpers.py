@@ -40,20 +40,24 @@ fault("no census", "KeyError: fsi", helper.path_names.call, "run", {})
 fault_class("a census that is not there", "IOError", helper.path_names.call, "run", {"fsi": path + "x"})
 
 # What a table of an index holds, by columns.
-def show(file, name, columns):
+def rows(file, name, columns):
+    rows = []
     reader = smf.reader.create()
     reader.open(path + file)
     table = reader.table(name)
     for n in range(1, table.rows() + 1):
         table.seek(n - 1)
-        line = ""
+        row = []
         for column in columns:
-            line = line + " " + column + "=" + str(table.get(column))
-        print name + line
+            row.append(table.get(column))
+        rows.append(row)
     reader.close()
+    return rows
 
-show(":~FD~V.SMF", "-PathJump", ["Depth", "Index"])
-for level in ["_PI000", "_PI001", "_PI002"]:
-    show(":~FD~V.SMF", level, ["Name", "PathIndex", "PathFiles", "TreeFiles", "TreeSize", "TreePaths", "ChildIndex", "ChildCount", "FileIndex"])
-show(":~PD~V~DATA.SMF", "PathName", ["Number", "Owner", "Levels", "Length", "Path"])
-show(":~UD~V.SMF", "Entity", ["Number", "Shown", "Security"])
+level = ["Name", "PathIndex", "PathFiles", "TreeFiles", "TreeSize", "TreePaths", "ChildIndex", "ChildCount", "FileIndex"]
+same("the jumps", rows(":~FD~V.SMF", "-PathJump", ["Depth", "Index"]), [[0, 1], [1, 1], [2, 1], [1, 2]])
+same("the root", rows(":~FD~V.SMF", "_PI000", level), [["/", 1, 1, 3, 60, 3, 1, 2, 1]])
+same("its children", rows(":~FD~V.SMF", "_PI001", level), [["usr", 2, 0, 2, 50, 1, 1, 1, 2], ["srv", 4, 0, 0, 0, 0, 2, 0, 4]])
+same("theirs", rows(":~FD~V.SMF", "_PI002", level), [["lib", 3, 2, 2, 50, 0, 1, 0, 2]])
+same("the texts", rows(":~PD~V~DATA.SMF", "PathName", ["Number", "Owner", "Levels", "Length", "Path"]), [[1, 1, 1, 6, "/data/"], [2, 1, 2, 10, "/data/usr/"], [3, 2, 3, 14, "/data/usr/lib/"], [4, 1, 2, 10, "/data/srv/"]])
+same("the users", rows(":~UD~V.SMF", "Entity", ["Number", "Shown", "Security"]), [[1, "root!", ""]])

@@ -47,6 +47,10 @@ same("packed is shorter", shorter(packed, repr(data)), "shorter")
 same("the value of a keyword counts", repr(data, json=0), repr(data))
 same("unpacked by keyword", eval(packed, zlib=1), data)
 same("unpacked by its mark", eval("~" + packed), data)
+for text in ["", "z" * 500000]:
+    packed = repr(text, zlib=1)
+    same("the shortest and a long one", [eval(packed, zlib=1), eval("~" + packed)], [text, text])
+
 fault_class("a damaged packed text", "AssertionError", eval, "~AAAAAAAA")
 fault_class("a packed text of nothing", "AssertionError", eval, "~")
 fault_class("no Base64", "AssertionError", eval, "~ä!?")

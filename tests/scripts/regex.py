@@ -36,8 +36,43 @@ def broken(pattern, **options):
     try:
         ipe.re.compile(pattern, **options)
     except RuntimeError, e:
-        return e.decode[:29]
+        return [e.decode[:29], e.numbers["pcre_erroroffset"]]
 
-same("an unknown escape is a letter", [search("\\yes", "yes"), broken("\\yes", PCRE_EXTRA=1)], [1, "Failed to compile expression:"])
-same("a pattern that does not compile", broken("(a"), "Failed to compile expression:")
+failed = "Failed to compile expression:"
+same("an unknown escape is a letter", [search("\\yes", "yes"), broken("\\yes", PCRE_EXTRA=1)[0]], [1, failed])
+same("a pattern that does not compile tells where", broken("(a"), [failed, 2])
 fault_class("a text is wanted", "TypeError", search, "a", 5)
+same("a text that is not UTF-8 matches nothing", [search("a", "a\xc3"), findall("a", "a\xc3")], [0, None])
+
+# Limits
+many = "(a)" * 511
+same("512 groups", [len(findall(many, "a" * 600)), search(many + "(a)", "a" * 600)], [512, 1])
+fault("one more", "RuntimeError: Number of matches exceeded internal limit (512)", findall, many + "(a)", "a" * 600)
+text = "a" * 40 + "!"
+for action, pattern in [(search, "^(a+)+$"), (findall, "(a|aa)+$"), (search, "(*NO_JIT)(a+)+$")]:
+    fault("too many steps", "RuntimeError: An unexpected error occured whilst evaluating regular expression", action, pattern, text)
+
+closing = ")" * 1000
+same("too large, too deep", [broken("((a{0,200}){0,200}){0,200}")[0], broken("(" * 1000 + closing)[0]], [failed, failed])
+
+# A recursion without end is refused or stopped, never followed; where the compiled code runs out of stack, the
+# interpreter goes on.
+for pattern, size in [("(?R)?a(?1)?(b|(?R))*c", 100000), ("^(?:(a)|b)*$", 2000000)]:
+    try:
+        search(pattern, "a" * size)
+    except RuntimeError, e:
+        if "An unexpe, Failed to".find(e.decode[:9]) < 0: print "FAILED", e.decode
+
+# A match across the places where a long search pauses, and assertions that look behind them
+tail = "y" * 700
+for at in [0, 511, 512, 513, 1023, 1024, 5000]:
+    text = "x" * at + "ab" + tail
+    same("found", [search("ab", text), search("(?<!q)ab(?=y)", text), len(findall("x*?(ab)(y+)$", text)[0])], [1, 1, at + 702])
+
+def verbs(at):
+    text = "x" * at + "ab"
+    return [search("^ab", text), search("\\Gab", text), search("x(*COMMIT)ab", text)]
+
+same("one piece", [verbs(0), verbs(1), verbs(511), verbs(512), verbs(1024)], [[1, 1, 0], [0, 0, 1], [0, 0, 0], [0, 0, 0], [0, 0, 0]])
+wide = "€" * 600
+same("wide letters", [search("€$", wide), search("!", wide + "!"), search("^$", wide), search("$", "x" * 512), search("$", "x" * 1024)], [1, 1, 0, 1, 1])

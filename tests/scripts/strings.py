@@ -38,9 +38,14 @@ same("other types are never equal", [compare("1", 1), compare("None", None)], [1
 
 # Representation
 same("quotes", [repr("a"), repr("it's"), repr("\""), repr("'\"")], ["'a'", "\"it's\"", "'\"'", "'\\'\"'"])
-same("escapes", repr("\n\r\t\\\001\017\020"), "'\\n\\r\\t\\\\\\001\\017\x10'")
+same("escapes", repr("\n\r\t\\\001\017\020\037"), "'\\n\\r\\t\\\\\\001\\017\x10\x1f'")
 same("triple quotes", repr("""a
-b"""), "\"\"\"a\nb\"\"\"")
+"b"	"""), "\"\"\"a\n\\\"b\\\"\\t\"\"\"")
+same("JSON of the short escapes", repr("\010\t\n\014\r\"/\\\001aä€😀z", json=1), "\"\\b\\t\\n\\f\\r\\\"\\/\\\\\\u0001aä€😀z\"")
+def json(text):
+    return repr(text, json=1)
+
+fault("JSON of what is not UTF-8", "UnicodeError: Conversion Failue", json, "\xff")
 same("JSON", [repr("a\"b/c\\d\n\t\001ä", json=1), eval("\"\\u00e4\\/\"", json=1)], ["\"a\\\"b\\/c\\\\d\\n\\t\\u0001ä\"", "ä/"])
 def round(text):
     return eval(repr(text))

@@ -74,7 +74,29 @@ block.append("<m><to x='1'><b>1</b></to></m>")
 same("inner", [block.innerxml("to"), block.getbuffer()], ["<b>1</b>", "</to></m>"])
 block.append("<open")
 same("outer, not complete", [block.outerxml("open"), block.append(" a='1'>"), block.outerxml("open"), block.innerxml("open")], ["", None, None, None])
-fault_class("a long name", "AssertionError", block.outerxml, "n" * 63)
+
+# Names have room.
+def stanza(size, rest):
+    block = ipe.xmlblock.create()
+    name = "n" * size
+    block.append("<" + name + rest)
+    return block.getstanza()
+
+longest = "n" * 124
+same("the longest name", [len(stanza(124, "></" + longest + ">")), stanza(124, "")], [253, None])
+fault_class("a longer one", "AssertionError", stanza, 125, "")
+name = "n" * 62
+block = ipe.xmlblock.create()
+block.append("<" + name + "/>")
+same("the longest that is asked for", len(block.outerxml(name)), 65)
+for ask in [block.outerxml, block.innerxml]:
+    fault_class("a longer one", "AssertionError", ask, name + "n")
+
+# Tags and lines beyond the size of a block of the input
+closing = "</d>" * 200000
+same("deep", len(pyxparser("<d>" * 200000 + closing)), 400000)
+value = "v" * 300000
+same("long", pyxparser("<a b='" + value + "'>" + value + "\n" + value + "</a>"), ["(a", "Ab " + value, "-" + value, "-\n", "-" + value, ")a"])
 
 line = ipe.linebuffer.create()
 line.append("abc\r\ndef")

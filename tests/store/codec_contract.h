@@ -1,5 +1,5 @@
 // The contract of all codecs: what is written reads back, from the start, from every restart point and in any
-// order, and damage ends in a named error. A source of tests gives its cases to the checks below.
+// order. A source of tests gives its cases to the check below.
 #pragma once
 
 #include <random>
@@ -94,26 +94,6 @@ void checkEveryPattern(const Case (&cases)[Count]) {
                             << "seek " << i;
                     }
                 }
-}
-
-template <size_t Count>
-void checkEveryTruncation(const Case (&cases)[Count]) {
-    for (const Case& c : cases) {
-        auto whole = storeOf(c, Random, 60, 10);
-        for (size_t length = 0; length < whole->size(); ++length) {
-            auto cut = std::make_shared<std::string>(*whole, 0, length);
-            SCOPED_TRACE(std::string(c.key) + " cut to " + std::to_string(length));
-            try {
-                OpenTable open(cut, "T");
-                open.table.top();
-                for (open.table.next(); open.table.position() <= open.table.rows(); open.table.next())
-                    open.table.asObject(0);
-            } catch (const XPK_Exception& e) {
-                EXPECT_TRUE(e.type() == "DatabaseError" || e.type() == "AssertionError")
-                    << e.type() << e.message();
-            }
-        }
-    }
 }
 
 }  // namespace codec_contract

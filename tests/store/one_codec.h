@@ -66,22 +66,6 @@ class OneCodec {
         }
         return out;
     }
-    // As all(), with the stream shared as in the older layout.
-    std::string allShared() {
-        SMF_DecoderStream* stream = decoder_->dataStream();
-        std::shared_ptr<SMF_FieldDecoder>& decoder = data_.meta->fields[0]->decoder;
-        decoder = SMF_CreateDecoder(decoder_->key());
-        decoder->attach(store_, *data_.meta->fields[0], *stream);
-        stream->seek(0);
-        decoder->restart();
-        std::string out;
-        for (int64_t row = 1; row <= rows_; ++row) {
-            decoder->decodeNext(row);
-            out += IPE_Object_ToString(value(row)) + " ";
-        }
-        decoder = decoder_;
-        return out;
-    }
 
   private:
     struct Raw final : SMF_FieldEncoder {
@@ -123,4 +107,33 @@ class OneCodec {
     std::shared_ptr<SMF_FieldDecoder> decoder_;
     std::shared_ptr<SMF_StoreFile> store_;
     int64_t rows_ = 0;
+};
+
+// A field on a stream that all fields of its table share, as the older layout has it.
+struct SharedField {
+    SharedField(const std::string& key, std::string_view bytes, const OneCodec::Tags& tags = {}) {
+        SMF_EncoderStream out(file, nullptr, true, 4096);
+        for (; !bytes.empty(); bytes.remove_prefix(std::min<size_t>(4096, bytes.size())))
+            out.write(bytes.data(), std::min<size_t>(4096, bytes.size()));
+        out.finish();
+        SMF_HeaderReader header;
+        header.read(file, 0);
+        stream = std::make_unique<SMF_DecoderStream>(file, header, "the records");
+        auto meta = std::make_shared<SMF_FieldMeta>(key[0] - 'A', "Old", 0);
+        for (const auto& [name, value] : tags) meta->setTag(name, value);
+        meta->decoder = decoder = SMF_CreateDecoder(key);
+        decoder->attach(std::make_shared<SMF_StoreFile>(), *meta, *stream);
+        decoder->restart();
+        field = SMF_MakeField(meta, record);
+    }
+    std::string row(int64_t number) {
+        record.loadRow = number;
+        decoder->decodeNext(number);
+        return IPE_Object_Text(field->asObject());
+    }
+    SMF_MemoryFile file{"old.smf"};
+    std::unique_ptr<SMF_DecoderStream> stream;
+    std::shared_ptr<SMF_FieldDecoder> decoder;
+    SMF_RecordData record;
+    std::unique_ptr<SMF_Field> field;
 };

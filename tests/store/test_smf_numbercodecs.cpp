@@ -96,37 +96,9 @@ std::string readRaw(const std::string& key, std::string_view bytes, int rows, co
     return fault == "none" ? out : out + fault;
 }
 
-// A field on a stream that all fields of its table share, as the older layout has it.
-struct SharedField {
-    SharedField(const std::string& key, std::string_view bytes) {
-        SMF_EncoderStream out(file, nullptr, true, 4096);
-        out.write(bytes.data(), bytes.size());
-        out.finish();
-        SMF_HeaderReader header;
-        header.read(file, 0);
-        stream = std::make_unique<SMF_DecoderStream>(file, header, "the records");
-        auto meta = std::make_shared<SMF_FieldMeta>(key[0] - 'A', "Old", 0);
-        meta->decoder = decoder = SMF_CreateDecoder(key);
-        decoder->attach(std::make_shared<SMF_StoreFile>(), *meta, *stream);
-        decoder->restart();
-        field = SMF_MakeField(meta, record);
-    }
-    std::string row(int64_t number) {
-        record.loadRow = number;
-        decoder->decodeNext(number);
-        return field->asText();
-    }
-    SMF_MemoryFile file{"old.smf"};
-    std::unique_ptr<SMF_DecoderStream> stream;
-    std::shared_ptr<SMF_FieldDecoder> decoder;
-    SMF_RecordData record;
-    std::unique_ptr<SMF_Field> field;
-};
-
 }  // namespace
 
 TEST(NumberCodecs, EveryPatternReadsBack) { checkEveryPattern(cases); }
-TEST(NumberCodecs, EveryTruncationEndsInAnError) { checkEveryTruncation(cases); }
 
 TEST(NumberCodecs, BytesOfEachScheme) {
     EXPECT_EQ(bytesOf("DSA", integers({1, -2, 0x01020304})), "01000000feffffff04030201");

@@ -8,12 +8,14 @@
 
 namespace {
 
-struct OldField {
+struct OldHeader {
     const char* name;
     int32_t type;
     const char* key;
     size_t page;  // 0 for schemes without pages
     std::vector<std::pair<std::string, std::string>> tags;
+};
+struct OldField : OldHeader {
     // The bytes that the decoder takes for row `i` of an interval that begins at row `start`.
     std::string (*encode)(int64_t i, int64_t start);
     std::string (*shown)(int64_t i);
@@ -22,35 +24,19 @@ struct OldField {
 std::string text(const std::string& bytes) { return std::string(1, static_cast<char>(bytes.size())) + bytes; }
 
 const OldField fields[] = {
-    {"Number",
-     3,
-     "DSAD",
-     0,
-     {},
+    {{"Number", 3, "DSAD", 0, {}},
      [](int64_t i, int64_t) { return plain::little(static_cast<uint64_t>(i * 3 - 5), 4); },
      [](int64_t i) { return std::to_string(i * 3 - 5); }},
-    {"Name",
-     10,
-     "KSAD",
-     0,
-     {{"style", "pathname"}},
+    {{"Name", 10, "KSAD", 0, {{"style", "pathname"}}},
      [](int64_t i, int64_t) { return text("Gr\x81n" + std::to_string(i)); },
      [](int64_t i) { return "Gr\xC3\xBCn" + std::to_string(i); }},
-    {"Small",
-     3,
-     "DMAD",
-     32,
-     {},
+    {{"Small", 3, "DMAD", 32, {}},
      [](int64_t i, int64_t) {
          return i % 2 ? std::string("\x41", 1) : std::string("\xC0", 1) + static_cast<char>(i % 60);
      },
      [](int64_t i) { return i % 2 ? std::string("-1") : std::to_string(64 + i % 60 * 128); }},
     // Runs of five days; the entry is new in each interval.
-    {"Day",
-     5,
-     "FDAD",
-     32,
-     {},
+    {{"Day", 5, "FDAD", 32, {}},
      [](int64_t i, int64_t start) {
          if ((i - start) % 5) return std::string();
          return std::string("\x05", 1) + static_cast<char>(0x80 | (i - start) / 5 % 128) +
@@ -62,11 +48,7 @@ const OldField fields[] = {
          return std::string(out);
      }},
     // A leaf of its own and a branch that the interval's first row defines.
-    {"Tree",
-     8,
-     "ISAD",
-     0,
-     {{"R", "T"}},
+    {{"Tree", 8, "ISAD", 0, {{"R", "T"}}},
      [](int64_t i, int64_t start) {
          std::string out("\x01\x80", 2);
          out += text("l\x84" + std::to_string(i));
@@ -74,11 +56,15 @@ const OldField fields[] = {
          return out + '\0';
      },
      [](int64_t i) { return "['top', 'sub', 'l\xC3\xA4" + std::to_string(i) + "']"; }},
-    {"Bits",
-     7,
-     "HSAD",
-     0,
-     {{"C", "4"}, {"S0.", "0102061440"}, {"S1.", "0102061442"}, {"S2.", "0102061444"}, {"S3.", "0102061446"}},
+    {{"Bits",
+      7,
+      "HSAD",
+      0,
+      {{"C", "4"},
+       {"S0.", "0102061440"},
+       {"S1.", "0102061442"},
+       {"S2.", "0102061444"},
+       {"S3.", "0102061446"}}},
      [](int64_t i, int64_t) { return std::string(1, static_cast<char>(i % 16)); },
      [](int64_t i) {
          std::string out;

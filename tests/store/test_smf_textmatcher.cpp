@@ -78,42 +78,20 @@ TEST(TextMatcher, BatchesAgreeWithTheEngine) {
 }
 
 TEST(TextMatcher, LiteralsAreDemandedWithCare) {
-    struct Case {
-        const char *pattern, *literal;
-        bool whole, ignoreCase;
+    auto demanded = [](const char* pattern, bool ignoreCase = false) {
+        SMF_PatternLiteral literal = SMF_RequiredLiteral(pattern, ignoreCase);
+        return (literal.whole ? "all " : "") + std::string(literal.text);
     };
-    const Case cases[] = {
-        {"report", "report", true, false},
-        {"Report", "report", true, true},
-        {"\\.iso$", ".iso", false, false},
-        {"\\Qa.b*\\E", "a.b*", true, false},
-        {"\\Qa.b\\E?c", "a.", false, false},
-        {"abc*def", "def", false, false},
-        {"abc+de", "abc", false, false},
-        {"abc{2,3}d", "ab", false, false},
-        {"abc{,3}", "ab", false, false},
-        {"x[abc]longer", "longer", false, false},
-        {"x[]a|b]yz", "yz", false, false},
-        {"x(abcdef|g)yz(h)", "yz", false, false},
-        {"ab\xC3\xA9*", "ab", false, false},
-        {"ab\xC3\xA9xyz", "xyz", false, true},
-        {"a|bcd", "", false, false},
-        {"(?i)abc", "", false, false},
-        {"abc(?#x)", "", false, false},
-        {"(*UTF)abc", "", false, false},
-        {"[[:alpha:]]abc", "", false, false},
-        {"abc\\x41", "", false, false},
-        {"abc{x", "", false, false},
-        {"abc\\", "", false, false},
-        {"(abc", "", false, false},
-        {"a\xEF\xBF\xBD", "", false, false},
-        {"", "", false, false},
-    };
-    for (const Case& c : cases) {
-        SMF_PatternLiteral literal = SMF_RequiredLiteral(c.pattern, c.ignoreCase);
-        EXPECT_EQ(literal.text, c.literal) << c.pattern;
-        EXPECT_EQ(literal.whole, c.whole) << c.pattern;
-    }
+    EXPECT_EQ(demanded("Report", true), "all report");
+    EXPECT_EQ(demanded("ab\xC3\xA9xyz", true), "xyz");
+    const std::pair<const char*, const char*> rows[] = {
+        {"report", "all report"},   {"\\.iso$", ".iso"}, {"\\Qa.b*\\E", "all a.b*"}, {"\\Qa.b\\E?c", "a."},
+        {"abc*def", "def"},         {"abc+de", "abc"},   {"abc{2,3}d", "ab"},        {"abc{,3}", "ab"},
+        {"x[abc]longer", "longer"}, {"x[]a|b]yz", "yz"}, {"x(abcdef|g)yz(h)", "yz"}, {"ab\xC3\xA9*", "ab"}};
+    for (auto [pattern, literal] : rows) EXPECT_EQ(demanded(pattern), literal) << pattern;
+    for (const char* none : {"a|bcd", "(?i)abc", "abc(?#x)", "(*UTF)abc", "[[:alpha:]]abc", "abc\\x41",
+                             "abc{x", "abc\\", "(abc", "a\xEF\xBF\xBD", ""})
+        EXPECT_EQ(demanded(none), "") << none;
 }
 
 TEST(TextMatcher, LongAndBrokenTextsEnd) {

@@ -1,12 +1,20 @@
-// Strings below scripts, whose program strings.py tells the methods: storage, order, writers and translation.
+// Strings, numbers and patterns below scripts, whose programs strings.py, numbers.py and regex.py tell the
+// rest: storage, order, hashes, nulls, translation, use by several threads.
+#include <atomic>
+#include <cmath>
+#include <limits>
 #include <thread>
 
+#include "ipe/engines/ipe_re.h"
+#include "ipe/values/ipe_expansion.h"
 #include "ipe/values/ipe_translate.h"
 #include "values_testing.h"
 
 namespace {
 
 using Strings = ValuesTest;
+using Numbers = ValuesTest;
+using Regex = ValuesTest;
 
 const std::string Wide = "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80z";  // a, a-umlaut, euro, a smiley, z
 
@@ -40,18 +48,19 @@ TEST_F(Strings, HashRunsOverBytes) {
     }
 }
 
-TEST_F(Strings, Representations) {
-    EXPECT_EQ(repr(S("\n\r\t\\\x01\x0F\x10\x1F")), "'\\n\\r\\t\\\\\\001\\017\x10\x1F'");
-    EXPECT_EQ(repr(S("\b\t\n\f\r\"/\\\x01" + Wide), true),
-              "\"\\b\\t\\n\\f\\r\\\"\\/\\\\\\u0001" + Wide + "\"");
-    EXPECT_EQ(raised([] { repr(S("\xFF"), true); }), "UnicodeError: Conversion Failue");
-    IPE_Object triple = IPE_StringType::make("a\n\"b\"\t", true);
-    EXPECT_EQ(repr(triple), "\"\"\"a\n\\\"b\\\"\\t\"\"\"");
+TEST_F(Strings, TripleQuotesInOneLine) {
     EPA_StringBuffer out;
     IPE_PrintContext context{out, false, true};
     IPE_StackList stack;
-    triple->__repr__(context, stack);
+    IPE_StringType::make("a\n\"b\"\t", true)->__repr__(context, stack);
     EXPECT_EQ(out.view(), "\"a\\n\\\"b\\\"\\t\"");
+}
+
+TEST_F(Strings, OnlyTextsExpand) {
+    EXPECT_EQ(raised([] { IPE_ExpandFormat(I(1), I(1)); }), "RuntimeError: Must pass a string to expand");
+    EXPECT_EQ(raised([] { IPE_ExpandDollar(I(1), D({}), false); }),
+              "RuntimeError: Must pass a string to substitute");
+    EXPECT_EQ(IPE_TimeOf({}), 0);
 }
 
 IPE_Object notedKey, notedText;
@@ -99,6 +108,71 @@ TEST_F(Strings, LazyPartsAreBuiltSafelyByTwoThreads) {
         thread.join();
         EXPECT_TRUE(other);
     }
+}
+
+TEST_F(Numbers, SmallIntegersAreSharedAndNullIsNoNumber) {
+    EXPECT_TRUE(I(-99) == I(-99));
+    EXPECT_TRUE(I(99) == I(99));
+    EXPECT_FALSE(I(100) == I(100));
+    EXPECT_FALSE(I(-100) == I(-100));
+    EXPECT_EQ(I(-99).counted()->life(), EPA_Counted::Immortal);
+    EXPECT_EQ(I(5)->__add__(IPE_Object())->__int__(), 5);
+    EXPECT_EQ(IPE_None()->__cmp__(IPE_Object()), 1);
+    EXPECT_EQ(str(F(1)->__getname__()) + str(IPE_True()->__getname__()), "FloatTypeTrueType");
+}
+
+TEST_F(Numbers, FloatsWriteSeventeenPlacesAndNeverLoseDigits) {
+    EXPECT_EQ(str(F(1e22)), "10000000000000000000000.00000000000000000");
+    EXPECT_EQ(str(F(std::numeric_limits<double>::max())).size(), 309u + 18u);
+    EXPECT_EQ(str(F(INFINITY)) + str(F(-INFINITY)) + str(F(-NAN)), "inf-infnan");
+    EXPECT_EQ(F(1e300)->__int__(), INT64_MAX);
+    EXPECT_EQ(F(-1e300)->__int__(), INT64_MIN);
+    EXPECT_EQ(F(NAN)->__int__(), 0);
+    EXPECT_EQ(F(-2.9)->__int__(), -2);
+    F(NAN)->__hash__();  // defined for every value
+    F(-1e300)->__hash__();
+}
+
+// Reference values worked out by hand from the published steps.
+TEST_F(Numbers, Hashes) {
+    auto mix = [](uint32_t low, uint32_t high) {
+        uint32_t m = 0x5BD1E995, h = 0x9E3779B9;
+        for (uint32_t k : {low, high}) {
+            k *= m;
+            k ^= k >> 24;
+            k *= m;
+            h *= m;
+            h ^= k;
+        }
+        h ^= h >> 13;
+        h *= m;
+        return h ^ h >> 15;
+    };
+    EXPECT_EQ(I(-1)->__hash__(), mix(0xFFFFFFFF, 0xFFFFFFFF));
+    EXPECT_EQ(I(0x100000002)->__hash__(), mix(2, 1));
+    EXPECT_EQ(F(3.25)->__hash__(), 3u + 2500000u);
+    EXPECT_EQ(F(7)->__hash__(), 7u);
+    EXPECT_EQ(IPE_None()->__hash__() + IPE_True()->__hash__() + IPE_False()->__hash__(), 0u);
+}
+
+TEST_F(Regex, OnePatternServesSeveralThreads) {
+    IPE_Object source = S("(\\d+)-(\\d+)"), object = IPE_New<IPE_RE>(source, IPE_Arguments(&source, 1));
+    object.as<IPE_RE>()->requireCompiled();
+    object.counted()->markShared();
+    std::atomic<int> good{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            XPK_ThreadScope own(false);
+            for (int i = 0; i < 500; ++i) {
+                std::string text = "x " + std::to_string(t) + "-" + std::to_string(i);
+                IPE_Object found = object.as<IPE_RE>()->findall(text);
+                if (found && IPE_List(found)[2]->c_str() == std::to_string(i)) ++good;
+                if (object.as<IPE_RE>()->search("none")) --good;
+            }
+        });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(good, 2000);
 }
 
 }  // namespace
