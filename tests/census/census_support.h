@@ -243,6 +243,16 @@ inline std::string momentText(const SMF_DateTimeValue& value) {
     return text;
 }
 
+// The exception of an action, "none" without one.
+inline std::string faultOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const XPK_Exception& e) {
+        return e.type() + ": " + e.message();
+    }
+    return "none";
+}
+
 // Cases that call reports: components publish those when they start. The time zone is UTC.
 class ReportCases : public ::testing::Test {
   public:
