@@ -13,21 +13,6 @@ struct Options {
     std::vector<std::string> base;
 };
 
-ModelPath pathOf(int32_t parent, const char* name, std::vector<ModelFile> files = {}) {
-    ModelPath path;
-    path.parent = parent;
-    path.name = name;
-    path.files = std::move(files);
-    return path;
-}
-
-ModelFile fileOf(const char* name, int64_t size) {
-    ModelFile file;
-    file.name = name;
-    file.size = size;
-    return file;
-}
-
 IPE_Object optionsOf(const CensusFolder& folder, const Options& options = {}) {
     IPE_Object out = censusOptions(folder.file());
     for (const auto& [name, value] : options.set) IPE_Dict_Set(out, name, IPE_Int(value));
@@ -110,10 +95,10 @@ TEST(FileIndex, FiltersCountTheirFilesAlone) {
 }
 
 TEST(FileIndex, EqualTreesHaveEqualHashes) {
-    ModelFile a = fileOf("a", 1), b = fileOf("b", 2);
+    ModelFile a{"a", 1}, b{"b", 2};
     ModelCensus census;
-    census.paths = {pathOf(0, "/"),           pathOf(1, "one", {a, b}), pathOf(2, "x"),
-                    pathOf(1, "two", {b, a}), pathOf(4, "x"),           pathOf(1, "three", {b, a, a})};
+    census.paths = {{0, "/"},           {1, "one", {a, b}}, {2, "x"},
+                    {1, "two", {b, a}}, {4, "x"},           {1, "three", {b, a, a}}};
     CensusFolder folder;
     writeCensus(census, folder.file());
     FSI_Reader reader(optionsOf(folder, {{{"calc_digests", 1}}, {}}), {});
@@ -126,9 +111,8 @@ TEST(FileIndex, EqualTreesHaveEqualHashes) {
 
 TEST(FileIndex, TextsAndNumbersAreLocated) {
     ModelCensus census;
-    census.paths = {pathOf(0, "top"),    pathOf(1, "Srv"),          pathOf(2, "README"),
-                    pathOf(2, "Readme"), pathOf(2, "\xC3\x84rger"), pathOf(2, "b\xFFl\xC3"),
-                    pathOf(1, "base")};
+    census.paths = {{0, "top"},          {1, "Srv"},        {2, "README"}, {2, "Readme"},
+                    {2, "\xC3\x84rger"}, {2, "b\xFFl\xC3"}, {1, "base"}};
     CensusFolder folder;
     writeCensus(census, folder.file());
     FSI_Reader reader(optionsOf(folder), {});
@@ -174,20 +158,9 @@ TEST(FileIndex, ColumnsOfTheSchema) {
     CensusFolder folder;
     SMF_Writer writer;
     writer.open(folder.file());
-    {
-        SMF_WriterTable paths(folder.file()), files(folder.file());
-        SMF_I32 number, parent, path;
-        SMF_String name;
-        SMF_I64 bytes, created;
-        number.connect(paths, "Number", "S"), parent.connect(paths, "Parent", "S");
-        name.connect(paths, "Name", "S");
-        paths.create("Path", writer, 4096, 10);
-        number.set(1), paths.commit();
-        path.connect(files, "PathNumber", "S"), bytes.connect(files, "Bytes", "");
-        created.connect(files, "Created", "");
-        files.create("File", writer, 4096, 10);
-        for (int i = 1; i <= 3; ++i) path.set(1), bytes.set(10 * i), created.set(1000 - i), files.commit();
-    }
+    addTable(writer, "Path", {"3 Number", "3 Parent", "0 Name"}, parse_literal("[[1, 0, '']]"));
+    addTable(writer, "File", {"3 PathNumber", "4 Bytes", "4 Created"},
+             parse_literal("[[1, 10, 999], [1, 20, 998], [1, 30, 997]]"));
     writer.close();
     const char* schema = R"(
         function adjust()
@@ -215,11 +188,11 @@ TEST(FileIndex, ColumnsOfTheSchema) {
 TEST(FileIndex, DirectoriesOfAnySize) {
     for (int32_t count : {66000, 40000}) {
         ModelCensus census;
-        census.paths.assign(1, pathOf(0, "/"));
-        for (int32_t n = 0; n < count; ++n) census.paths.push_back(pathOf(1, n % 2 ? "d" : "D"));
+        census.paths.assign(1, {0, "/"});
+        for (int32_t n = 0; n < count; ++n) census.paths.push_back({1, n % 2 ? "d" : "D"});
         for (int32_t n = 0; n < count; ++n)
             census.paths[static_cast<size_t>(n) + 1].name += std::to_string(n / 2);
-        census.paths.push_back(pathOf(count + 1, "below"));
+        census.paths.push_back({count + 1, "below"});
         CensusFolder folder;
         writeCensus(census, folder.file());
         FSI_Reader reader(optionsOf(folder), {});
@@ -385,16 +358,16 @@ TEST(PathIndexes, BadCensusesEndInNamedErrors) {
     EXPECT_EQ(faults([](ModelCensus& c) { c.paths[1].parent = -1; }), both);
     auto chain = [&](size_t deepest) {
         return faults([&](ModelCensus& c) {
-            c.paths.assign(1, pathOf(0, "/"));
+            c.paths.assign(1, {0, "/"});
             for (size_t n = 1; n <= deepest; ++n)
-                c.paths.push_back(pathOf(static_cast<int32_t>(n), "d", {fileOf("f", 1)}));
+                c.paths.push_back({static_cast<int32_t>(n), "d", {{"f", 1}}});
         });
     };
     EXPECT_EQ(chain(512), both);
 
     ModelCensus census;
-    census.paths.assign(1, pathOf(0, "/"));
-    for (int32_t n = 1; n <= 511; ++n) census.paths.push_back(pathOf(n, "d"));
+    census.paths.assign(1, {0, "/"});
+    for (int32_t n = 1; n <= 511; ++n) census.paths.push_back({n, "d"});
     CensusFolder folder;
     writeCensus(census, folder.file());
     FSI_Reader reader(optionsOf(folder), {});
@@ -408,22 +381,14 @@ TEST(PathIndexes, StrayFiles) {
     auto write = [&](int32_t third) {
         SMF_Writer writer;
         writer.open(stray);
-        SMF_WriterTable paths(stray), files(stray);
-        SMF_I32 number, parent, owner;
-        SMF_String name, fileName;
-        SMF_I64 size, space;
-        SMF_DateTime created, modified, accessed;
-        number.connect(paths, "Number", "S"), parent.connect(paths, "Parent", "S"),
-            name.connect(paths, "Name", "S");
-        paths.create("Path", writer, 4096, 10);
-        owner.connect(files, "PathNumber", "S"), fileName.connect(files, "Name", "S");
-        size.connect(files, "Size", ""), space.connect(files, "Space", "");
-        created.connect(files, "Created", "D"), modified.connect(files, "Modified", "D");
-        accessed.connect(files, "Accessed", "D");
-        files.create("File", writer, 4096, 10);
-        for (int32_t n = 1; n <= 3; ++n)
-            number.set(n == 3 ? third : n), parent.set(n - 1), name.set("d"), paths.commit();
-        for (int32_t n : {1, 1, 2, 9, 3, 3}) owner.set(n), size.set(10), files.commit();
+        addTable(writer, "Path", {"3 Number", "3 Parent", "0 Name"},
+                 parse_literal("[[1, 0, 'd'], [2, 1, 'd'], [" + std::to_string(third) + ", 2, 'd']]"));
+        std::string rows;
+        for (int32_t n : {1, 1, 2, 9, 3, 3}) rows += "[" + std::to_string(n) + ", 'f', 10, 0, '', '', ''],";
+        addTable(
+            writer, "File",
+            {"3 PathNumber", "0 Name", "4 Size", "4 Space", "9 Created D", "9 Modified D", "9 Accessed D"},
+            parse_literal("[" + rows + "]"));
         writer.close();
     };
     EXPECT_EQ(faultOf([&] { write(3); }), "none");

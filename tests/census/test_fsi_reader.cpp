@@ -23,43 +23,35 @@ std::string repr(const IPE_Object& value) {
     return text;
 }
 
-// Tables as text: fields are "type name format", rows a list.
-void addTable(SMF_Writer& writer, const char* name, const std::vector<std::string>& fields,
-              const std::string& rows) {
-    std::string list;
-    for (const std::string& field : fields) {
-        std::string type, label, tags;
-        std::istringstream(field) >> type >> label >> tags;
-        list += "{'type': " + type + ", 'name': '" + label + "', 'tags': {" +
-                (tags.empty() ? "'Format': 'S'" : tags) + "}},";
-    }
-    SMF_WriterTable table(writer.fileName());
-    table.createFromSchema(name, literal("({'size': 4096, 'zero': 10}, [" + list + "])"), writer);
-    for (const IPE_Object& row : FSI_ItemsOf(literal(rows), "rows")) table.append(row);
-}
-
 // A table `Item` whose column Ref leads to `Thing` and `Property`, and two tables that lead to each other.
 void addTables(SMF_Writer& writer) {
-    addTable(writer, "Item", {"3 Id", "3 Ref", "4 Wide"},
-             "[[1,0,0],[2,1,1],[3,3,3],[4,1,1],[5,2,2],[6,4,9000000000],[7,-1,-5]]");
-    addTable(writer, "Thing",
-             {"3 Number", "0 Name 'style':'thing'", "4 Weight", "8 Branch 'Format':'S','R':'T','S':'/'",
-              "9 Made 'Format':'D'", "6 At"},
-             "[[1,'one',100,['a','b'],'2024-05-01 10:00:00',[1,2,3]],[2,'two',200,[],'2024-05-02 "
-             "10:00:00',[1,2,3]],"
-             "[3,'three',300,['c'],'2024-05-03 10:00:00',[1,2,3]]]");
-    addTable(writer, "Property", {"3 Number", "3 A", "3 B", "0 Name", "0 Value"},
-             "[[1,0,0,'size','L'],[1,0,0,'color','red'],[1,0,0,'color','never'],[3,0,0,'color','blue'],[9,0,"
-             "0,'color','x']]");
-    addTable(writer, "Left", {"3 Next"}, "[[2],[1]]");
-    addTable(writer, "Right", {"3 Next"}, "[[1],[2]]");
-    addTable(writer, "Root", {"3 Number", "0 Path", "0 Name"}, "[[1,'/data/','data']]");
+    const struct {
+        const char* name;
+        std::vector<std::string> fields;
+        const char* rows;
+    } tables[] = {{"Item",
+                   {"3 Id", "3 Ref", "4 Wide"},
+                   "[[1,0,0],[2,1,1],[3,3,3],[4,1,1],[5,2,2],[6,4,9000000000],[7,-1,-5]]"},
+                  {"Thing",
+                   {"3 Number", "0 Name 'style':'thing'", "4 Weight", "8 Branch 'Format':'S','R':'T','S':'/'",
+                    "9 Made D", "6 At"},
+                   "[[1,'one',100,['a','b'],'2024-05-01 10:00:00',[1,2,3]],[2,'two',200,[],'2024-05-02 "
+                   "10:00:00',[1,2,3]],"
+                   "[3,'three',300,['c'],'2024-05-03 10:00:00',[1,2,3]]]"},
+                  {"Property",
+                   {"3 Number", "3 A", "3 B", "0 Name", "0 Value"},
+                   "[[1,0,0,'size','L'],[1,0,0,'color','red'],[1,0,0,'color','never'],[3,0,0,'color','blue'],"
+                   "[9,0,0,'color','x']]"},
+                  {"Left", {"3 Next"}, "[[2],[1]]"},
+                  {"Right", {"3 Next"}, "[[1],[2]]"},
+                  {"Root", {"3 Number", "0 Path", "0 Name"}, "[[1,'/data/','data']]"}};
+    for (const auto& table : tables) addTable(writer, table.name, table.fields, literal(table.rows));
 }
 
 class Census : public ::testing::Test {
   protected:
     void SetUp() override {
-        ASSERT_EQ(fault([&] { writeCensus(model, folder.file(), addTables); }), "none");
+        ASSERT_EQ(faultOf([&] { writeCensus(model, folder.file(), addTables); }), "none");
     }
 
     FSI_Reader& reader(const std::map<std::string, std::string>& schemas = {},
@@ -71,18 +63,9 @@ class Census : public ::testing::Test {
         table.connect(reader({{name, schema}}), name, helpers);
         return repr(table.batch(1000));
     }
-    static std::string fault(const std::function<void()>& action) {
-        try {
-            action();
-        } catch (const XPK_Exception& e) {
-            const std::string* type = e.record().findString("type");
-            return e.type() + (type && e.type() == "DatabaseError" ? " " + *type : "") + ": " + e.message();
-        }
-        return "none";
-    }
     // A fault without the place in the script.
     std::string connectFault(const char* name, const std::string& schema, const std::string& more = {}) {
-        std::string text = fault([&] { table.connect(reader({{name, schema}}, {}, more), name, false); });
+        std::string text = faultOf([&] { table.connect(reader({{name, schema}}, {}, more), name, false); });
         EXPECT_FALSE(text != "none" && table.isConnected()) << text;
         return text;
     }
@@ -134,8 +117,8 @@ TEST_F(Census, ValuesOfOtherTables) {
     }
     // Numbers that no row has.
     table.seek(6);
-    EXPECT_EQ(fault([&] { table.valueOf("Cached"); }), "DatabaseError Runtime: Seek past end of table");
-    EXPECT_EQ(fault([&] { table.valueOf("Single"); }), "DatabaseError Runtime: Seek past end of table");
+    EXPECT_EQ(faultOf([&] { table.valueOf("Cached"); }), "DatabaseError: Seek past end of table");
+    EXPECT_EQ(faultOf([&] { table.valueOf("Single"); }), "DatabaseError: Seek past end of table");
     EXPECT_EQ(repr(table.valueOf("Color")), "\"\"");
     table.seek(7);
     EXPECT_EQ(repr(table.recordAsDict().as<IPE_DictType>()->keys('A')),
@@ -226,7 +209,7 @@ TEST_F(Census, ValuesOutOfTheIndexes) {
     }
     table.seek(6);
     EXPECT_EQ(repr(table.valueOf("Text")) + repr(table.valueOf("FTreeSize")), "\"\"0");
-    EXPECT_EQ(fault([&] { table.valueOf("Folder"); }), "DatabaseError Runtime: Seek past end of table");
+    EXPECT_EQ(faultOf([&] { table.valueOf("Folder"); }), "DatabaseError: Seek past end of table");
     writeCensus(model, folder.file("bare.smf"));
     FSI_Reader bare(censusOptions(folder.file("bare.smf")), makeHost({{"File", schema}}));
     FSI_ReaderTable files;
@@ -256,11 +239,11 @@ TEST_F(Census, IndexesInThePlaceOfTables) {
     std::string path = repr(table.recordAsList());
     SMF_Writer writer;
     writer.open(folder.file("nothing.smf"));
-    addTable(writer, "Item", {"3 PathNumber"}, "[[1]]");
+    addTable(writer, "Item", {"3 PathNumber"}, literal("[[1]]"));
     writer.close();
     reader_->reopen(IPE_String(folder.file("nothing.smf")));
     EXPECT_EQ(repr(table.recordAsList()), path);
-    EXPECT_NE(fault([&] { other.connect(*reader_, "Path", true); }), "none");
+    EXPECT_NE(faultOf([&] { other.connect(*reader_, "Path", true); }), "none");
     EXPECT_FALSE(other.isConnected());
 }
 
@@ -293,7 +276,7 @@ TEST_F(Census, HiddenNamesStayHidden) {
 
 TEST_F(Census, TagsThatLeadNowhere) {
     auto header = [&](const std::string& tags, const char* field = "Ref") {
-        return fault([&] {
+        return faultOf([&] {
             table.connect(reader({{"Item", "function adjust() setFieldTags('" + std::string(field) + "', " +
                                                tags + ") end columns = {'" + field + "'}"}}),
                           "Item", true);
@@ -301,14 +284,14 @@ TEST_F(Census, TagsThatLeadNowhere) {
         });
     };
     EXPECT_EQ(header("{FTable = 'Thing', FShow = 'Nothing'}"),
-              "DatabaseError Runtime: Nothing is not a property on Thing objects.");
+              "DatabaseError: Nothing is not a property on Thing objects.");
     EXPECT_EQ(header("{FTable = 'Thing', FShow = 'At'}"), "SystemError: Invalid database field type");
     EXPECT_EQ(header("{FTable = 'None', FShow = 'Name'}"),
-              "DatabaseError Runtime: No physical or logical table named None");
+              "DatabaseError: No physical or logical table named None");
     EXPECT_EQ(header("{FMode = '1:1', FShow = 'Name'}"),
-              "DatabaseError Runtime: No physical or logical table named ");
+              "DatabaseError: No physical or logical table named ");
     EXPECT_EQ(header("{FTable = 'PathLevel', FShow = 'PathFiles'}"),
-              "DatabaseError Runtime: No physical or logical table named PathLevel");
+              "DatabaseError: No physical or logical table named PathLevel");
     EXPECT_EQ(header("{FMode = 'Compare', FShow = 'Name'}"), "none");
 
     // Two tables that lead to each other, and one to itself: values are those stored there.
@@ -416,12 +399,12 @@ TEST_F(Census, TablesWithoutRows) {
     EXPECT_EQ(rows("Virtual", "function vtable() addFieldDefault('N', 'I32', 4) end columns = {'N'}"),
               "[[4]]");
     EXPECT_EQ(connectFault("Virtual", "vtable = nil"),
-              "DatabaseError Runtime: No physical or logical table named Virtual");
+              "DatabaseError: No physical or logical table named Virtual");
     FSI_Reader alone(options, {});
     FSI_ReaderTable none;
-    EXPECT_EQ(fault([&] { none.connect(alone, "Virtual", true); }),
-              "DatabaseError Runtime: No physical or logical table named Virtual");
-    EXPECT_EQ(fault([&] { none.header(); }), "DatabaseError Runtime: Not connected");
+    EXPECT_EQ(faultOf([&] { none.connect(alone, "Virtual", true); }),
+              "DatabaseError: No physical or logical table named Virtual");
+    EXPECT_EQ(faultOf([&] { none.header(); }), "DatabaseError: Not connected");
 }
 
 TEST_F(Census, VisibleColumns) {
@@ -497,9 +480,9 @@ TEST_F(Census, RowsAndBatches) {
     EXPECT_EQ(repr(table.batch(INT64_MAX)), "[[6], [7]]");
     EXPECT_EQ(repr(table.batch(3)), "[]");
     EXPECT_EQ(repr(table.batch(-1)), "[]");
-    EXPECT_EQ(fault([&] { table.record(IPE_NewTuple()); }),
+    EXPECT_EQ(faultOf([&] { table.record(IPE_NewTuple()); }),
               "RuntimeError: Unsupported type passed to FSI_ReaderTable::get_record()");
-    EXPECT_EQ(fault([&] { table.plan(3); }), "DatabaseError Runtime: Field index out of range");
+    EXPECT_EQ(faultOf([&] { table.plan(3); }), "DatabaseError: Field index out of range");
     IPE_Object list;
     {
         FSI_RecordCallables records(table);
@@ -510,16 +493,16 @@ TEST_F(Census, RowsAndBatches) {
         EXPECT_EQ(repr(reader_->host()->execute("return record().Id + record().Id")), "8");
         EXPECT_EQ(table.position(), 4);
     }
-    EXPECT_EQ(fault([&] { IPE_Call(list); }), "DatabaseError Runtime: Not connected");
-    EXPECT_TRUE(has(fault([&] { reader_->host()->execute("return record()"); }), "Not connected"));
+    EXPECT_EQ(faultOf([&] { IPE_Call(list); }), "DatabaseError: Not connected");
+    EXPECT_TRUE(has(faultOf([&] { reader_->host()->execute("return record()"); }), "Not connected"));
 }
 
 TEST_F(Census, ReadersAndOptions) {
-    EXPECT_EQ(fault([] { FSI_Reader(IPE_NewDict(), {}); }), "KeyError: fsi");
-    EXPECT_EQ(fault([] { FSI_Reader(IPE_Int(1), {}); }).substr(0, 9), "TypeError");
-    EXPECT_EQ(fault([&] { FSI_Reader(censusOptions(folder.file("none")), {}); }).substr(0, 7), "IOError");
+    EXPECT_EQ(faultOf([] { FSI_Reader(IPE_NewDict(), {}); }), "KeyError: fsi");
+    EXPECT_EQ(faultOf([] { FSI_Reader(IPE_Int(1), {}); }).substr(0, 9), "TypeError");
+    EXPECT_EQ(faultOf([&] { FSI_Reader(censusOptions(folder.file("none")), {}); }).substr(0, 7), "IOError");
     FSI_Reader& census = reader();
-    EXPECT_EQ(fault([&] { FSI_Reader(options, {}).apiCall("X", {}); }).substr(0, 15), "AssertionError:");
+    EXPECT_EQ(faultOf([&] { FSI_Reader(options, {}).apiCall("X", {}); }).substr(0, 15), "AssertionError:");
     for (const char* value : {"None", "0", "''", "'0'", "'false'", "False", "[]", "{}", "0.0"}) {
         IPE_Dict_Set(options, "flag", literal(value));
         EXPECT_FALSE(census.isSet("flag")) << value;
@@ -542,9 +525,9 @@ TEST_F(Census, ReadersAndOptions) {
     writeCensus(randomCensus(6, 3, 1), other);
     reader_->reopen(IPE_String(other));
     EXPECT_EQ(IPE_Dict_GetString(options, "fsi"), other);
-    EXPECT_EQ(fault([&] { table.header(); }), "DatabaseError Runtime: Not connected");
-    EXPECT_EQ(fault([&] { table.connect(*reader_, "Item", true); }),
-              "DatabaseError Runtime: No physical or logical table named Item");
+    EXPECT_EQ(faultOf([&] { table.header(); }), "DatabaseError: Not connected");
+    EXPECT_EQ(faultOf([&] { table.connect(*reader_, "Item", true); }),
+              "DatabaseError: No physical or logical table named Item");
 }
 
 TEST_F(Census, ScriptObjects) {
@@ -567,20 +550,19 @@ TEST_F(Census, ScriptObjects) {
     call(item, "seek", {IPE_Int(2)});
     EXPECT_EQ(repr(call(item, "record_as_dict")), "{\"Id\": 2}");
     EXPECT_EQ(repr(call(item, "get_header")), R"([{"style": "", "type": "I32", "name": "Id"}])");
-    EXPECT_EQ(fault([&] { call(item, "seek", {IPE_Int(8)}); }),
-              "DatabaseError Runtime: Seek past end of table");
+    EXPECT_EQ(faultOf([&] { call(item, "seek", {IPE_Int(8)}); }), "DatabaseError: Seek past end of table");
     call(object, "close", {IPE_String("")});
     EXPECT_EQ(repr(call(object, "tables")), "[]");
-    EXPECT_NE(fault([&] { call(object, "table", {IPE_String("Item")}); }), "none");
+    EXPECT_NE(faultOf([&] { call(object, "table", {IPE_String("Item")}); }), "none");
     call(object, "open", {IPE_String(folder.file()), IPE_None()});
     object = call(object, "table", {IPE_String("Item")});  // keeps its reader
     EXPECT_EQ(repr(call(object, "pump", {}, "{'batch': 1}")), "[[1]]");
-    EXPECT_EQ(fault([&] {
+    EXPECT_EQ(faultOf([&] {
                   IPE_Object lone = IPE_New<FSI_ReaderTableType>();
                   lone->__bind__();
                   call(lone, "pump");
               }),
-              "DatabaseError Runtime: Not connected");
+              "DatabaseError: Not connected");
 }
 
 TEST_F(Census, ListsOutOfLua) {
@@ -591,5 +573,5 @@ TEST_F(Census, ListsOutOfLua) {
               "02102");
     EXPECT_EQ(FSI_TextsOf(literal("{2: 'b', 1: 7}"), "x"), (std::vector<std::string>{"7", "b"}));
     for (const char* bad : {"{0: 'a'}", "{1: 'a', 3: 'b'}", "{'1': 'a'}", "'ab'", "4"})
-        EXPECT_EQ(fault([&] { items(bad); }), "TypeError: Require a list of x") << bad;
+        EXPECT_EQ(faultOf([&] { items(bad); }), "TypeError: Require a list of x") << bad;
 }
