@@ -4,13 +4,10 @@
 #include "census/fsi_closure.h"
 #include "census/fsi_lists.h"
 #include "census/fsi_recordfilter.h"
-#include "census/index/fsi_pathlevelhelper.h"
 #include "census/script/fsi_readertabletype.h"
 #include "census/script/fsi_readertype.h"
 #include "census/script/fsi_recordcallables.h"
-#include "census_support.h"
-#include "ipe/values/ipe_containers.h"
-#include "ipe/values/ipe_literal.h"
+#include "index_census.h"
 #include "runtime/epa_shutdown.h"
 #include "runtime/xpk_threadstate.h"
 
@@ -160,29 +157,19 @@ TEST_F(Census, ValuesOutOfTheIndexes) {
             end
         end
     )";
-    struct Figures {
-        int64_t size = 0, space = 0, files = 0, created = 0, modified = 0, accessed = 0;
-        void add(const ModelFile& file) {
-            auto later = [](int64_t& latest, const SMF_DateTimeValue& moment) {
-                latest = std::max<int64_t>(latest, SMF_TimeOfDateTime(moment.date, moment.time));
-            };
-            size += file.size, space += file.space, ++files;
-            later(created, file.created), later(modified, file.modified), later(accessed, file.accessed);
-        }
-    };
+    const std::vector<RecountedPath> paths = recount(model);
     table.connect(reader({{"File", schema}}), "File", true);
     for (size_t number = 1; number <= model.paths.size(); ++number) {
-        Figures own, tree;
-        int64_t depth = 0;
-        for (size_t below = number; below <= model.endOfTree(number); ++below)
-            for (const ModelFile& file : model.paths[below - 1].files) tree.add(file);
-        for (const ModelFile& file : model.paths[number - 1].files) own.add(file);
-        for (size_t up = number; up > 1; up = static_cast<size_t>(model.paths[up - 1].parent)) ++depth;
+        const RecountedPath& recounted = paths[number];
+        const auto& figures = recounted.figures;
         std::string path = "\"" + model.textOf(number) + "\"";
         std::string row = "[" + std::to_string(number) + ", " + path + ", " + path + ", \"" +
-                          (number == 1 ? "data" : model.paths[number - 1].name) + "\"";
-        for (int64_t figure : {depth, own.size, own.space, own.files, depth, tree.size, tree.space,
-                               tree.files, tree.created, tree.modified, tree.accessed})
+                          (number == 1 ? "data" : model.paths[number - 1].name) + "\", " +
+                          std::to_string(recounted.level);
+        for (int64_t figure :
+             {figures[FSI_PathSize], figures[FSI_PathSpace], figures[FSI_PathFiles], int64_t{recounted.level},
+              figures[FSI_TreeSize], figures[FSI_TreeSpace], figures[FSI_TreeFiles],
+              figures[FSI_TreeMaxCreated], figures[FSI_TreeMaxModified], figures[FSI_TreeMaxAccessed]})
             row += ", " + repr(IPE_Int(figure));
         for (size_t i = 0; i < model.paths[number - 1].files.size(); ++i) {
             ASSERT_TRUE(table.advance());
@@ -275,24 +262,23 @@ TEST_F(Census, HiddenNamesStayHidden) {
 }
 
 TEST_F(Census, TagsThatLeadNowhere) {
-    auto header = [&](const std::string& tags, const char* field = "Ref") {
-        return faultOf([&] {
-            table.connect(reader({{"Item", "function adjust() setFieldTags('" + std::string(field) + "', " +
-                                               tags + ") end columns = {'" + field + "'}"}}),
-                          "Item", true);
-            table.header();
-        });
-    };
-    EXPECT_EQ(header("{FTable = 'Thing', FShow = 'Nothing'}"),
-              "DatabaseError: Nothing is not a property on Thing objects.");
-    EXPECT_EQ(header("{FTable = 'Thing', FShow = 'At'}"), "SystemError: Invalid database field type");
-    EXPECT_EQ(header("{FTable = 'None', FShow = 'Name'}"),
-              "DatabaseError: No physical or logical table named None");
-    EXPECT_EQ(header("{FMode = '1:1', FShow = 'Name'}"),
-              "DatabaseError: No physical or logical table named ");
-    EXPECT_EQ(header("{FTable = 'PathLevel', FShow = 'PathFiles'}"),
-              "DatabaseError: No physical or logical table named PathLevel");
-    EXPECT_EQ(header("{FMode = 'Compare', FShow = 'Name'}"), "none");
+    const std::pair<const char*, const char*> rows[] = {
+        {"FTable = 'Thing', FShow = 'Nothing'", "DatabaseError: Nothing is not a property on Thing objects."},
+        {"FTable = 'Thing', FShow = 'At'", "SystemError: Invalid database field type"},
+        {"FTable = 'None', FShow = 'Name'", "DatabaseError: No physical or logical table named None"},
+        {"FMode = '1:1', FShow = 'Name'", "DatabaseError: No physical or logical table named "},
+        {"FTable = 'PathLevel', FShow = 'PathFiles'",
+         "DatabaseError: No physical or logical table named PathLevel"},
+        {"FMode = 'Compare', FShow = 'Name'", "none"}};
+    for (const auto& [tags, expected] : rows) {
+        std::string schema =
+            std::string("function adjust() setFieldTags('Ref', {") + tags + "}) end columns = {'Ref'}";
+        EXPECT_EQ(faultOf([&] {
+                      table.connect(reader({{"Item", schema}}), "Item", true);
+                      table.header();
+                  }),
+                  expected);
+    }
 
     // Two tables that lead to each other, and one to itself: values are those stored there.
     auto next = [](const char* table) {
@@ -301,7 +287,7 @@ TEST_F(Census, TagsThatLeadNowhere) {
     };
     table.connect(reader({{"Left", next("Right")}, {"Right", next("Left")}}), "Left", true);
     EXPECT_EQ(repr(table.batch(9)), "[[2], [1]]");
-    EXPECT_EQ(rows("Left", next("Left")), "[[1], [2]]");
+    EXPECT_EQ(this->rows("Left", next("Left")), "[[1], [2]]");
 
     // Only so many tables.
     table.connect(reader({}, {}, "function api.ResolveTableScript() return 'function vtable() end' end"),
@@ -351,17 +337,14 @@ TEST_F(Census, SchemaFunctions) {
         "true false true nil false true nil number 5 true S ten true true false true false false nil nil ");
     EXPECT_EQ(repr(table.batch(2)), R"([[7, 12, "as given", [], "H", "0000-00-00 00:00:00", 0, 0], )"
                                     R"([7, 12, "as given", [], "H", "0000-00-00 00:00:00", 0, 1]])");
-    EXPECT_TRUE(has(connectFault("Item", "function adjust() addFieldDefault('X', 'Date', 0) end"),
-                    "Unsupported column type"));
-    EXPECT_TRUE(has(connectFault("Item", "function adjust() addFieldShadow('X', 'Nothing') end"),
-                    "The shadow field Nothing does not exist"));
-    EXPECT_TRUE(
-        has(connectFault("Item",
-                         "function adjust() for i = 1, 200 do addFieldDefault('F' .. i, 'I32', i) end end"),
-            "Too many fields"));
-    EXPECT_TRUE(has(connectFault("Item", "function adjust() fieldSetIPE(99, 1) end"),
-                    "Field index not in valid range"));
-    EXPECT_TRUE(has(connectFault("Item", "function adjust() setFieldTags('Id', 5) end"), "Require a"));
+    const std::pair<const char*, const char*> rows[] = {
+        {"addFieldDefault('X', 'Date', 0)", "Unsupported column type"},
+        {"addFieldShadow('X', 'Nothing')", "The shadow field Nothing does not exist"},
+        {"for i = 1, 200 do addFieldDefault('F' .. i, 'I32', i) end", "Too many fields"},
+        {"fieldSetIPE(99, 1)", "Field index not in valid range"},
+        {"setFieldTags('Id', 5)", "Require a"}};
+    for (const auto& [source, expected] : rows)
+        EXPECT_TRUE(has(connectFault("Item", std::string("function adjust() ") + source + " end"), expected));
 }
 
 TEST_F(Census, TablesWithoutRows) {
@@ -433,20 +416,20 @@ TEST_F(Census, VisibleColumns) {
 }
 
 TEST_F(Census, ScriptsThatFail) {
-    EXPECT_TRUE(has(connectFault("Item", "function ("), "LuaInterpreterException: "));
-    EXPECT_TRUE(has(connectFault("Item", "error('at the top')"), "at the top [1"));
-    EXPECT_TRUE(has(connectFault("Item", "function adjust() error('in adjust') end"), "in adjust"));
-    EXPECT_TRUE(
-        has(connectFault("Item", "function adjust() hasField() local x = nil; x.y = 1 end"), "LuaInter"));
-    EXPECT_TRUE(has(connectFault("Item", "adjust = 5"), "named 'adjust'"));
-    EXPECT_TRUE(has(connectFault("Item", "hasField('Id')"), "LuaInterpreterException"));
-    EXPECT_TRUE(has(connectFault("Item", "", "function api.ResolveTableScript() return {1} end"),
-                    "TypeError: Require a 'StringType'"));
-    EXPECT_TRUE(has(connectFault("Item", "", "function api.ListMyColumns() return 'Id' end"),
-                    "TypeError: Require a list of columns"));
-    EXPECT_TRUE(
-        has(connectFault("Item", "", "api_call = nil"), "RuntimeError: Could not locate a Lua function"));
-    EXPECT_TRUE(has(connectFault("Item", "", "function api.ListMyColumns() error('no') end"), "no"));
+    const struct {
+        const char *schema, *expected, *more = "";
+    } rows[] = {{"function (", "LuaInterpreterException: "},
+                {"error('at the top')", "at the top [1"},
+                {"function adjust() error('in adjust') end", "in adjust"},
+                {"function adjust() hasField() local x = nil; x.y = 1 end", "LuaInter"},
+                {"adjust = 5", "named 'adjust'"},
+                {"hasField('Id')", "LuaInterpreterException"},
+                {"", "TypeError: Require a 'StringType'", "function api.ResolveTableScript() return {1} end"},
+                {"", "TypeError: Require a list of columns", "function api.ListMyColumns() return 'Id' end"},
+                {"", "RuntimeError: Could not locate a Lua function", "api_call = nil"},
+                {"", "no", "function api.ListMyColumns() error('no') end"}};
+    for (const auto& row : rows)
+        EXPECT_TRUE(has(connectFault("Item", row.schema, row.more), row.expected)) << row.schema << row.more;
     // One that never ends does when the server stops, soon even where each instruction takes long.
     for (const char* loop : {"pcall(hasField, 'Id')", "local s = string.rep('x', 1e8)"}) {
         std::thread stop([] {
@@ -462,7 +445,7 @@ TEST_F(Census, ScriptsThatFail) {
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
     }
     // The table can be used after all that, and what a script kept of an older one does nothing.
-    EXPECT_EQ(rows("Item", "columns = {'Id'} kept = hasField").substr(0, 10), "[[1], [2],");
+    EXPECT_EQ(this->rows("Item", "columns = {'Id'} kept = hasField").substr(0, 10), "[[1], [2],");
     IPE_Object kept = table.lua().getGlobal("kept");
     table.connect(reader(), "Left", false);
     EXPECT_EQ(IPE_Call(kept, IPE_String("Id")), IPE_None());
