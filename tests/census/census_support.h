@@ -187,6 +187,7 @@ struct CensusFolder {
         folder = std::filesystem::temp_directory_path() / "census-XXXXXX";
         if (!mkdtemp(folder.data())) throw std::runtime_error("no folder " + folder);
     }
+    explicit CensusFolder(const ModelCensus& census) : CensusFolder() { writeCensus(census, file()); }
     ~CensusFolder() { std::filesystem::remove_all(folder); }
     std::string file(const char* name = "census.smf") const { return folder + "/" + name; }
     std::string folder;
@@ -229,10 +230,9 @@ inline IPE_Object makeHost(const std::map<std::string, std::string>& schemas = {
     return host;
 }
 
-inline IPE_Object censusOptions(const std::string& file) {
-    IPE_Object options = IPE_NewDict();
-    options.as<IPE_DictType>()->setText("fsi", IPE_String(file));
-    return options;
+// `more` are further entries as a literal.
+inline IPE_Object censusOptions(const std::string& file, const std::string& more = {}) {
+    return parse_literal("{'fsi': '" + file + "', " + more + "}");
 }
 
 // "YYYY-MM-DD HH:MM:SS".

@@ -146,7 +146,7 @@ class Reports : public ReportCases {
     IPE_Object runWith(const std::string& report, const IPE_Object& given) {
         options = given;
         database.inserts.clear();
-        selection = parse_literal("{'fsi': '" + folder.file() + "'" + selectionMore + "}");
+        selection = censusOptions(folder.file(), selectionMore);
         const IPE_Object arguments[] = {IPE_String("run"), statement, selection, options};
         if (report == "file_duplicated" && !options.as<IPE_DictType>()->findText("dcursor"))
             options.as<IPE_DictType>()->setText("dcursor", database.cursor);

@@ -8,7 +8,7 @@ using PathReports = Reports;
 TEST_F(PathReports, DigestsAreThoseOfTheIndexAndLeaveTheSelectionAsItWas) {
     write(randomCensus(3, 60, 3));
     select({1});
-    FSI_Reader reader(parse_literal("{'fsi': '" + folder.file() + "', 'calc_digests': 1}"), {});
+    FSI_Reader reader(censusOptions(folder.file(), "'calc_digests': 1"), {});
     FSI_PathLevelHelper& levels = reader.pathLevelHelper();
     for (bool trees : {false, true}) {
         std::string digests;

@@ -221,7 +221,7 @@ TEST_F(Recount, ReportsOnPathsAndRights) {
 }
 
 TEST_F(Recount, TextsAreHiddenAndCarryTheBase) {
-    selectionMore = ", 'hide_paths': 1, 'base': ['server', 'c:']";
+    selectionMore = "'hide_paths': 1, 'base': ['server', 'c:']";
     write(randomCensus(4, 150, 2, 9), {"server", "c:"}, true);
     select({middle, 1});
     for (const char* report : {"path_names", "path_summary", "tree_summary", "file_search", "dacl_search"}) {
