@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ipe/engines/ipe_lua.h"
@@ -20,6 +21,7 @@
 #include "ipe/values/ipe_numbers.h"
 #include "ipe/values/ipe_stringtype.h"
 #include "runtime/epa_lifecycle.h"
+#include "runtime/epa_shutdown.h"
 #include "runtime/xpk_threadstate.h"
 #include "store/fields/smf_datetimefield.h"
 #include "store/fields/smf_i32field.h"
@@ -251,6 +253,18 @@ inline std::string faultOf(const std::function<void()>& action) {
         return e.type() + ": " + e.message();
     }
     return "none";
+}
+
+// What an action ends with when the server stops after so many milliseconds.
+inline std::string faultOfStopped(int milliseconds, const std::function<void()>& action) {
+    std::thread stop([milliseconds] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+        epa_detail::running = false;
+    });
+    std::string fault = faultOf(action);
+    stop.join();
+    epa_detail::running = true;
+    return fault;
 }
 
 // Cases that call reports: components publish those when they start. The time zone is UTC.

@@ -1,6 +1,4 @@
 // Censuses as reports and scripts see them: schema scripts, every way to reach a value, hostile input.
-#include <thread>
-
 #include "census/fsi_closure.h"
 #include "census/fsi_lists.h"
 #include "census/fsi_recordfilter.h"
@@ -8,7 +6,6 @@
 #include "census/script/fsi_readertype.h"
 #include "census/script/fsi_recordcallables.h"
 #include "index_census.h"
-#include "runtime/epa_shutdown.h"
 #include "runtime/xpk_threadstate.h"
 
 namespace {
@@ -432,16 +429,13 @@ TEST_F(Census, ScriptsThatFail) {
         EXPECT_TRUE(has(connectFault("Item", row.schema, row.more), row.expected)) << row.schema << row.more;
     // One that never ends does when the server stops, soon even where each instruction takes long.
     for (const char* loop : {"pcall(hasField, 'Id')", "local s = string.rep('x', 1e8)"}) {
-        std::thread stop([] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(30));
-            epa_detail::running = false;
-        });
         auto begin = std::chrono::steady_clock::now();
-        std::string looped =
-            connectFault("Item", "function adjust() while true do " + std::string(loop) + " end end");
-        stop.join();
-        epa_detail::running = true;
-        EXPECT_EQ(looped, "SystemExit: ");
+        std::string schema = "function adjust() while true do " + std::string(loop) + " end end";
+        EXPECT_EQ(faultOfStopped(30,
+                                 [&] {
+                                     table.connect(reader({{"Item", schema}}), "Item", false);
+                                 }),
+                  "SystemExit: ");
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
     }
     // The table can be used after all that, and what a script kept of an older one does nothing.
