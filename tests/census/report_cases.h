@@ -122,6 +122,11 @@ class Reports : public ReportCases {
         while (census.endOfTree(middle) < middle + 20 && middle < census.paths.size()) ++middle;
         select({middle, 1});
     }
+    // The same without a dump, for a run on the whole.
+    void writeAlone(const ModelCensus& census) {
+        writeCensus(census, folder.file());
+        selected = "[{'name': '/'}]";
+    }
     void select(const std::vector<size_t>& numbers) {
         database.run("drop table if exists s");
         database.run("create table s (number, n, last)");

@@ -79,12 +79,10 @@ TEST_F(FileReports, BadOptionsAreNamed) {
 TEST_F(FileReports, SearchPassesOnWhatIsTooMuchToHold) {
     ModelCensus census;
     for (int32_t n = 1; n <= 24000; ++n) {
-        census.paths.push_back({n == 1 ? 0 : 1, n == 1 ? "/" : "d" + std::to_string(n), {}, {}});
-        for (const char* name : {"a", "b", "a"})
-            census.paths.back().files.push_back({name, 1, 1, {}, {}, {}});
+        census.paths.push_back({n == 1 ? 0 : 1, n == 1 ? "/" : "d" + std::to_string(n)});
+        for (const char* name : {"a", "b", "a"}) census.paths.back().files.push_back({name, 1, 1});
     }
-    writeCensus(census, folder.file());
-    selected = "[{'name': 1}]";
+    writeAlone(census);
     run("file_search", "'filter': \"Name = 'a'\"");
     EXPECT_GT(database.inserts.size(), 1u);
     EXPECT_EQ(
@@ -95,13 +93,12 @@ TEST_F(FileReports, SearchPassesOnWhatIsTooMuchToHold) {
 
 TEST_F(FileReports, GroupsOfOddNames) {
     ModelCensus census;
-    census.paths = {{0, "/", {}, {}}};
+    census.paths = {{0, "/"}};
     for (const char* name :
          {"Straße.TÄR", "x.tär", "end.", ".bashrc", "a\nb.\n", "two.words.TXT", "bad.\xFF", "broken\xC3.txt",
           "long.extension_of_many_bytes", "LONG.Extension_of_many_BYTES"})
-        census.paths[0].files.push_back({name, 51000, 4096, {}, {}, {}});
-    writeCensus(census, folder.file());
-    selected = "[{'name': 1}]";
+        census.paths[0].files.push_back({name, 51000, 4096});
+    writeAlone(census);
     auto groups = [&](const std::string& regex, const std::string& more = "") {
         run("group_by_pcre", "'regex': '" + regex + "'" + more);
         return database.query("select value, count from t");
@@ -183,9 +180,8 @@ TEST_F(FileReports, TransformsTurnValuesIntoOthers) {
 
 TEST_F(FileReports, ExpressionsThatFailOrNeverEndAreNamed) {
     ModelCensus census = randomCensus(10, 3, 1);
-    census.paths[0].files.push_back({std::string(60, 'a') + "!", 1, 1, {}, {}, {}});
-    writeCensus(census, folder.file());
-    selected = "[{'name': 1}]";
+    census.paths[0].files.push_back({std::string(60, 'a') + "!", 1, 1});
+    writeAlone(census);
     EXPECT_EQ(fault("group_by_pcre", "'regex': '^(a+)+$'"),
               "RuntimeException: The PCRE engine returned an error");
     EXPECT_EQ(fault("group_by_pcre", "'regex': '(?=a\\\\Kb|(a))'"), "none");
@@ -223,8 +219,8 @@ TEST_F(FileReports, DuplicatesShareAFingerprint) {
     ModelCensus census = randomCensus(13, 80, 3);
     for (ModelPath& path : census.paths)
         path.files.push_back({"same.iso", 7 << 20, 7 << 20, {}, momentOf(2020, 1, 2), {}});
-    for (int i = 0; i < 20100; ++i) census.paths[5].files.push_back({"many", 5 << 20, 1, {}, {}, {}});
-    census.paths[6].files.push_back({"under", (5 << 20) - 1, 1, {}, {}, {}});
+    for (int i = 0; i < 20100; ++i) census.paths[5].files.push_back({"many", 5 << 20, 1});
+    census.paths[6].files.push_back({"under", (5 << 20) - 1, 1});
     write(census);
     select({1});
     database.run("create table details (name, size, date, owner, path, hash, ipath, field1, field2, field3)");

@@ -29,10 +29,10 @@ TEST_F(PathReports, TheDefaultBudgetDividesAtATenthAndATwentieth) {
     auto file = [&](const char* name, int64_t size) { return ModelFile{name, size, size, day, day, day}; };
     ModelCensus census;
     census.paths = {
-        {0, "/", {file("bb", 52), file("Bc", 52), file("ba", 52), file("below", 51), file("more", 6)}, {}},
-        {1, "big", {file("a", 100), file("b", 4)}, {}},
-        {1, "small", {file("c", 103)}, {}},
-        {1, "empty", {}, {}}};
+        {0, "/", {file("bb", 52), file("Bc", 52), file("ba", 52), file("below", 51), file("more", 6)}},
+        {1, "big", {file("a", 100), file("b", 4)}},
+        {1, "small", {file("c", 103)}},
+        {1, "empty"}};
     for (int i = 0; i < 20; ++i) census.paths[0].files.push_back(file("tiny", 29));
     write(census);
     auto map = [&](const char* path, const std::string& more) {
