@@ -173,22 +173,4 @@ TEST_F(Translator, WorkersAndAFullTrace) {
     EXPECT_EQ(dumps().size(), 1u);
 }
 
-// Which bits choose what is tested with the platform; here that the start reads them.
-TEST_F(Translator, MarkerFilesChooseTheDump) {
-    auto sizeWith = [this](const char* marker) {
-        std::string path = scratch.file(marker);
-        EXPECT_EQ(inProcess([] {
-                      run("try:\n    fault(\"read\")\nexcept :\n    global_set(\"result\", \"x\")\n");
-                      return 0;
-                  }),
-                  0);
-        std::filesystem::remove(path);
-        return dumps().at(0);
-    };
-    uintmax_t data = sizeWith("dbghelp_dump=1.txt");
-    EXPECT_LT(sizeWith("dbghelp_dump=8.txt"), data) << "a bit without a meaning";
-    EXPECT_GT(sizeWith("dbghelp_dump=All.txt"), data);
-    EXPECT_GT(sizeWith("dbghelp_dump=2.txt"), data);
-}
-
 }  // namespace
