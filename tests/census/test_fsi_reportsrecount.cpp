@@ -259,7 +259,7 @@ TEST_F(Recount, SpaceMapsAddUp) {
             std::string measure = !amounts              ? "count(*)"
                                   : *(field + 1) == 'a' ? "sum(f.size - f.space)"
                                                         : "sum(f." + std::string(field) + ")";
-            std::string hits = amounts ? question.where : "1", own = amounts ? ", psize, pspace" : "",
+            std::string own = amounts ? ", psize, pspace" : "",
                         all = amounts ? ", sum(psize), sum(pspace)" : "";
             EXPECT_GT(database.query("select id from t where mode = 0 and parent_id > 2").size(), 10u);
             // What stands for the files of a directory or its rights has no size of its own.
@@ -267,16 +267,23 @@ TEST_F(Recount, SpaceMapsAddUp) {
                      " from t n where exists (select 1 from t where parent_id = n.id) order by id",
                  "select parent_id, sum(size)" + all +
                      " from t where parent_id > 0 group by parent_id order by parent_id");
-            std::string folder =
+            auto tree = [&](const std::string& sum, const std::string& table, const char* where) {
+                return "(select ifnull(" + sum + ", 0) from " + table +
+                       " f where f.n between p.n and p.last and " + where + ")";
+            };
+            const std::string folders =
                 " from t join p on p.text = case parent_id when 0 then t.path else t.path || t.name || '/' "
                 "end where "
-                "t.mode = 1 order by id";
-            std::string tree = std::string(rights ? " from d f" : " from f") +
-                               " where f.n between p.n and p.last and " + hits + ")";
-            same("select size" + own + " from t where mode = 1 order by id",
-                 "select (select " + measure + tree +
-                     (amounts ? ", (select sum(f.size)" + tree + ", (select sum(f.space)" + tree : "") +
-                     folder);
+                "t.mode = 1";
+            same("select size from t where mode = 1 order by id",
+                 "select " + tree(measure, rights ? "d" : "f", amounts ? question.where : "1") + folders +
+                     " order by id");
+            same("select psize, pspace from t where mode = 1 and parent_id > 0 order by id",
+                 "select " +
+                     (rights ? "0, 0"
+                             : tree("sum(f.size)", "f", question.where) + ", " +
+                                   tree("sum(f.space)", "f", question.where)) +
+                     folders + " and parent_id > 0 order by id");
             none("t where id <= parent_id or mode not in (0, 1, 2)");
             // Items stand in the order of their sizes.
             none(

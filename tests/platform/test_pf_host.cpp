@@ -1,4 +1,4 @@
-// Loop, signals, environment and mounts.
+// Loop, signals, link file, environment and mounts.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -129,10 +129,21 @@ TEST(Signals, takenByTheWaiterAlone) {
     EXPECT_EQ(status, 0);
 }
 
-// What it leads to is tried with whole servers.
-TEST(Links, nameOfTheLink) {
+TEST(Links, linkLeadsToADirectoryOnly) {
+    Scratch scratch;
+    std::string program = scratch / "v1.2/quillsrv", link = program + ".LNK", directory = "unchanged";
+    ASSERT_EQ(mkdir((scratch / "v1.2").c_str(), 0755), 0);
     EXPECT_EQ(workingDirectoryLink("/a/b.c.exe"), "/a/b.c.LNK");
-    EXPECT_EQ(workingDirectoryLink("/v1.2/quillsrv"), "/v1.2/quillsrv.LNK");
+    EXPECT_EQ(readWorkingDirectoryLink(program, directory), ENOENT);
+    for (auto [target, error] : {std::pair{"nowhere", ENOENT}, {"/dev/null", ENOTDIR}, {"..", 0}}) {
+        EXPECT_EQ(directory, "unchanged");
+        ASSERT_EQ(symlink(target, link.c_str()), 0);
+        EXPECT_EQ(readWorkingDirectoryLink(program, directory), error) << target;
+        unlink(link.c_str());
+    }
+    EXPECT_EQ(directory, scratch.path());
+    ASSERT_EQ(mkdir(link.c_str(), 0755), 0);
+    EXPECT_EQ(readWorkingDirectoryLink(program, directory), EINVAL);
 }
 
 TEST(Process, mountsAreDisksOnceEach) {
