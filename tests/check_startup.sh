@@ -1,13 +1,8 @@
 #!/usr/bin/env bash
 # The serving program: says that it serves, ends on --once with exit code 0 and on SIGTERM soon. usage: SOURCE BUILD
 . "$(dirname "$0")/checks.sh"
-
-timeout 60 "$server" --standalone --once >"$work/once" 2>&1 </dev/null
-code=$?
-if [ "$code" -ne 0 ] || ! grep -q '^quillsrv serves on .*, running, since [0-9-]* [0-9:]*$' "$work/once" ||
-  ! grep -q '^quillsrv ends on request$' "$work/once"; then
-  echo "FAILED --once: exit code $code"; cat "$work/once"; exit 1
-fi
+says "--once" 0 '^quillsrv serves on .*, running, since [0-9-]* [0-9:]*$' timeout 60 "$server" --standalone --once
+same "its end" "$(tail -1 "$work/out")" "quillsrv ends on request"
 
 "$server" --standalone >"$work/serving" 2>&1 </dev/null &
 pid=$!
@@ -15,11 +10,10 @@ for _ in $(seq 600); do
   grep -q 'quillsrv serves' "$work/serving" && break
   sleep 0.1
 done
-grep -q 'quillsrv serves' "$work/serving" || { echo "FAILED: it does not say that it serves"; cat "$work/serving"; exit 1; }
+grep -q 'quillsrv serves' "$work/serving" || fail "it does not say that it serves"
 sleep 1
-kill -0 "$pid" || { echo "FAILED: it does not stay"; cat "$work/serving"; exit 1; }
-kill -TERM "$pid"
+kill -TERM "$pid" || fail "it does not stay"
 wait "$pid"
-code=$?
+same "SIGTERM" "$?" 0
 pid=
-[ "$code" -eq 0 ] || { echo "FAILED SIGTERM: exit code $code"; cat "$work/serving"; exit 1; }
+exit "$failed"

@@ -43,11 +43,11 @@ for ((at = 0; at < size; at += 13)); do
   printf "\\x$(printf %02x $((byte ^ 0x15)))" | dd of="$work/flip.dat" bs=1 seek="$at" conv=notrunc status=none
   timeout 20 "$dump" --verify "$work/flip.dat" >>"$work/faults" 2>>"$work/faults" </dev/null
   code=$?
-  [ "$code" -le 1 ] || { echo "FAILED: byte $at flipped: exit code $code"; failed=1; }
+  [ "$code" -le 1 ] || fail "byte $at flipped: exit code $code"
 done
 for pattern in 'table "File", field "[A-Za-z]*": .*block 0 of ' 'table "File", field "[A-Za-z]*", row [0-9]*: DatabaseError: ' \
   'DatabaseError: The database has a corrupt header'; do
-  grep -q "flip.dat: .*$pattern" "$work/faults" || { echo "FAILED: no fault like '$pattern'"; failed=1; }
+  grep -q "flip.dat: .*$pattern" "$work/faults" || fail "no fault like '$pattern'"
 done
 
 # --- The command line

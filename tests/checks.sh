@@ -3,7 +3,7 @@
 set -uo pipefail
 source_dir=$1 server=$2/bin/quillsrv failed=0 pid=
 [ -x "$server" ] || { echo "no $server" >&2; exit 1; }
-work=$(mktemp -d)
+work=$(realpath "$(mktemp -d)")
 trap '[ -z "$pid" ] || kill -KILL "$pid" 2>/dev/null; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
 
 own_server() { # FOLDER: the program in a folder of its own
@@ -12,17 +12,18 @@ own_server() { # FOLDER: the program in a folder of its own
   server=$1/quillsrv
 }
 
+fail() { echo "FAILED $*"; failed=1; }
+
 same() { # WHAT GOT WANT
   [ "$2" == "$3" ] && return
-  echo "FAILED $1"
+  fail "$1"
   diff <(printf '%s\n' "$3") <(printf '%s\n' "$2") | head -20
-  failed=1
 }
 
-says() { # WHAT CODE PATTERN COMMAND...: its exit code, and a line of its output, which stays in $work/out
+says() { # WHAT CODE PATTERN COMMAND...: its exit code, and a line of its output, which stays in $work/out; "" for any
   local what=$1 want=$2 pattern=$3
   shift 3
   "$@" >"$work/out" 2>&1 </dev/null
   same "$what: exit code" "$?" "$want"
-  grep -q -- "$pattern" "$work/out" || { echo "FAILED $what: nothing like '$pattern'"; head -5 "$work/out"; failed=1; }
+  [ -z "$pattern" ] || grep -q -- "$pattern" "$work/out" || { fail "$what: nothing like '$pattern'"; head -5 "$work/out"; }
 }

@@ -7,8 +7,12 @@ namespace {
 class Server : public ServerTree {};
 
 TEST_F(Server, ServesUntilASignalWhichLeavesTheExitCode) {
-    for (int signal : {SIGTERM, SIGINT}) {
-        application(std::string("global_set(\"__rc\", 7)\n") + Serving);
+    const std::pair<int, const char*> rows[] = {
+        {SIGTERM, ""},
+        {SIGINT, ""},
+        {SIGTERM, "while True:\n    pass\n"}};  // the last during the start program
+    for (const auto& [signal, rest] : rows) {
+        application(std::string("global_set(\"__rc\", 7)\n") + Serving + rest);
         start({});
         ASSERT_TRUE(awaitFile("bin/ready", "ready"));
         kill(child, SIGHUP);
@@ -22,25 +26,16 @@ TEST_F(Server, ServesUntilASignalWhichLeavesTheExitCode) {
     }
 }
 
-TEST_F(Server, SignalDuringTheStartProgram) {
-    application(std::string(Serving) + "while True:\n    pass\n");
-    start({});
-    ASSERT_TRUE(awaitFile("bin/ready", "ready"));
-    kill(child, SIGTERM);
-    Result result = finish();
-    EXPECT_EQ(result.code, 0);
-    EXPECT_EQ(result.err, "");
-}
-
 TEST_F(Server, ScriptEndsItWithItsExitCode) {
-    application("global_set(\"__rc\", 42)\nsys_exit()\nwhile True:\n    pass\n");
-    Result result = run({"--standalone"});
-    EXPECT_EQ(result.code, 42);
-    EXPECT_EQ(result.err, "");
-    application("global_set(\"__rc\", 4294967299)\nsys_exit()\n");  // cut to 32 bits
-    EXPECT_EQ(run({}).code, 3);
-    application("sys_exit()\n");
-    EXPECT_EQ(run({}).code, 0);
+    const std::pair<const char*, int> rows[] = {
+        {"global_set(\"__rc\", 42)\nsys_exit()\nwhile True:\n    pass\n", 42},
+        {"global_set(\"__rc\", 4294967299)\nsys_exit()\n", 3},  // 32 bits
+        {"sys_exit()\n", 0}};
+    for (const auto& [lines, code] : rows) {
+        application(lines);
+        Result result = run({"--standalone"});
+        EXPECT_EQ(std::to_string(result.code) + result.err, std::to_string(code));
+    }
 }
 
 TEST_F(Server, ErrorsOfTheStartAreShownWithTheirPlace) {
@@ -66,15 +61,9 @@ TEST_F(Server, ErrorsOfTheStartAreShownWithTheirPlace) {
     }
 }
 
-constexpr char Custom[] =
-    "class startup_custom:\n"
-    "out = open(\"/dev/stdout\", \"a\")\n"
-    "out.write(\"%s\")\n"
-    "global_set(\"__rc\", 5)\n";
-
 std::string custom(const std::string& text) {
-    std::string source = Custom;
-    return source.replace(source.find("%s"), 2, text);
+    return "class startup_custom:\nout = open(\"/dev/stdout\", \"a\")\nout.write(\"" + text +
+           "\")\nglobal_set(\"__rc\", 5)\n";
 }
 
 TEST_F(Server, CustomRunFindsItsFile) {

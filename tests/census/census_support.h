@@ -8,15 +8,20 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ipe/engines/ipe_lua.h"
+#include "ipe/values/ipe_containers.h"
 #include "ipe/values/ipe_dicttype.h"
+#include "ipe/values/ipe_literal.h"
 #include "ipe/values/ipe_numbers.h"
 #include "ipe/values/ipe_stringtype.h"
 #include "runtime/epa_lifecycle.h"
+#include "runtime/epa_shutdown.h"
 #include "runtime/xpk_threadstate.h"
 #include "store/fields/smf_datetimefield.h"
 #include "store/fields/smf_i32field.h"
@@ -27,7 +32,7 @@
 struct ModelFile {
     std::string name;
     int64_t size = 0, space = 0;
-    SMF_DateTimeValue created, modified, accessed;
+    SMF_DateTimeValue created{}, modified{}, accessed{};
     int32_t owner = 1;
 };
 struct ModelRight {
@@ -36,8 +41,8 @@ struct ModelRight {
 struct ModelPath {
     int32_t parent = 0;
     std::string name;
-    std::vector<ModelFile> files;
-    std::vector<ModelRight> rights;
+    std::vector<ModelFile> files{};
+    std::vector<ModelRight> rights{};
     int32_t owner = 1, group = 2, mode = 0755;
 };
 struct ModelEntity {
@@ -113,28 +118,47 @@ inline ModelCensus randomCensus(unsigned seed, size_t paths, size_t files, size_
     return census;
 }
 
+// A table out of lists of values. A field is "TYPE NAME [FORMAT | TAGS]"; without, its format is S.
+inline void addTable(SMF_Writer& writer, const std::string& name, const std::vector<std::string>& fields,
+                     const IPE_Object& rows, int blockSize = 4096) {
+    std::string list;
+    for (const std::string& field : fields) {
+        std::string type, label, tags = "S";
+        std::istringstream(field) >> type >> label >> tags;
+        if (tags.find(':') == std::string::npos) tags = "'Format': '" + tags + "'";
+        list += "{'type': " + type + ", 'name': '" + label + "', 'tags': {" + tags + "}},";
+    }
+    SMF_WriterTable table(writer.fileName());
+    table.createFromSchema(
+        name, parse_literal("({'size': " + std::to_string(blockSize) + ", 'zero': 10}, [" + list + "])"),
+        writer);
+    for (const IPE_Object& row : rows.as<IPE_ListType>()->items()) table.append(row);
+}
+
 // The tables Path, File, Entity and the rights. `more` adds tables of its own at the end.
 inline void writeCensus(const ModelCensus& census, const std::string& file,
                         const std::function<void(SMF_Writer&)>& more = {}) {
     SMF_Writer writer;
     writer.open(file);
-    {
-        SMF_WriterTable table(file);
-        SMF_I32 number, parent, owner, group, mode;
-        SMF_String name;
-        number.connect(table, "Number", "S"), parent.connect(table, "Parent", "M");
-        name.connect(table, "Name", "D"), owner.connect(table, "Owner", "D");
-        group.connect(table, "Group", "D"), mode.connect(table, "Mode", "D");
-        table.create("Path", writer, 16384, 10);
-        for (size_t i = 0; i < census.paths.size(); ++i) {
-            const ModelPath& path = census.paths[i];
-            number.set(static_cast<int32_t>(i + 1)), parent.set(path.parent), name.set(path.name);
-            owner.set(path.owner), group.set(path.group), mode.set(path.mode);
-            table.commit();
-        }
+    IPE_Object paths = IPE_NewList(), entities = IPE_NewList(), rights = IPE_NewList();
+    auto add = [](const IPE_Object& list, std::initializer_list<IPE_Object> row) {
+        list.as<IPE_ListType>()->append(IPE_ListOf(row));
+    };
+    for (const ModelPath& path : census.paths) {
+        IPE_Object number = IPE_Int(paths.as<IPE_ListType>()->count() + 1);
+        add(paths, {number, IPE_Int(path.parent), IPE_String(path.name), IPE_Int(path.owner),
+                    IPE_Int(path.group), IPE_Int(path.mode)});
+        for (const ModelRight& row : path.rights)
+            add(rights, {number, IPE_Int(row.entity), IPE_Int(row.rights)});
     }
+    for (const ModelEntity& entity : census.entities)
+        add(entities, {IPE_Int(entities.as<IPE_ListType>()->count() + 1), IPE_String(entity.name),
+                       IPE_String(entity.type)});
+    addTable(writer, "Path", {"3 Number", "3 Parent M", "0 Name D", "3 Owner D", "3 Group D", "3 Mode D"},
+             paths, 16384);
     {
-        SMF_WriterTable table(file);
+        SMF_WriterTable table(
+            file);  // by its fields, since not every moment of the model can be read as a text
         SMF_I32 path, owner;
         SMF_String name;
         SMF_I64 size, space;
@@ -152,31 +176,9 @@ inline void writeCensus(const ModelCensus& census, const std::string& file,
                 table.commit();
             }
     }
-    {
-        SMF_WriterTable table(file);
-        SMF_I32 number;
-        SMF_String name, type;
-        number.connect(table, "Number", "S"), name.connect(table, "Name", "S"),
-            type.connect(table, "Type", "D");
-        table.create("Entity", writer, 16384, 10);
-        for (size_t i = 0; i < census.entities.size(); ++i) {
-            number.set(static_cast<int32_t>(i + 1)), name.set(census.entities[i].name);
-            type.set(census.entities[i].type);
-            table.commit();
-        }
-    }
-    if (!census.rightsTable.empty()) {
-        SMF_WriterTable table(file);
-        SMF_I32 path, entity, rights;
-        path.connect(table, "Path", "S"), entity.connect(table, "Entity", "D"),
-            rights.connect(table, "Rights", "D");
-        table.create(census.rightsTable, writer, 16384, 10);
-        for (size_t i = 0; i < census.paths.size(); ++i)
-            for (const ModelRight& row : census.paths[i].rights) {
-                path.set(static_cast<int32_t>(i + 1)), entity.set(row.entity), rights.set(row.rights);
-                table.commit();
-            }
-    }
+    addTable(writer, "Entity", {"3 Number", "0 Name", "0 Type D"}, entities, 16384);
+    if (!census.rightsTable.empty())
+        addTable(writer, census.rightsTable, {"3 Path", "3 Entity D", "3 Rights D"}, rights, 16384);
     if (more) more(writer);
     writer.close();
 }
@@ -187,6 +189,7 @@ struct CensusFolder {
         folder = std::filesystem::temp_directory_path() / "census-XXXXXX";
         if (!mkdtemp(folder.data())) throw std::runtime_error("no folder " + folder);
     }
+    explicit CensusFolder(const ModelCensus& census) : CensusFolder() { writeCensus(census, file()); }
     ~CensusFolder() { std::filesystem::remove_all(folder); }
     std::string file(const char* name = "census.smf") const { return folder + "/" + name; }
     std::string folder;
@@ -229,10 +232,9 @@ inline IPE_Object makeHost(const std::map<std::string, std::string>& schemas = {
     return host;
 }
 
-inline IPE_Object censusOptions(const std::string& file) {
-    IPE_Object options = IPE_NewDict();
-    options.as<IPE_DictType>()->setText("fsi", IPE_String(file));
-    return options;
+// `more` are further entries as a literal.
+inline IPE_Object censusOptions(const std::string& file, const std::string& more = {}) {
+    return parse_literal("{'fsi': '" + file + "', " + more + "}");
 }
 
 // "YYYY-MM-DD HH:MM:SS".
@@ -241,6 +243,28 @@ inline std::string momentText(const SMF_DateTimeValue& value) {
     snprintf(text, sizeof text, "%04i-%02i-%02i %02i:%02i:%02i", value.date.year, value.date.month,
              value.date.day, value.time.hour, value.time.minute, value.time.second);
     return text;
+}
+
+// The exception of an action, "none" without one.
+inline std::string faultOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const XPK_Exception& e) {
+        return e.type() + ": " + e.message();
+    }
+    return "none";
+}
+
+// What an action ends with when the server stops after so many milliseconds.
+inline std::string faultOfStopped(int milliseconds, const std::function<void()>& action) {
+    std::thread stop([milliseconds] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+        epa_detail::running = false;
+    });
+    std::string fault = faultOf(action);
+    stop.join();
+    epa_detail::running = true;
+    return fault;
 }
 
 // Cases that call reports: components publish those when they start. The time zone is UTC.

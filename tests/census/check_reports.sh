@@ -32,7 +32,7 @@ def rows(database, sql):
 os.makedirs(f"{work}/tree/sub")
 for i in range(5): open(f"{work}/tree/sub/f{i}.txt", "w").write("x" * i)
 census, big = scanned("tree.smf", f"{work}/tree"), scanned("big.smf", "/usr/share")
-slow = " and ".join(f"Name <> '(.*)(.*)(.*)(.*)[{c}%]$'" for c in "#!;@&=")  # a while for each name
+slow = " or ".join(f"Name = '(.*)(.*)(.*)(.*)[{c}%]$'" for c in "#@!~")  # a while for each name
 
 # --- Complaints: one line, for a query the query below it; exit code 1, or 2 for the command line
 open(f"{work}/text", "w").write("no census")
@@ -48,15 +48,10 @@ for code, complaint, args in (
         (1, r"file_largest: The path \(/nowhere\) does not exist", largest + ["--path", "/nowhere"]),
         (1, r"file_largest: Path \\x passed to locate\(\)", largest + ["--path", "\\x"]),
         (1, "file_largest: Expecting a number or a field\n    Size >> 5\n +\\?", largest + ["--filter", "Size >> 5"]),
-        (1, r"file_largest: Sizze is not a property on File objects\.", largest + ["--filter", "Sizze > 5"]),
         (1, "file_largest: missing closing parenthesis", largest + ["--filter", "Name = '(('"]),
         (1, "file_largest: There is no script named 'none'", largest + ["--filter", "exec none()"]),
-        (1, r"file_largest: Nope is not a property on File objects\.", largest + ["--field", "Nope"]),
         (1, "file_largest: the column Name holds no numbers", largest + ["--field", "name"]),
-        (1, "group_by_pcre: Error compiling regular expression: missing closing parenthesis", group + ["--set", "regex=(("]),
-        (1, "group_by_pcre: There is no script named 'none'", group + ["--set", "xform=none"]),
         (1, "iterate: unexpected symbol near <eof> .*", loop + ["--set", "script=x("]),
-        (1, "iterate: Could not locate a Lua function named 'during'", loop + ["--set", "script=function before() end"]),
         (1, "iterate: the script must fill the global totals, .*",
          loop + ["--set", "script=function before() totals = {a = 1} end function during() end function after() end"]),
         (1, r".*/none/x.sqlite: unable to open database file", largest + ["--out", f"{work}/none/x.sqlite"]),
@@ -181,8 +176,10 @@ for path in os.listdir(work):
 code, seen = watched([server, "--census", big, "--report", "file_largest", "--filter", quick, "--custom", script])
 same("progress of a report", (code, bool(re.search(r"\rfile_largest: Indexing Files - \d+%", seen)),
      len(set(re.findall(r"file_largest: (\d+)% Finding the report threshold", seen))) > 20, screen(seen)), (0, True, True, ""))
-code, seen = watched([scan, "/usr", "-x", "-o", f"{work}/watched.smf"])
-same("progress of a scan", (code, bool(re.search(r"\r\x1b\[K[\d,]+ entries, [\d,]+/s  /usr/", seen)),
+for _ in range(9):  # a quick machine may be done before there is any
+    code, seen = watched([scan, "/usr", "-x", "-o", f"{work}/watched.smf"])
+    if shown := re.search(r"\r\x1b\[K[\d,]+ entries, [\d,]+/s  /usr/", seen): break
+same("progress of a scan", (code, bool(shown),
      bool(re.search(r"\r\x1b\[K[\d,]+ directories, [^\r\n]*\r\n$", seen))), (0, True, True))
 same("none without a terminal", call("--census", big, "--report", "file_ages", "--filter", quick)[2], "")
 

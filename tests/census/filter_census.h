@@ -21,36 +21,16 @@ struct FilterCensus {
     static std::string colorOf(int32_t owner) { return owner == 1 ? "red" : owner == 3 ? "blue" : ""; }
 
     void addTables(SMF_Writer& writer) {
-        for (const char* name : {"FileSI", "Label"}) {
-            SMF_WriterTable table(folder.file());
-            SMF_I32 number;
-            SMF_String label;
-            SMF_I64 weight;
-            number.connect(table, "Number", "S"), label.connect(table, "Label", "D");
-            weight.connect(table, "Weight", "D");
-            table.create(name, writer, 4096, 10);
-            for (size_t i = 1; i <= model.paths.size(); ++i) {
-                number.set(static_cast<int32_t>(i)), label.set(labelOf(i));
-                weight.set(static_cast<int64_t>(i) * 1024);
-                table.commit();
-            }
-        }
-        SMF_WriterTable table(folder.file());
-        SMF_I32 number, kind, place;
-        SMF_String name, value;
-        number.connect(table, "Number", "S"), kind.connect(table, "Kind", "D");
-        place.connect(table, "Place", "D");
-        name.connect(table, "Name", "D"), value.connect(table, "Value", "D");
-        table.create("Property", writer, 4096, 10);
-        struct Row {
-            int32_t number;
-            const char *name, *value;
-        };
-        for (const Row& row : {Row{1, "color", "red"}, Row{2, "size", "big"}, Row{3, "size", "small"},
-                               Row{3, "color", "blue"}, Row{3, "color", "never"}}) {
-            number.set(row.number), kind.set(0), place.set(7), name.set(row.name), value.set(row.value);
-            table.commit();
-        }
+        IPE_Object rows = IPE_NewList();
+        for (size_t i = 1; i <= model.paths.size(); ++i)
+            rows.as<IPE_ListType>()->append(
+                IPE_ListOf({IPE_Int(int64_t(i)), IPE_String(labelOf(i)), IPE_Int(int64_t(i) * 1024)}));
+        for (const char* name : {"FileSI", "Label"})
+            addTable(writer, name, {"3 Number", "0 Label D", "4 Weight D"}, rows);
+        addTable(
+            writer, "Property", {"3 Number", "3 Kind D", "3 Place D", "0 Name D", "0 Value D"},
+            parse_literal("[[1, 0, 7, 'color', 'red'], [2, 0, 7, 'size', 'big'], [3, 0, 7, 'size', 'small'], "
+                          "[3, 0, 7, 'color', 'blue'], [3, 0, 7, 'color', 'never']]"));
     }
 
     // `more` are include scripts by name.

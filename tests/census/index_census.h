@@ -120,15 +120,6 @@ inline void expectIndex(FSI_PathLevelHelper& index, const ModelCensus& census,
     }
 }
 
-inline std::string faultOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const XPK_Exception& e) {
-        return e.type() + ": " + e.message();
-    }
-    return "none";
-}
-
 // The files whose names hold `part`, in the folder.
 inline std::vector<std::string> filesWith(const CensusFolder& folder, const std::string& part) {
     std::vector<std::string> out;

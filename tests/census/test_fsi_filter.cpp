@@ -1,11 +1,7 @@
 // Queries over a census, against a plain recount of its model.
-#include <thread>
-
-#include "census/index/fsi_pathlevelhelper.h"
 #include "filter_census.h"
-#include "ipe/values/ipe_containers.h"
+#include "index_census.h"
 #include "ipe/values/ipe_expansion.h"
-#include "runtime/epa_shutdown.h"
 #include "runtime/xpk_threadstate.h"
 
 namespace {
@@ -22,18 +18,6 @@ class CensusFilters : public ::testing::Test {
   protected:
     CensusFilters() : reader(censusOptions(census.folder.file()), census.host({{"loops", Loops}})) {
         table.connect(reader, "File", true);
-        for (size_t number = 1; number <= model.paths.size(); ++number) {
-            const ModelPath& path = model.paths[number - 1];
-            for (size_t up = number; up != 0; up = static_cast<size_t>(model.paths[up - 1].parent)) {
-                Figures& tree = figures[up];
-                for (const ModelFile& file : path.files)
-                    tree.treeSize += file.size, tree.treeSpace += file.space, ++tree.treeFiles;
-                if (up != number) ++figures[number].depth;
-            }
-            for (const ModelFile& file : path.files)
-                figures[number].size += file.size, figures[number].space += file.space;
-            figures[number].files = static_cast<int64_t>(path.files.size());
-        }
     }
 
     // The rows that a query takes, as numbers, or its fault without the position.
@@ -46,14 +30,6 @@ class CensusFilters : public ::testing::Test {
                 if (filter.accepts()) rows += std::to_string(table.position()) + " ";
         });
         return fault == "none" ? rows : fault.substr(0, fault.find('\n'));
-    }
-    static std::string faultOf(const std::function<void()>& action) {
-        try {
-            action();
-        } catch (const XPK_Exception& e) {
-            return e.type() + ": " + e.message();
-        }
-        return "none";
     }
     template <class Predicate>
     void expect(const char* query, Predicate&& takes) {
@@ -70,13 +46,10 @@ class CensusFilters : public ::testing::Test {
     }
     bool has(const std::string& text, const char* part) const { return text.find(part) != text.npos; }
 
-    struct Figures {
-        int64_t size = 0, space = 0, files = 0, depth = 0, treeSize = 0, treeSpace = 0, treeFiles = 0;
-    };
     XPK_ThreadScope thread{true};
     FilterCensus census{7};
     const ModelCensus& model = census.model;
-    std::map<size_t, Figures> figures;
+    const std::vector<RecountedPath> paths = recount(model);
     FSI_Reader reader;
     FSI_ReaderTable table;
     IPE_Object options = IPE_NewDict(), keywords = IPE_NewDict();
@@ -102,7 +75,7 @@ TEST_F(CensusFilters, TextsOfPaths) {
 
 TEST_F(CensusFilters, ColumnsOfPaths) {
     auto folder = [&](const Row& row) -> const ModelPath& { return model.paths[row.path - 1]; };
-    expect("Path.Levels > 2", [&](const Row& row) { return row.path > 1 && figures[row.path].depth > 2; });
+    expect("Path.Levels > 2", [&](const Row& row) { return row.path > 1 && paths[row.path].level > 2; });
     expect("path.Owner = 3 and Path.Mode <> 448", [&](const Row& row) {
         return row.path > 1 && folder(row).owner == 3 && folder(row).mode != 0700;
     });
@@ -130,7 +103,7 @@ TEST_F(CensusFilters, HiddenPathsAreNotTestedInClear) {
     for (files.top(); files.advance();) {
         auto number = static_cast<size_t>(files.valueOf("PathNumber")->__int__());
         EXPECT_EQ(parent.accepts(), number > 1 && model.paths[number - 1].parent == 1);
-        EXPECT_EQ(text.accepts(), number > 1 && figures[number].depth <= 4) << model.textOf(number);
+        EXPECT_EQ(text.accepts(), number > 1 && paths[number].level <= 4) << model.textOf(number);
     }
 }
 
@@ -161,19 +134,20 @@ TEST_F(CensusFilters, Properties) {
 }
 
 TEST_F(CensusFilters, NumbersAndFigures) {
-    auto of = [&](const Row& row) -> const Figures& { return figures[row.path]; };
+    auto of = [&](const Row& row, FSI_Figure figure) { return paths[row.path].figures[figure]; };
     expect("Bytes >= 20kb", [](const Row& row) { return row.file.size >= 20480; });
     expect("Bytes eq Space or Bytes lt 1.5kb",
            [](const Row& row) { return row.file.size == row.file.space || row.file.size < 1536; });
     expect("OwnerId <> 2", [](const Row& row) { return row.file.owner != 2; });
-    expect("FolderSize >= 200kb", [&](const Row& row) { return of(row).size >= 204800; });
-    expect("FolderSpace le Space", [&](const Row& row) { return of(row).space <= row.file.space; });
-    expect("FolderFiles > 6", [&](const Row& row) { return of(row).files > 6; });
-    expect("FolderPathFiles le 3", [&](const Row& row) { return of(row).files <= 3; });
-    expect("FolderDepth = 2", [&](const Row& row) { return of(row).depth == 2; });
-    expect("FolderTreeSize > 1mb", [&](const Row& row) { return of(row).treeSize > 1048576; });
-    expect("FolderTreeSpace > 2000000000", [&](const Row& row) { return of(row).treeSpace > 2000000000; });
-    expect("FolderTreeFiles < 20", [&](const Row& row) { return of(row).treeFiles < 20; });
+    expect("FolderSize >= 200kb", [&](const Row& row) { return of(row, FSI_PathSize) >= 204800; });
+    expect("FolderSpace le Space", [&](const Row& row) { return of(row, FSI_PathSpace) <= row.file.space; });
+    expect("FolderFiles > 6", [&](const Row& row) { return of(row, FSI_PathFiles) > 6; });
+    expect("FolderPathFiles le 3", [&](const Row& row) { return of(row, FSI_PathFiles) <= 3; });
+    expect("FolderDepth = 2", [&](const Row& row) { return paths[row.path].level == 2; });
+    expect("FolderTreeSize > 1mb", [&](const Row& row) { return of(row, FSI_TreeSize) > 1048576; });
+    expect("FolderTreeSpace > 2000000000",
+           [&](const Row& row) { return of(row, FSI_TreeSpace) > 2000000000; });
+    expect("FolderTreeFiles < 20", [&](const Row& row) { return of(row, FSI_TreeFiles) < 20; });
     // Whoever stands in the index stays there.
     FSI_PathLevelHelper& levels = reader.pathLevelHelper();
     ASSERT_TRUE(levels.locateNumber(5));
@@ -196,7 +170,8 @@ TEST_F(CensusFilters, AnIndexOfAQueryUsesTheOthers) {
     int64_t matches = 0;
     for (size_t number = 1; number <= model.paths.size(); ++number)
         for (const ModelFile& file : model.paths[number - 1].files)
-            matches += has(model.textOf(number), "dir") && figures[number].files > 3 && file.owner == 3;
+            matches += has(model.textOf(number), "dir") && paths[number].figures[FSI_PathFiles] > 3 &&
+                       file.owner == 3;
     ASSERT_TRUE(other.locateNumber(1));
     EXPECT_EQ(other.figure(FSI_TreeMatches), matches);
     EXPECT_GT(matches, 0);
@@ -228,24 +203,28 @@ TEST_F(CensusFilters, ScriptsTest) {
 }
 
 TEST_F(CensusFilters, ScriptsFail) {
-    EXPECT_EQ(select("exec nobefore()"), "RuntimeError: Could not locate a Lua function named 'before'");
-    EXPECT_EQ(select("exec noduring()"), "RuntimeError: Could not locate a Lua function named 'during'");
-    EXPECT_EQ(select("exec nolist()"), "TypeError: Require a list of field names");
-    EXPECT_EQ(select("exec nofield()"), "DatabaseError: Nothing is not a property on File objects.");
-    EXPECT_EQ(select("exec toomany()"), "RuntimeError: The script toomany asks for too many fields");
+    const std::pair<const char*, const char*> rows[] = {
+        {"nobefore", "RuntimeError: Could not locate a Lua function named 'before'"},
+        {"noduring", "RuntimeError: Could not locate a Lua function named 'during'"},
+        {"nolist", "TypeError: Require a list of field names"},
+        {"nofield", "DatabaseError: Nothing is not a property on File objects."},
+        {"toomany", "RuntimeError: The script toomany asks for too many fields"}};
+    for (const auto& [name, expected] : rows) EXPECT_EQ(select(std::string("exec ") + name + "()"), expected);
     for (const char* name : {"fails", "broken", "absent"})
         EXPECT_EQ(select("exec " + std::string(name) + "()").substr(0, 24), "LuaInterpreterException:");
     EXPECT_NE(select("exec fails()").find("no more"), std::string::npos);
     for (const char* query : {"exec", "exec 5()", "exec bigger", "exec bigger(", "exec bigger(,)",
                               "exec bigger(1 2)", "exec bigger(-'a')", "exec bigger(x)", "exec bigger(1,)"})
         EXPECT_EQ(select(query).substr(0, 23), "InvalidFilterException:") << query;
-    std::thread stop([] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        epa_detail::running = false;
-    });
-    EXPECT_EQ(select("exec loops()").substr(0, 10), "SystemExit");
-    stop.join();
-    epa_detail::running = true;
+    EXPECT_EQ(faultOfStopped(200,
+                             [&] {
+                                 FSI_RecordFilter filter(table);
+                                 filter.compileFor("exec loops()", options, keywords);
+                                 table.top();
+                                 if (table.advance()) filter.accepts();
+                             })
+                  .substr(0, 10),
+              "SystemExit");
 }
 
 TEST_F(CensusFilters, TheApplicationGivesTexts) {

@@ -8,34 +8,8 @@
 
 namespace {
 
-struct Options {
-    std::map<std::string, int64_t> set;
-    std::vector<std::string> base;
-};
-
-ModelPath pathOf(int32_t parent, const char* name, std::vector<ModelFile> files = {}) {
-    ModelPath path;
-    path.parent = parent;
-    path.name = name;
-    path.files = std::move(files);
-    return path;
-}
-
-ModelFile fileOf(const char* name, int64_t size) {
-    ModelFile file;
-    file.name = name;
-    file.size = size;
-    return file;
-}
-
-IPE_Object optionsOf(const CensusFolder& folder, const Options& options = {}) {
-    IPE_Object out = censusOptions(folder.file());
-    for (const auto& [name, value] : options.set) IPE_Dict_Set(out, name, IPE_Int(value));
-    if (options.base.empty()) return out;
-    IPE_Object base = IPE_NewList();
-    for (const std::string& item : options.base) base.as<IPE_ListType>()->append(IPE_String(item));
-    IPE_Dict_Set(out, "base", base);
-    return out;
+IPE_Object optionsOf(const CensusFolder& folder, const std::string& more = {}) {
+    return censusOptions(folder.file(), more);
 }
 
 std::string storedText(SMF_ReaderTable& table, const char* field, int64_t row) {
@@ -55,10 +29,9 @@ TEST(FileIndex, EqualsARecount) {
         for (ModelPath& path : census.paths)
             for (size_t i = 0; i < path.files.size(); i += 3)
                 path.files[i].created = momentOf(i % 2 ? 2040 : 1960 + static_cast<int>(seed) * 10, 2, 31);
-        CensusFolder folder;
-        writeCensus(census, folder.file());
+        CensusFolder folder(census);
         for (bool digests : {false, true}) {
-            FSI_Reader reader(optionsOf(folder, {{{"calc_digests", digests}}, {}}), {});
+            FSI_Reader reader(optionsOf(folder, digests ? "'calc_digests': 1" : ""), {});
             FSI_PathLevelHelper index(reader);
             index.open({});
             EXPECT_EQ(index.hasDigests(), digests);
@@ -74,9 +47,8 @@ TEST(FileIndex, EqualsARecount) {
 
 TEST(FileIndex, FiltersCountTheirFilesAlone) {
     ModelCensus census = randomCensus(11, 80, 5);
-    CensusFolder folder;
-    writeCensus(census, folder.file());
-    FSI_Reader reader(optionsOf(folder, {{{"calc_digests", 1}}, {}}), makeHost());
+    CensusFolder folder(census);
+    FSI_Reader reader(optionsOf(folder, "'calc_digests': 1"), makeHost());
     auto isLarge = [](const ModelFile& file) { return file.size >= 50000; };
     FSI_PathLevelHelper all(reader), large(reader), again(reader);
     all.open({});
@@ -110,13 +82,12 @@ TEST(FileIndex, FiltersCountTheirFilesAlone) {
 }
 
 TEST(FileIndex, EqualTreesHaveEqualHashes) {
-    ModelFile a = fileOf("a", 1), b = fileOf("b", 2);
+    ModelFile a{"a", 1}, b{"b", 2};
     ModelCensus census;
-    census.paths = {pathOf(0, "/"),           pathOf(1, "one", {a, b}), pathOf(2, "x"),
-                    pathOf(1, "two", {b, a}), pathOf(4, "x"),           pathOf(1, "three", {b, a, a})};
-    CensusFolder folder;
-    writeCensus(census, folder.file());
-    FSI_Reader reader(optionsOf(folder, {{{"calc_digests", 1}}, {}}), {});
+    census.paths = {{0, "/"},           {1, "one", {a, b}}, {2, "x"},
+                    {1, "two", {b, a}}, {4, "x"},           {1, "three", {b, a, a}}};
+    CensusFolder folder(census);
+    FSI_Reader reader(optionsOf(folder, "'calc_digests': 1"), {});
     FSI_PathLevelHelper& index = reader.pathLevelHelper();
     auto hash = [&](const char* path) { return index.locateText(path, true) ? index.treeHash() : ""; };
     EXPECT_EQ(hash("/one"), hash("/two"));
@@ -126,11 +97,9 @@ TEST(FileIndex, EqualTreesHaveEqualHashes) {
 
 TEST(FileIndex, TextsAndNumbersAreLocated) {
     ModelCensus census;
-    census.paths = {pathOf(0, "top"),    pathOf(1, "Srv"),          pathOf(2, "README"),
-                    pathOf(2, "Readme"), pathOf(2, "\xC3\x84rger"), pathOf(2, "b\xFFl\xC3"),
-                    pathOf(1, "base")};
-    CensusFolder folder;
-    writeCensus(census, folder.file());
+    census.paths = {{0, "top"},          {1, "Srv"},        {2, "README"}, {2, "Readme"},
+                    {2, "\xC3\x84rger"}, {2, "b\xFFl\xC3"}, {1, "base"}};
+    CensusFolder folder(census);
     FSI_Reader reader(optionsOf(folder), {});
     FSI_PathLevelHelper& index = reader.pathLevelHelper();
     auto number = [&](std::string_view text) { return index.locateText(text, false) ? index.number() : 0; };
@@ -174,20 +143,9 @@ TEST(FileIndex, ColumnsOfTheSchema) {
     CensusFolder folder;
     SMF_Writer writer;
     writer.open(folder.file());
-    {
-        SMF_WriterTable paths(folder.file()), files(folder.file());
-        SMF_I32 number, parent, path;
-        SMF_String name;
-        SMF_I64 bytes, created;
-        number.connect(paths, "Number", "S"), parent.connect(paths, "Parent", "S");
-        name.connect(paths, "Name", "S");
-        paths.create("Path", writer, 4096, 10);
-        number.set(1), paths.commit();
-        path.connect(files, "PathNumber", "S"), bytes.connect(files, "Bytes", "");
-        created.connect(files, "Created", "");
-        files.create("File", writer, 4096, 10);
-        for (int i = 1; i <= 3; ++i) path.set(1), bytes.set(10 * i), created.set(1000 - i), files.commit();
-    }
+    addTable(writer, "Path", {"3 Number", "3 Parent", "0 Name"}, parse_literal("[[1, 0, '']]"));
+    addTable(writer, "File", {"3 PathNumber", "4 Bytes", "4 Created"},
+             parse_literal("[[1, 10, 999], [1, 20, 998], [1, 30, 997]]"));
     writer.close();
     const char* schema = R"(
         function adjust()
@@ -215,13 +173,12 @@ TEST(FileIndex, ColumnsOfTheSchema) {
 TEST(FileIndex, DirectoriesOfAnySize) {
     for (int32_t count : {66000, 40000}) {
         ModelCensus census;
-        census.paths.assign(1, pathOf(0, "/"));
-        for (int32_t n = 0; n < count; ++n) census.paths.push_back(pathOf(1, n % 2 ? "d" : "D"));
+        census.paths.assign(1, {0, "/"});
+        for (int32_t n = 0; n < count; ++n) census.paths.push_back({1, n % 2 ? "d" : "D"});
         for (int32_t n = 0; n < count; ++n)
             census.paths[static_cast<size_t>(n) + 1].name += std::to_string(n / 2);
-        census.paths.push_back(pathOf(count + 1, "below"));
-        CensusFolder folder;
-        writeCensus(census, folder.file());
+        census.paths.push_back({count + 1, "below"});
+        CensusFolder folder(census);
         FSI_Reader reader(optionsOf(folder), {});
         FSI_PathLevelHelper& index = reader.pathLevelHelper();
         for (int32_t n : {0, 1, 2, count - 2, count - 1}) {
@@ -240,12 +197,14 @@ TEST(FileIndex, DirectoriesOfAnySize) {
 
 TEST(PathIndexes, BaseAndMasks) {
     ModelCensus census = randomCensus(5, 120, 1, 8);
-    CensusFolder folder;
-    writeCensus(census, folder.file());
-    for (bool hidden : {false, true})
-        for (const std::vector<std::string>& base :
-             std::vector<std::vector<std::string>>{{}, {"srv", "a/b%"}, {"1", "2", "3", "4", "5"}}) {
-            FSI_Reader reader(optionsOf(folder, {{{"hide_paths", hidden}}, base}), {});
+    CensusFolder folder(census);
+    const std::pair<const char*, std::vector<std::string>> bases[] = {
+        {"", {}},
+        {"'base': ['srv', 'a/b%'],", {"srv", "a/b%"}},
+        {"'base': [1, 2, 3, 4, 5],", {"1", "2", "3", "4", "5"}}};
+    for (const char* hidden : {"", "'hide_paths': 1,"})
+        for (const auto& [option, base] : bases) {
+            FSI_Reader reader(optionsOf(folder, std::string(option) + hidden), {});
             FSI_PathNameHelper& texts = reader.pathNameHelper();
             FSI_PathLevelHelper& levels = reader.pathLevelHelper();
             EXPECT_EQ(texts.rows(), static_cast<int64_t>(census.paths.size()));
@@ -254,31 +213,31 @@ TEST(PathIndexes, BaseAndMasks) {
             SMF_I32 level, length, owner, number, mode, group;
             level.connect(table, "Levels"), length.connect(table, "Length"), owner.connect(table, "Owner");
             number.connect(table, "Number"), mode.connect(table, "Mode"), group.connect(table, "Group");
+            std::vector<std::string> plain{"", "/"};  // without the base
             for (size_t n = 1; n <= census.paths.size(); ++n) {
-                std::vector<std::string> names;
-                for (size_t up = n; up > 1; up = static_cast<size_t>(census.paths[up - 1].parent))
-                    names.insert(names.begin(), census.paths[up - 1].name);
-                std::string plain = "/", text = "/";
+                const ModelPath& path = census.paths[n - 1];
+                const std::string stored = census.textOf(n);
+                const auto depth = static_cast<size_t>(std::count(stored.begin(), stored.end(), '/')) - 1;
+                if (n > 1)
+                    plain.push_back(
+                        plain[static_cast<size_t>(path.parent)] +
+                        (*hidden && base.size() + depth > 4 ? SMF_PathMask(path.name) : path.name) + "/");
+                std::string text = "/";
                 for (const std::string& item : base) text += item + "/";
-                for (size_t i = 0; i < names.size(); ++i) {
-                    std::string shown = hidden && base.size() + i >= 4 ? SMF_PathMask(names[i]) : names[i];
-                    text += shown + "/", plain += shown + "/";
-                }
+                const std::string prefix = text;
+                text += plain[n].substr(1);
                 EXPECT_EQ(texts.path(static_cast<int64_t>(n)), text);
                 ASSERT_TRUE(levels.locateNumber(static_cast<int64_t>(n)));
                 EXPECT_EQ(levels.pathText(), text);
                 std::string bare;
                 levels.pathText(bare, false);
-                EXPECT_EQ(bare, plain);
+                EXPECT_EQ(bare, plain[n]);
                 table.seek(static_cast<int64_t>(n));
-                EXPECT_EQ(level.get(), static_cast<int32_t>(base.size() + names.size()));
-                EXPECT_EQ(length.get(), static_cast<int32_t>(text.size()));
-                const ModelPath& path = census.paths[n - 1];
-                EXPECT_EQ(std::tuple(number.get(), owner.get(), group.get(), mode.get()),
-                          std::tuple(static_cast<int32_t>(n), path.owner, path.group, path.mode));
+                EXPECT_EQ(
+                    std::tuple(level.get(), length.get(), number.get(), owner.get(), group.get(), mode.get()),
+                    std::tuple(static_cast<int32_t>(base.size() + depth), static_cast<int32_t>(text.size()),
+                               static_cast<int32_t>(n), path.owner, path.group, path.mode));
                 // What is looked up is the stored name, with `base` or without.
-                std::string stored = census.textOf(n),
-                            prefix = text.substr(0, text.size() - plain.size() + 1);
                 for (const std::string& form : {stored, prefix + stored.substr(1)}) {
                     ASSERT_TRUE(levels.locateText(form, false)) << form;
                     EXPECT_EQ(levels.number(), static_cast<int64_t>(n));
@@ -298,9 +257,8 @@ TEST(PathIndexes, BaseAndMasks) {
 
 TEST(PathIndexes, TablesAreFormedAsTheyShould) {
     ModelCensus census = randomCensus(3, 60, 2);
-    CensusFolder folder;
-    writeCensus(census, folder.file());
-    FSI_Reader reader(optionsOf(folder, {{{"hide_paths", 1}, {"calc_digests", 1}}, {}}), makeHost());
+    CensusFolder folder(census);
+    FSI_Reader reader(optionsOf(folder, "'hide_paths': 1, 'calc_digests': 1"), makeHost());
     FSI_PathLevelHelper levels(reader);
     levels.open("Size >= 1");
     auto describe = [](SMF_Reader& store, const char* name) {
@@ -329,8 +287,7 @@ TEST(PathIndexes, TablesAreFormedAsTheyShould) {
 
 TEST(UsersIndex, HoldsWhatTheApplicationTells) {
     ModelCensus census = randomCensus(2, 5, 1);
-    CensusFolder folder;
-    writeCensus(census, folder.file());
+    CensusFolder folder(census);
     IPE_Object host = makeHost({}, {}, {}, R"(
         function api.GetImageEntitySchema()
             return {{name = "Shown", format = "D", style = "user"}, {name = "Kind"}}
@@ -341,7 +298,7 @@ TEST(UsersIndex, HoldsWhatTheApplicationTells) {
             return {Shown = entity.Number .. " " .. entity.Name, Kind = entity.Type, Other = 1}
         end)");
     for (int hidden : {0, 1}) {
-        FSI_Reader reader(optionsOf(folder, {{{"hide_users", hidden}}, {}}), host);
+        FSI_Reader reader(optionsOf(folder, "'hide_users': " + std::to_string(hidden)), host);
         SMF_ReaderTable table;
         table.connect(reader.entityHelper().store(), "Entity");
         ASSERT_EQ(table.rows(), 3);
@@ -368,8 +325,7 @@ TEST(PathIndexes, BadCensusesEndInNamedErrors) {
     auto faults = [](const std::function<void(ModelCensus&)>& spoil) {
         ModelCensus census = randomCensus(7, 30, 2);
         spoil(census);
-        CensusFolder folder;
-        writeCensus(census, folder.file());
+        CensusFolder folder(census);
         FSI_Reader reader(optionsOf(folder), {});
         std::string out = faultOf([&] { reader.pathLevelHelper(); }).substr(0, 14) + " " +
                           faultOf([&] { reader.pathNameHelper(); }).substr(0, 14);
@@ -383,20 +339,14 @@ TEST(PathIndexes, BadCensusesEndInNamedErrors) {
     EXPECT_EQ(faults([](ModelCensus& c) { c.paths[20].parent = 29; }), both);
     EXPECT_EQ(faults([](ModelCensus& c) { c.paths[20].parent = 21; }), both);
     EXPECT_EQ(faults([](ModelCensus& c) { c.paths[1].parent = -1; }), both);
-    auto chain = [&](size_t deepest) {
-        return faults([&](ModelCensus& c) {
-            c.paths.assign(1, pathOf(0, "/"));
-            for (size_t n = 1; n <= deepest; ++n)
-                c.paths.push_back(pathOf(static_cast<int32_t>(n), "d", {fileOf("f", 1)}));
-        });
+    auto chain = [](ModelCensus& census, int32_t deepest) {
+        census.paths.assign(1, {0, "/"});
+        for (int32_t n = 1; n <= deepest; ++n) census.paths.push_back({n, "d", {{"f", 1}}});
     };
-    EXPECT_EQ(chain(512), both);
-
+    EXPECT_EQ(faults([&](ModelCensus& c) { chain(c, 512); }), both);
     ModelCensus census;
-    census.paths.assign(1, pathOf(0, "/"));
-    for (int32_t n = 1; n <= 511; ++n) census.paths.push_back(pathOf(n, "d"));
-    CensusFolder folder;
-    writeCensus(census, folder.file());
+    chain(census, 511);
+    CensusFolder folder(census);
     FSI_Reader reader(optionsOf(folder), {});
     expectIndex(reader.pathLevelHelper(), census);
 }
@@ -408,22 +358,14 @@ TEST(PathIndexes, StrayFiles) {
     auto write = [&](int32_t third) {
         SMF_Writer writer;
         writer.open(stray);
-        SMF_WriterTable paths(stray), files(stray);
-        SMF_I32 number, parent, owner;
-        SMF_String name, fileName;
-        SMF_I64 size, space;
-        SMF_DateTime created, modified, accessed;
-        number.connect(paths, "Number", "S"), parent.connect(paths, "Parent", "S"),
-            name.connect(paths, "Name", "S");
-        paths.create("Path", writer, 4096, 10);
-        owner.connect(files, "PathNumber", "S"), fileName.connect(files, "Name", "S");
-        size.connect(files, "Size", ""), space.connect(files, "Space", "");
-        created.connect(files, "Created", "D"), modified.connect(files, "Modified", "D");
-        accessed.connect(files, "Accessed", "D");
-        files.create("File", writer, 4096, 10);
-        for (int32_t n = 1; n <= 3; ++n)
-            number.set(n == 3 ? third : n), parent.set(n - 1), name.set("d"), paths.commit();
-        for (int32_t n : {1, 1, 2, 9, 3, 3}) owner.set(n), size.set(10), files.commit();
+        addTable(writer, "Path", {"3 Number", "3 Parent", "0 Name"},
+                 parse_literal("[[1, 0, 'd'], [2, 1, 'd'], [" + std::to_string(third) + ", 2, 'd']]"));
+        std::string rows;
+        for (int32_t n : {1, 1, 2, 9, 3, 3}) rows += "[" + std::to_string(n) + ", 'f', 10, 0, '', '', ''],";
+        addTable(
+            writer, "File",
+            {"3 PathNumber", "0 Name", "4 Size", "4 Space", "9 Created D", "9 Modified D", "9 Accessed D"},
+            parse_literal("[" + rows + "]"));
         writer.close();
     };
     EXPECT_EQ(faultOf([&] { write(3); }), "none");

@@ -89,6 +89,7 @@ TEST_F(Sqlite, WaitsGrowAndAreBounded) {
     auto spent = Clock::now() - begin;
     EXPECT_GE(spent, std::chrono::milliseconds(150));
     EXPECT_LT(spent, std::chrono::milliseconds(1500));
+    EXPECT_EQ(IPE_Sqlite_Busy(module().counted(), 2), 0);
     // A setting that is taken away, or is no number.
     module()->__delattr__(S("busytimeout"));
     EXPECT_EQ(module().as<IPE_Sqlite>()->busyTimeout(), IPE_Sqlite::BusyTimeout);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <random>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "platform/pf_codepages.h"
@@ -211,61 +212,29 @@ TEST(Locale, DatesAndTimes) {
 }
 
 TEST(Locale, Items) {
-    const struct {
-        LocaleId id;
-        const char *key, *text;
-    } rows[] = {{English, "ILANGUAGE", "0409"},
-                {English, "SABBREVLANGNAME", "ENU"},
-                {British, "SABBREVLANGNAME", "ENG"},
-                {English, "ICOUNTRY", "1"},
-                {English, "IDEFAULTCODEPAGE", "437"},
-                {Japanese, "IDEFAULTANSICODEPAGE", "932"},
-                {English, "IDEFAULTEBCDICCODEPAGE", "37"},
-                {English, "IMEASURE", "1"},
-                {English, "SGROUPING", "3;0"},
-                {Hindi, "SGROUPING", "3;2;0"},
-                {English, "INEGCURR", "1"},
-                {German, "INEGCURR", "8"},
-                {German, "ICURRENCY", "3"},
-                {English, "INEGSIGNPOSN", "3"},
-                {German, "IPOSSEPBYSPACE", "1"},
-                {English, "SLONGDATE", "dddd, MMMM d, yyyy"},
-                {German, "SSHORTDATE", "dd.MM.yyyy"},
-                {English, "STIMEFORMAT", "h:mm:ss tt"},
-                {English, "IDATE", "0"},
-                {Japanese, "IDATE", "2"},
-                {German, "ILDATE", "1"},
-                {English, "ITIME", "0"},
-                {German, "ITLZERO", "1"},
-                {German, "IDAYLZERO", "1"},
-                {English, "IFIRSTDAYOFWEEK", "6"},
-                {German, "IFIRSTWEEKOFYEAR", "2"},
-                {English, "SDAYNAME7", "Sunday"},
-                {English, "SMONTHNAME13", ""},
-                {Thai, "ICALENDARTYPE", "7"},
-                {English, "ICALENDARTYPE", "1"},
-                {English, "SENGLANGUAGE", "English"},
-                {German, "SNATIVELANGNAME", "Deutsch"},
-                {English, "SENGCOUNTRY", "United States"},
-                {German, "SNATIVECTRYNAME", "Deutschland"},
-                {English, "SABBREVCTRYNAME", "USA"},
-                {English, "SISO639LANGNAME", "en"},
-                {English, "SISO3166CTRYNAME", "US"},
-                {German, "SLIST", ";"},
-                {German, "SDECIMAL", ","},
-                {English, "IPAPERSIZE", "1"},
-                {English, "SNATIVEDIGITS", "0123456789"},
-                {English, "IDIGITSUBSTITUTION", "1"},
-                {English, "SINTLSYMBOL", "USD"},
-                {English, "SENGCURRNAME", "US Dollar"},
-                {English, "SDATE", "/"},
-                {English, "STIME", ":"},
-                {English, "SYEARMONTH", "MMMM yyyy"},
-                {English, "S1159", "AM"},
-                {English, "SMONTHNAME12", "December"},
-                {English, "SABBREVMONTHNAME1", "Jan"},
-                {German, "SABBREVDAYNAME1", "Mo"}};
-    for (auto& row : rows) EXPECT_EQ(item(row.id, row.key), row.text) << row.key;
+    auto items = [](LocaleId id, const char* keys) {
+        std::istringstream words(keys);
+        std::string texts;
+        for (std::string key; words >> key;) texts += (texts.empty() ? "" : "|") + item(id, key.c_str());
+        return texts;
+    };
+    EXPECT_EQ(items(English,
+                    "ILANGUAGE SABBREVLANGNAME ICOUNTRY IDEFAULTCODEPAGE IDEFAULTEBCDICCODEPAGE "
+                    "IMEASURE SGROUPING INEGCURR INEGSIGNPOSN SLONGDATE STIMEFORMAT IDATE ITIME "
+                    "IFIRSTDAYOFWEEK SDAYNAME7 SMONTHNAME13 ICALENDARTYPE SENGLANGUAGE SENGCOUNTRY "
+                    "SABBREVCTRYNAME SISO639LANGNAME SISO3166CTRYNAME IPAPERSIZE SNATIVEDIGITS "
+                    "IDIGITSUBSTITUTION SINTLSYMBOL SENGCURRNAME SDATE STIME SYEARMONTH S1159 "
+                    "SMONTHNAME12 SABBREVMONTHNAME1"),
+              "0409|ENU|1|437|37|1|3;0|1|3|dddd, MMMM d, yyyy|h:mm:ss tt|0|0|6|Sunday||1|English|United"
+              " States|USA|en|US|1|0123456789|1|USD|US Dollar|/|:|MMMM yyyy|AM|December|Jan");
+    EXPECT_EQ(items(British, "SABBREVLANGNAME"), "ENG");
+    EXPECT_EQ(items(Japanese, "IDEFAULTANSICODEPAGE IDATE"), "932|2");
+    EXPECT_EQ(items(Hindi, "SGROUPING"), "3;2;0");
+    EXPECT_EQ(items(German,
+                    "INEGCURR ICURRENCY IPOSSEPBYSPACE SSHORTDATE ILDATE ITLZERO IDAYLZERO "
+                    "IFIRSTWEEKOFYEAR SNATIVELANGNAME SNATIVECTRYNAME SLIST SDECIMAL SABBREVDAYNAME1"),
+              "8|3|1|dd.MM.yyyy|1|1|1|2|Deutsch|Deutschland|;|,|Mo");
+    EXPECT_EQ(items(Thai, "ICALENDARTYPE"), "7");
     EXPECT_EQ(item(English, "FONTSIGNATURE"), "error " + std::to_string(ENOTSUP));
     EXPECT_EQ(item(Unknown, "SDATE"), "error " + std::to_string(EINVAL));
     for (const char* key :

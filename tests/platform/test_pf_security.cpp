@@ -49,17 +49,11 @@ TEST(Sid, TextsAndAliases) {
          {"S-1-22-1-", "S-1-22-1-4294967295", "S-1-22-1-99999999999", "S-1-22-1-1x", "S-1-22-1-+1"}) {
         EXPECT_FALSE(userOfSid(bad, id)) << bad;
     }
-    const std::pair<const char*, size_t> lengths[] = {{"S-1-5-32-544G:", 12},
-                                                      {"S-1-0x5000000000-1", 18},
-                                                      {"", 0},
-                                                      {"S-1-5", 0},
-                                                      {"S-2-5-1", 0},
-                                                      {"S-1-5-", 0},
-                                                      {"S-1-5--1", 0},
-                                                      {"S-1-5-4294967296", 0},
-                                                      {"S-1-281474976710656-1", 0},
-                                                      {"S-1-1-1-1-1-1-1-1-1-1-1-1-1-1-1-1-1-1", 0}};
-    for (auto [text, length] : lengths) EXPECT_EQ(sidLength(text), length) << text;
+    EXPECT_EQ(sidLength("S-1-5-32-544G:"), 12u);
+    EXPECT_EQ(sidLength("S-1-0x5000000000-1"), 18u);
+    for (const char* bad : {"", "S-1-5", "S-2-5-1", "S-1-5-", "S-1-5--1", "S-1-5-4294967296",
+                            "S-1-281474976710656-1", "S-1-1-1-1-1-1-1-1-1-1-1-1-1-1-1-1-1-1"})
+        EXPECT_EQ(sidLength(bad), 0u) << bad;
     std::string sid;
     EXPECT_TRUE(sidOfAlias("wd", sid));
     EXPECT_EQ(sid, "S-1-1-0");
@@ -79,26 +73,11 @@ TEST(Sddl, Parsing) {
     EXPECT_EQ(sddl.dacl->entries[0].rights, "0x1F01FF");
     EXPECT_EQ(sddl.dacl->entries[1].trustee, "S-1-22-1-0");
     EXPECT_EQ(sddl.sacl->entries[0].type, "AU");
-    const char* bads[] = {"",
-                          "X",
-                          "X:",
-                          "D",
-                          "O:",
-                          "O:ZZ",
-                          "O:BAO:BA",
-                          "D:D:",
-                          "D:(",
-                          "D:()",
-                          "D:(A;;FA;;;)",
-                          "D:(A;;FA;;WD)",
-                          "D:(A;;FA;;;WD;)",
-                          "D:(A;O;FA;;;WD)",
-                          "D:(A;;FA;;;WD)x",
-                          "D:p(A;;FA;;;WD)",
-                          "D:(XA;;FX;;;WD;(@User.a == 1))",
-                          "O:S-1-5",
-                          "D:((A;;FA;;;WD)"};
-    for (const char* bad : bads) EXPECT_EQ(parseSddl(bad, sddl), EINVAL) << bad;
+    for (const char* bad :
+         {"", "X", "X:", "D", "O:", "O:ZZ", "O:BAO:BA", "D:D:", "D:(", "D:()", "D:(A;;FA;;;)",
+          "D:(A;;FA;;WD)", "D:(A;;FA;;;WD;)", "D:(A;O;FA;;;WD)", "D:(A;;FA;;;WD)x", "D:p(A;;FA;;;WD)",
+          "D:(XA;;FX;;;WD;(@User.a == 1))", "O:S-1-5", "D:((A;;FA;;;WD)"})
+        EXPECT_EQ(parseSddl(bad, sddl), EINVAL) << bad;
     std::string huge = "D:";
     while (huge.size() < 70000) huge += "(A;;FA;;;WD)";
     EXPECT_EQ(parseSddl(huge, sddl), EINVAL);

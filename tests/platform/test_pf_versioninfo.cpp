@@ -11,77 +11,42 @@ using namespace platform;
 
 namespace {
 
-void put(std::string& out, uint64_t value, int width) {
-    for (int i = 0; i < width; ++i) out.push_back(static_cast<char>(value >> (8 * i)));
+// Numbers of these widths, one behind the other.
+std::string pack(std::initializer_list<std::pair<uint64_t, int>> numbers, bool big = false) {
+    std::string out;
+    for (auto [value, width] : numbers)
+        for (int i = 0; i < width; ++i)
+            out.push_back(static_cast<char>(value >> (8 * (big ? width - 1 - i : i))));
+    return out;
 }
 
-void pad(std::string& out) {
-    while (out.size() % 4) out.push_back(0);
-}
+std::string zeros(size_t count) { return std::string(count, '\0'); }
+
+std::string padded(std::string text) { return text + zeros(3 - (text.size() + 3) % 4); }
 
 std::string wide(const std::string& text) {
     std::string out;
-    for (char c : text) put(out, static_cast<uint8_t>(c), 2);
-    return out + std::string(2, '\0');
+    for (char c : text) out += {c, '\0'};
+    return out + zeros(2);
 }
 
 // A record of the version resource; `children` are aligned already.
 std::string record(const std::string& key, const std::string& value, const std::string& children) {
-    std::string body = std::string(6, 0) + wide(key);
-    pad(body);
-    body += value;
-    pad(body);
-    body += children;
-    std::string head;
-    put(head, body.size(), 2);
-    put(head, value.size(), 2);
-    put(head, 1, 2);
-    return head + body.substr(6);
-}
-
-std::string padded(std::string text) {
-    pad(text);
-    return text;
+    std::string body = padded(padded(zeros(6) + wide(key)) + value) + children;
+    return pack({{body.size(), 2}, {value.size(), 2}, {1, 2}}) + body.substr(6);
 }
 
 std::string peFile(const std::string& resource) {
     std::string root;
-    auto folder = [&](uint32_t id, uint32_t next) {
-        root += std::string(14, 0);
-        put(root, 1, 2);
-        put(root, id, 4);
-        put(root, next, 4);
-    };
-    folder(16, 0x80000018);
-    folder(1, 0x80000030);
-    folder(0x409, 0x48);
-    put(root, 0x1000 + 0x58, 4);
-    put(root, resource.size(), 4);
-    put(root, 0, 8);
-    root += resource;
-    std::string file = "MZ" + std::string(58, 0);
-    put(file, 64, 4);
-    file += std::string("PE\0\0", 4);
-    put(file, 0x8664, 2);
-    put(file, 1, 2);
-    file += std::string(12, 0);
-    put(file, 240, 2);
-    put(file, 0, 2);
-    std::string optional;
-    put(optional, 0x20B, 2);
-    optional += std::string(106, 0);
-    put(optional, 16, 4);
-    optional += std::string(16, 0);
-    put(optional, 0x1000, 4);
-    put(optional, root.size(), 4);
-    file += optional + std::string(240 - optional.size(), 0);
-    file += std::string(".rsrc\0\0\0", 8);
-    put(file, root.size(), 4);
-    put(file, 0x1000, 4);
-    put(file, root.size(), 4);
-    put(file, file.size() + 20, 4);
-    file += std::string(16, 0);
-    return file + root;
+    for (auto [id, next] : {std::pair{16u, 0x80000018u}, {1u, 0x80000030u}, {0x409u, 0x48u}})
+        root += zeros(14) + pack({{1, 2}, {id, 4}, {next, 4}});
+    root += pack({{0x1000 + 0x58, 4}, {resource.size(), 4}, {0, 8}}) + resource;
+    std::string optional =
+        pack({{0x20B, 2}}) + zeros(106) + pack({{16, 4}}) + zeros(16) + pack({{0x1000, 4}, {root.size(), 4}});
+    std::string file = "MZ" + zeros(58) + pack({{64, 4}}) + "PE" + zeros(2) + pack({{0x8664, 2}, {1, 2}}) +
+                       zeros(12) + pack({{240, 2}, {0, 2}}) + optional + zeros(240 - optional.size()) +
+                       ".rsrc" + zeros(3) + pack({{root.size(), 4}, {0x1000, 4}, {root.size(), 4}});
+    return file + pack({{file.size() + 20, 4}}) + zeros(16) + root;
 }
 
 std::string sample() {
@@ -92,28 +57,10 @@ std::string sample() {
 }
 
 std::string elfFile(bool big, const std::string& json) {
-    auto put = [big](std::string& out, uint64_t value, int width) {
-        for (int i = 0; i < width; ++i)
-            out.push_back(static_cast<char>(value >> (8 * (big ? width - 1 - i : i))));
-    };
-    std::string file = std::string("\177ELF") + '\1' + (big ? '\2' : '\1') + std::string(22, 0);
-    put(file, 52, 4);
-    file += std::string(10, 0);
-    put(file, 32, 2);
-    put(file, 1, 2);
-    file += std::string(6, 0);
-    std::string note;
-    put(note, 4, 4);
-    put(note, json.size(), 4);
-    put(note, 0xCAFE1A7E, 4);
-    note += std::string("FDO\0", 4) + json;
-    put(file, 4, 4);
-    put(file, 84, 4);
-    put(file, 0, 8);
-    put(file, note.size(), 4);
-    put(file, 0, 8);
-    put(file, 4, 4);
-    return file + note;
+    std::string note = pack({{4, 4}, {json.size(), 4}, {0xCAFE1A7E, 4}}, big) + "FDO" + zeros(1) + json;
+    return std::string("\177ELF\1") + (big ? '\2' : '\1') + zeros(22) + pack({{52, 4}}, big) + zeros(10) +
+           pack({{32, 2}, {1, 2}}, big) + zeros(6) +
+           pack({{4, 4}, {84, 4}, {0, 8}, {note.size(), 4}, {0, 8}, {4, 4}}, big) + note;
 }
 
 }  // namespace

@@ -1,30 +1,13 @@
 #!/usr/bin/env bash
 # quillscan on seeded trees: every row beside what find tells, sums beside du, whatever the number of threads; trees that
 # change, folders that cannot be read, mounts, signals, a full disk. usage: SOURCE BUILD
-set -uo pipefail
-source_dir=$1 scan=$2/bin/quillscan dump=$2/bin/storedump
-[ -x "$scan" ] && [ -x "$dump" ] || { echo "no $scan or no $dump" >&2; exit 1; }
+. "$1/tests/checks.sh"
 export LC_ALL=C.UTF-8 TZ=Europe/Berlin
-work=$(mktemp -d)
-work=$(realpath "$work")
-trap 'chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
+scan=$2/bin/quillscan dump=$2/bin/storedump
+[ -x "$scan" ] && [ -x "$dump" ] || { echo "no $scan or no $dump" >&2; exit 1; }
 chmod 755 "$work"
-tree=$work/tree census=$work/out/census.smf
-mkdir -m 777 "$work/out"
-failed=0
-fail() { echo "FAILED $*"; failed=1; }
-same() { # WHAT GOT WANT
-  [ "$2" == "$3" ] && return
-  fail "$1"
-  diff <(printf '%s\n' "$3") <(printf '%s\n' "$2") | head -20
-}
-says() { # WHAT CODE PATTERN COMMAND...
-  local what=$1 want=$2 pattern=$3
-  shift 3
-  "$@" >"$work/said" 2>&1 </dev/null
-  same "$what: exit code" "$?" "$want"
-  [ -z "$pattern" ] || grep -q -e "$pattern" "$work/said" || { fail "$what: nothing like '$pattern'"; head -5 "$work/said"; }
-}
+tree=$work/tree scans=$work/scans census=$work/scans/census.smf
+mkdir -m 777 "$scans"
 
 # The model: what find tells of the roots, and what must hold for any census.
 cat >"$work/model.py" <<'PY'
@@ -210,12 +193,12 @@ space=(unshare -m)
 [ "$(id -u)" -eq 0 ] || space=(unshare -rm)
 if "${space[@]}" mount -t tmpfs none "$mounts/tiny" 2>/dev/null; then
   "${space[@]}" bash -c "cd '$mounts' && mount -t tmpfs none a/other && touch a/other/file && mount --bind a a/loop &&
-    '$scan' -o '$work/out/all.smf' a; '$scan' -x -o '$work/out/x.smf' a; '$scan' -x -o '$work/out/both.smf' a a/other
-    mount -t tmpfs -o size=32k none tiny && '$scan' -o tiny/c.smf '$tree'; echo code \$?; ls -A tiny" >"$work/said" 2>&1
-  same "a full disk" "$(grep -c 'No space left on device' "$work/said") $(tail -1 "$work/said")" "1 code 1"
+    '$scan' -o '$scans/all.smf' a; '$scan' -x -o '$scans/x.smf' a; '$scan' -x -o '$scans/both.smf' a a/other
+    mount -t tmpfs -o size=32k none tiny && '$scan' -o tiny/c.smf '$tree'; echo code \$?; ls -A tiny" >"$work/out" 2>&1
+  same "a full disk" "$(grep -c 'No space left on device' "$work/out") $(tail -1 "$work/out")" "1 code 1"
   for kind in "all 1" "x 0" "both 1"; do
     set -- $kind
-    same "mounts, $1" "$(census=$work/out/$1.smf model paths; census=$work/out/$1.smf model names | wc -l)" \
+    same "mounts, $1" "$(census=$scans/$1.smf model paths; census=$scans/$1.smf model names | wc -l)" \
       "$(printf '%s\n' "$mounts/a 0" "$mounts/a/loop 40" "$mounts/a/other 0" "$2")"
   done
 else
@@ -262,16 +245,16 @@ for signal in TERM INT KILL; do
   wait $victim 2>/dev/null
   same "$signal: exit code" $? $((128 + $(kill -l $signal)))
   [ ! -e "$census" ] || fail "$signal left a census"
-  [ $signal == KILL ] || [ -z "$(ls -A "$work/out" | grep part)" ] || fail "$signal left a part file"
+  [ $signal == KILL ] || [ -z "$(ls -A "$scans" | grep part)" ] || fail "$signal left a part file"
 done
-rm -f "$work"/out/*
+rm -f "$scans"/*
 echo old >"$census"
 chmod 640 "$census"
 (ulimit -f 20; says "a limit of the file's size" 1 "File too large" "$scan" -o "$census" "$tree"; exit $failed) || failed=1
-same "the old file stays" "$(cat "$census") $(ls -A "$work/out")" "old census.smf"
+same "the old file stays" "$(cat "$census") $(ls -A "$scans")" "old census.smf"
 "$scan" -o "$census" "$tree/d0" && same "a file is replaced" "$(stat -c %a "$census") $(model paths | sed -n 1p)" "640 $tree/d0 0"
-ln -s census.smf "$work/out/link"
-"$scan" -o "$work/out/link" "$tree/odd" && same "a link leads on" "$(model paths | sed -n 1p) $(readlink "$work/out/link")" "$tree/odd 0 census.smf"
+ln -s census.smf "$scans/link"
+"$scan" -o "$scans/link" "$tree/odd" && same "a link leads on" "$(model paths | sed -n 1p) $(readlink "$scans/link")" "$tree/odd 0 census.smf"
 
 # --- The command line
 same "the manual page" "$(mandoc -T lint -W warning "$source_dir/man/quillscan.1" 2>&1)" ""
