@@ -332,6 +332,7 @@ TEST_F(Filters, FaultsAreFaultsOfTheQuery) {
     EXPECT_EQ(select("Nothing = 5"), "DatabaseError: Nothing is not a property on File objects.");
     // A number takes the token behind it for its operation, whatever it is.
     EXPECT_EQ(select("5 (").substr(0, 14), "AssertionError");
+    EXPECT_EQ(select("3 kb").substr(0, 14), "AssertionError");
     EXPECT_EQ(select("5 exec"), "DevelopmentError: Not Implemented");
     EXPECT_EQ(select("5 not Count = 5"), "2 3 4 5 6");
     // The 513th field, or whatever comes first of its limits.

@@ -152,7 +152,7 @@ void SMF_RecordFilter::findConjunction() {
         if (at % 2 == 1) {
             if (operation.kind != TOKEN_AND) return;
         } else {
-            if (operation.kind != TOKEN_IDENTIFIER || operation.test->measures()) return;
+            if (operation.kind != TOKEN_IDENTIFIER || !operation.test || operation.test->measures()) return;
             tests.push_back(operation.test.get());
         }
     }
