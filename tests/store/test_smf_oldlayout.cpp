@@ -4,6 +4,8 @@
 #include "ipe/values/ipe_dicttype.h"
 #include "plain_store.h"
 #include "store/fields/smf_i32field.h"
+#include "store/filters/smf_recordfilter.h"
+#include "store/filters/smf_rowsieve.h"
 #include "store_support.h"
 
 namespace {
@@ -208,6 +210,16 @@ TEST(OldLayout, RowsReadForwardAndBySeek) {
                 table.next();
                 EXPECT_EQ(rowOf(table), wanted(0));
                 EXPECT_EQ(faultOf([&] { table.seek(301); }), "DatabaseError: Seek past end of table");
+                SMF_RecordFilter filter(table, nullptr);
+                filter.compile("Number > 300 and Name = '7$' and Day >= 1999-06-10");
+                SMF_RowSieve sieve;
+                table.seek(1);
+                std::vector<int64_t> found, expected;
+                for (; sieve.find(table, filter.conjunction(), 300) && table.position() < 300; table.next())
+                    found.push_back(table.position());
+                for (int64_t i = 102; i < 300; ++i)
+                    if (i % 10 == 7 && i / 5 % 28 >= 9) expected.push_back(i + 1);
+                EXPECT_EQ(found, expected);
             }
 }
 
