@@ -58,6 +58,8 @@ def options_of(entry, options, paths):
     for given in [entry.options, options]:
         for key in given.keys():
             found[key] = given[key]
+    # A transform brings its own expression; whoever gives one does not want the report's.
+    if options.has_key("regex") and options.has_key("xform") == 0: found["xform"] = None
     found["paths"] = []
     for path in paths:
         found.paths.append({"name": path})

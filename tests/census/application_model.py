@@ -192,7 +192,7 @@ months = defaultdict(lambda: defaultdict(lambda: [0, 0]))
 for f in files:
     m = months[extension(f)][time.strftime("%Y-%m", time.localtime(min(f.modified, epoch)))]
     m[0], m[1] = m[0] + f.size, m[1] + f.space
-got = report("group_by_pcre_date", "--set", f"epoch={epoch}", "--set", "pivot=modified", "--set", r"regex=\.([^./]+)$", "--set", "regex_dvalue=(none)", "--set", "xform=", columns="value, size, space, object")
+got = report("group_by_pcre_date", "--set", f"epoch={epoch}", "--set", "pivot=modified", "--set", r"regex=\.([^./]+)$", "--set", "regex_dvalue=(none)", columns="value, size, space, object")
 same("group_by_pcre_date", {v: (s, p, eval(o)) for v, s, p, o in got},
      {k: (sum(v[0] for v in m.values()), sum(v[1] for v in m.values()), {d: tuple(v) for d, v in m.items()}) for k, m in months.items()})
 
