@@ -574,8 +574,8 @@ TEST_F(FileReports, GroupsAreSplitByMonthUpToTheEpoch) {
     census.paths[2].files.push_back({"x.log", 60000, 5, {}, {}, momentOf(2020, 12, 31, 23, 59)});
     census.paths[2].files.push_back({"y.log", 60000, 5, {}, {}, {}});
     write(census);
-    int64_t july2015 = 1437000000;  // 15 July 2015
-    for (int64_t epoch : {int64_t{0}, july2015})
+    // None, 15 July 2015 in seconds, and as the number that its digits make.
+    for (int64_t epoch : {0, 1437000000, 20150715})
         for (const char* pivot : {"accessed", "Modified"}) {
             std::map<std::string, std::map<std::string, std::pair<int64_t, int64_t>>> months;
             for (const Entry& e : tree(1, isLarge)) {
