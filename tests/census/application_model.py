@@ -319,6 +319,7 @@ table = list(csv.reader(io.StringIO(out.decode(errors="surrogateescape"), newlin
 same("csv", (code, err, table[0], table[1:]), (0, b"", columns, [[str(v.decode(errors="surrogateescape") if isinstance(v, bytes) else v) for v in r[1:]] for r in rows]))
 code, out, err = call("--report", "all", "--top", "3", "--path", top.text)
 same("text", (code, err, b"\t" in out, [l for l in out.split(b"\n") if len(l) > 500 or l != l.rstrip()]), (0, b"", False, []))
+same("title", call("--report", "path_names", "--path", "/", "--filter", "Levels = 0")[1].split(b"\n")[-4:], [b"path_names: Levels = 0", b"  path", b"  /", b""])
 
 # --- A real tree
 census = f"{work}/share.smf"
