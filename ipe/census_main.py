@@ -13,10 +13,11 @@ def show(run, entry, options, table, cache, wish, console):
     if wish.form == "text":
         rows = run.rows(entry.query, table, cache)
         columns = census.show.resolved(entry.columns, options)
+        title = census.show.plain(census.reports.title_of(entry, options))
         if entry.name == "spacemap":
-            census.show.map(console, entry.title, rows, columns[3][1], 2, wish.top)
+            census.show.map(console, title, rows, columns[3][1], 2, wish.top)
         else:
-            census.show.table(console, entry.title, columns, rows, wish.top)
+            census.show.table(console, title, columns, rows, wish.top)
         return
     names, rows = run.all(table, cache)
     if wish.form == "csv":

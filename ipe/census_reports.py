@@ -37,7 +37,7 @@ add("group_by_pcre_date", "Kinds of files", {"xform": "kind_of_file", "pivot": "
 add("file_duplicated", "Likely duplicates: files of 1 MB and more of the same name, size and date", {"filter": "Size >= 1MB"}, "select wasted, copies, size, name, path from $table where cache = $cache order by wasted desc, name", [("wasted", "bytes"), ("copies", "number"), ("size", "bytes"), ("name", "text"), ("first in", "text")])
 add("file_search", "Files left over: logs, backups, temporary files", {"filter": "Name = '[.](log|bak|old|tmp|orig|swp)$|~$'"}, "select filteredsize, filteredcount, path from $table where cache = $cache and filteredcount > 0 order by filteredsize desc, path", [("size", "bytes"), ("files", "number"), ("path", "text")])
 add("dacl_search", "Folders that everybody may write to", {"filter": "Type = '^other$' and Rights in [(2, 1), (6, 1)]"}, "select path, count from $table where cache = $cache and filteredcount > 0 order by path", [("path", "text"), ("entries", "number")])
-add("path_search", "Folders without any file below them", {"filter": "TreeFiles = 0"}, "select totalcount, filteredcount, path from $table where cache = $cache order by path", [("folders", "number"), ("empty", "number"), ("path", "text")])
+add("path_search", "Folders without any file below them", {"filter": "TreeFiles = 0"}, "select totalcount, filteredcount, path from $table where cache = $cache order by path", [("folders", "number"), ("found", "number"), ("path", "text")])
 add("path_names", "Folders by name: caches", {"filter": "Path = '/[.]?cache/$'"}, "select path from $table where cache = $cache order by path", [("path", "text")])
 add("path_index", "Where the trees stand in the table Path", {"mode": "pathrange"}, "select start, count, path from $table where cache = $cache order by number", [("row", "number"), ("folders below", "number"), ("path", "text")])
 add("iterate", "Owners", {"script": owners_script, "fields": ["Owner", "Size"]}, "select size, files, name from $table where cache = $cache order by size desc, name", [("size", "bytes"), ("files", "number"), ("owner", "text")])
@@ -52,12 +52,21 @@ def is_bytes(options):
     if lower(options.get("field", "size")) in ["size", "space", "savings", "linksize", "linkspace", "treesize", "treespace", "ownsize", "ownspace", "foldersize"]: return True
     return False
 
+def title_of(entry, options):
+    "What the printed table is called. A title may speak of the report's own filter, so another one takes its place."
+    filter = options.get("filter", "")
+    if filter == entry.options.get("filter", filter): return entry.title
+    if filter == "": return entry.name
+    return entry.name + ": " + filter
+
 def options_of(entry, options, paths):
     "The options of a run: the report's own, those that are given, and the paths."
     found = {}
     for given in [entry.options, options]:
         for key in given.keys():
             found[key] = given[key]
+    # A transform brings its own expression; whoever gives one does not want the report's.
+    if options.has_key("regex") and options.has_key("xform") == 0: found["xform"] = None
     found["paths"] = []
     for path in paths:
         found.paths.append({"name": path})

@@ -63,24 +63,21 @@ FSI_RecordFilter::~FSI_RecordFilter() = default;
 
 // --- Compiling.
 
-namespace {
-
 // As text; of integers those with the digits of a packed date, while others are seconds already.
-IPE_Object epochOf(const IPE_Object& epoch) {
+IPE_Object FSI_RecordFilter::epoch(const FSI_Reader& census, const IPE_Object& options) {
+    auto isThere = [](const IPE_Object& value) { return !value.isNull() && !value.is<IPE_NoneType>(); };
+    IPE_Object epoch;
+    if (!options.isNull()) epoch = IPE_Object(PyDict_SafeCast(options)->findText("epoch"));
+    if (!isThere(epoch)) epoch = census.option("epoch");
+    if (!isThere(epoch)) return {};
     std::string text = IPE_Object_Text(epoch);
     bool seconds = epoch.is<IPE_IntType>() && text.size() != 8 && text.size() != 14;
     return seconds ? epoch : IPE_String(text);
 }
 
-}  // namespace
-
 bool FSI_RecordFilter::compileFor(std::string_view text, const IPE_Object& options,
                                   const IPE_Object& keywords) {
-    auto isThere = [](const IPE_Object& value) { return !value.isNull() && !value.is<IPE_NoneType>(); };
-    IPE_Object epoch;
-    if (!options.isNull()) epoch = IPE_Object(PyDict_SafeCast(options)->findText("epoch"));
-    if (!isThere(epoch)) epoch = table_.census().option("epoch");
-    if (isThere(epoch)) setVariable("date_epoch", epochOf(epoch));
+    if (IPE_Object moment = epoch(table_.census(), options)) setVariable("date_epoch", moment);
     if (compile(text)) return true;
     for (const IPE_Object& dictionary : {options, keywords})
         if (!dictionary.isNull()) PyDict_SafeCast(dictionary)->setText("_not_cacheable", IPE_Int(1));

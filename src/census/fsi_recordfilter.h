@@ -30,6 +30,9 @@ class FSI_RecordFilter final : public SMF_RecordFilter {
     // reader. When the result may not be cached, `_not_cacheable` := 1 goes into `options` and `keywords`
     // (each a DictType or null). False in that case.
     bool compileFor(std::string_view text, const IPE_Object& options, const IPE_Object& keywords);
+    // The moment from which ages count, for IPE_TimeOf: the `epoch` of `options` (a DictType or null), else
+    // that of the census; null when there is none.
+    static IPE_Object epoch(const FSI_Reader& census, const IPE_Object& options);
 
     bool isEmpty() const noexcept { return count() == 0; }
     // Whether the current row passes; an empty filter lets every row pass.

@@ -192,7 +192,7 @@ months = defaultdict(lambda: defaultdict(lambda: [0, 0]))
 for f in files:
     m = months[extension(f)][time.strftime("%Y-%m", time.localtime(min(f.modified, epoch)))]
     m[0], m[1] = m[0] + f.size, m[1] + f.space
-got = report("group_by_pcre_date", "--set", f"epoch={epoch}", "--set", "pivot=modified", "--set", r"regex=\.([^./]+)$", "--set", "regex_dvalue=(none)", "--set", "xform=", columns="value, size, space, object")
+got = report("group_by_pcre_date", "--set", f"epoch={epoch}", "--set", "pivot=modified", "--set", r"regex=\.([^./]+)$", "--set", "regex_dvalue=(none)", columns="value, size, space, object")
 same("group_by_pcre_date", {v: (s, p, eval(o)) for v, s, p, o in got},
      {k: (sum(v[0] for v in m.values()), sum(v[1] for v in m.values()), {d: tuple(v) for d, v in m.items()}) for k, m in months.items()})
 
@@ -319,6 +319,7 @@ table = list(csv.reader(io.StringIO(out.decode(errors="surrogateescape"), newlin
 same("csv", (code, err, table[0], table[1:]), (0, b"", columns, [[str(v.decode(errors="surrogateescape") if isinstance(v, bytes) else v) for v in r[1:]] for r in rows]))
 code, out, err = call("--report", "all", "--top", "3", "--path", top.text)
 same("text", (code, err, b"\t" in out, [l for l in out.split(b"\n") if len(l) > 500 or l != l.rstrip()]), (0, b"", False, []))
+same("title", call("--report", "path_names", "--path", "/", "--filter", "Levels = 0")[1].split(b"\n")[-4:], [b"path_names: Levels = 0", b"  path", b"  /", b""])
 
 # --- A real tree
 census = f"{work}/share.smf"

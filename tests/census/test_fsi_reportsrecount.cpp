@@ -106,13 +106,14 @@ TEST_F(Recount, ReportsOnFiles) {
                          " and f.name like '%.%' group by 1, 2 order by 1, 2");
             }
 
-        // Months up to the epoch, 15 July 2015; the object holds nothing but the pairs of its months.
-        for (const char* epoch : {"None", "1437000000"})
+        // Months up to the epoch, 15 July 2015 in seconds and by its digits; the object holds nothing but the
+        // pairs of its months.
+        for (const char* epoch : {"None", "1437000000", "20150715"})
             for (const char* pivot : {"accessed", "Modified"}) {
                 run("group_by_pcre_date", with + ", 'regex': '[.]([^.]+)$', 'regex_dvalue': '-', 'pivot': '" +
                                               pivot + "', 'epoch': " + epoch);
                 std::string month = std::string("substr(f.") + pivot + ", 1, 7)";
-                if (*epoch == '1') month = "min(" + month + ", '2015-07')";
+                if (*epoch != 'N') month = "min(" + month + ", '2015-07')";
                 std::string months = "(select iif(f.name like '%.%', " + Extension + ", '-') as v, " + month +
                                      " as month, sum(f.size) as size, sum(f.space) as space " + rows +
                                      " group by 1, 2)";

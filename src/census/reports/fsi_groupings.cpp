@@ -154,9 +154,7 @@ class GroupByPcreDate final : public Grouping {
     explicit GroupByPcreDate(const IPE_Arguments& arguments) : Grouping(arguments) {}
 
     IPE_Object run() override {
-        IPE_Object epoch = option("epoch");
-        if (epoch.isNull()) epoch = census().option("epoch");
-        if (!epoch.isNull() && !epoch.is<IPE_NoneType>()) {
+        if (IPE_Object epoch = FSI_RecordFilter::epoch(census(), options())) {
             SMF_DateValue date;
             SMF_TimeValue time;
             if (SMF_LocalMoment(IPE_TimeOf(epoch), date, time)) lastMonth_ = monthOf(date);

@@ -73,7 +73,7 @@ class Search : public FSI_Report {
     SMF_I64 size_, space_;  // not connected for rows without sizes
 
   private:
-    static constexpr size_t MostHeld = 5000;  // rows of all three tables
+    static constexpr size_t MostHeld = FSI_RowBatch::Short;  // rows of all three tables
 
     static std::string insertInto(const std::string& table, const std::string& columns) {
         std::string marks;
