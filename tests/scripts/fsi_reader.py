@@ -48,6 +48,11 @@ try:
 except DatabaseError, e:
     lines = e.decode.split("\n")
     print e.raised, lines[0]
+schemas["Schemas/FSI/Buyer"] = "function adjust() addFieldDefault('Day', 'Date') end"
+try:
+    reader.table("Buyer")
+except LuaInterpreterException, e:
+    print e
 # Without a host every stored column is there.
 print fsi.reader.create({"fsi": path}).table("Order").pump(batch=1)
 try:
