@@ -241,6 +241,9 @@ TEST_F(Lua, ErrorsTellPlaceAndLine) {
     EXPECT_EQ(failing("error()"), "(error object is a nil value)||");
     EXPECT_EQ(failing("error(setmetatable({}, {__tostring = function() return 'own' end}))"), "own||");
     EXPECT_EQ(failing("error(setmetatable({}, {__tostring = function() error('twice', 0) end}))"), "twice||");
+    EXPECT_EQ(failing("\nsetmetatable(5, {})"),
+              "bad argument #1 to 'setmetatable' (table expected, got number)|2|setmetatable(5, {})");
+    EXPECT_EQ(failing("\nload()"), "bad argument #1 to 'load' (function expected, got no value)|2|load()");
     EXPECT_EQ(failing("\nerror(select(2, load('\\nx x')), 0)"), "syntax error near 'x'|2|");
     // The text of a chunk is known while it runs, however long its name.
     EXPECT_EQ(fields([&] { lua.execute("error('e')", "FSI Filter: " + std::string(100, 'n')); }),
