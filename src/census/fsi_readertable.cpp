@@ -87,7 +87,7 @@ void FSI_ReaderTable::runSchema() {
     lua_ = IPE_NewLua();
     IPE_Lua& state = *lua_.as<IPE_Lua>();
     state.setGlobal("options", census_->options());
-    state.execute(FSI_SchemaPrelude, "schema prelude");
+    state.compile(FSI_SchemaPrelude, "schema prelude");
     if (census_->host()) {
         std::string script = "Schemas/FSI/" + tableName_;
         IPE_Object text = census_->apiCall("ResolveTableScript", {IPE_String(script)});
@@ -146,7 +146,8 @@ FSI_ReaderTable& FSI_ReaderTable::open(std::unique_ptr<FSI_ReaderTable>& place, 
         requireCensus();
         auto table = std::make_unique<FSI_ReaderTable>();
         table->connect(*census_, name, helpers);
-        place = std::move(table);
+        // The application may have asked this table for its plans meanwhile, and those refer to the first.
+        if (!place) place = std::move(table);
     }
     return *place;
 }

@@ -28,8 +28,8 @@ IPE_Object marshalFunction(IPE_DictType* named) {
     IPE_Object function(named ? named->findName(marshalKey) : nullptr);
     auto* name = function.tryAs<IPE_StringType>();
     IPE_Frame* frame = IPE_CurrentFrame();
-    if (name && frame) return frame->interpreter->lookup(*frame, name);
-    return function;
+    if (name && frame) function = frame->interpreter->lookup(*frame, name);
+    return function.is<IPE_NoneType>() ? IPE_Object() : function;
 }
 
 const char* storageClass(sqlite3_stmt* statement, int column) {

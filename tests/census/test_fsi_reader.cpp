@@ -472,6 +472,30 @@ TEST_F(Census, RowsAndBatches) {
     }
     EXPECT_EQ(faultOf([&] { IPE_Call(list); }), "DatabaseError: Not connected");
     EXPECT_TRUE(has(faultOf([&] { reader_->host()->execute("return record()"); }), "Not connected"));
+
+    // The application asks for a row while the columns of that very row are planned.
+    table.connect(reader({{"File", R"(
+                             function adjust()
+                                 addFieldShadow('Levels', 'PathNumber', {FTable = 'Path', FShow = 'Levels'})
+                                 addFieldShadow('Length', 'PathNumber', {FTable = 'Path', FShow = 'Length'})
+                             end
+                             columns = {'Levels', 'Length'})"}},
+                         {}, R"(
+                             local plain = api.ResolveTableScript
+                             function api.ResolveTableScript(name)
+                                 local ask = record
+                                 record = nil
+                                 if ask then ask() end
+                                 return plain(name)
+                             end)"),
+                  "File", true);
+    FSI_RecordCallables records(table);
+    reader_->host()->setGlobal("record", records.asList());
+    table.seek(table.rows());
+    auto folderOf = static_cast<size_t>(table.valueOf("PathNumber")->__int__());
+    IPE_Object row = table.recordAsList();
+    EXPECT_EQ(FSI_ItemsOf(row, "values")[1]->__int__(), model.textOf(folderOf).size());
+    EXPECT_TRUE(reader_->host()->getGlobal("record").is<IPE_NoneType>());
 }
 
 TEST_F(Census, ReadersAndOptions) {

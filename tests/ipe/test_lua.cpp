@@ -105,6 +105,9 @@ TEST_F(Lua, SharedAndCyclicContainersStaySo) {
     EXPECT_EQ(IPE_Tuple(pair)[0], IPE_Tuple(pair)[1]);
     lua.setGlobal("t", dict);
     EXPECT_EQ(shown("return t.self == t, t.a == t.b, t.a ~= t"), "(True, True, True)");
+    IPE_Object inner = dict->__getitem__(S("a")),
+               compare = run("return function(a, b, c) return a == b, c.a == a end");
+    EXPECT_EQ(repr(IPE_Call(compare, inner, inner, dict)), "(True, True)");
     dict->clear();
     // A cycle around a value that cannot cross is taken apart again (the leak check watches).
     error(

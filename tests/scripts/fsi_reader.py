@@ -46,6 +46,8 @@ orders.seek(1)
 same("a list of rows", orders.record_as_list(batch=1), [[1000, "anna"]])
 same("a virtual table", reader.table("Census").pump(batch=5), [[2024]])
 fault("no such table", "DatabaseError: No physical or logical table named None", reader.table, "None")
+schemas["Schemas/FSI/Buyer"] = "function adjust() addFieldDefault('Day', 'Date') end"
+fault("the place in a schema", "LuaInterpreterException: Unsupported column type [12: function addFieldDefault(...) return table('addFieldDefault', ...) end]", reader.table, "Buyer")
 same("without a host every stored column is there", fsi.reader.create({"fsi": path}).table("Order").pump(batch=1), [[1, 1, 1000]])
 fault("a table of no reader", "DatabaseError: Not connected", fsi.reader.table.create().get_header)
 reader.close("")

@@ -110,6 +110,7 @@ def fields(action, *rest):
 lua.setglobal("failing", failing)
 same("an error's place", fields(execute, "x = 1\n  error('bad')"), ["bad", "2", "  error('bad')"])
 rows = [("local x\r\n  x()\r\nx = 1", "attempt to call local 'x' (a nil value)", "2", "  x()"), ("x = = 1", "unexpected symbol near '='", "1", "x = = 1"), ("error('at 10:20: noon', 0)", "at 10:20: noon", "", ""), ("error({})", "(error object is a table value)", "", ""), ("error()", "(error object is a nil value)", "", "")]
+rows = rows + [("\nsetmetatable(5, {})", "bad argument #1 to 'setmetatable' (table expected, got number)", "2", "setmetatable(5, {})"), ("\nload()", "bad argument #1 to 'load' (function expected, got no value)", "2", "load()")]
 rows = rows + [("error(setmetatable({}, {__tostring = function() return 'own' end}))", "own", "", ""), ("error(setmetatable({}, {__tostring = function() error('twice', 0) end}))", "twice", "", ""), ("\nerror(select(2, load('\\nx x')), 0)", "syntax error near 'x'", "2", "")]
 for text, message, line, code in rows:
     same("an error's fields", fields(execute, text), [message, line, code])

@@ -76,6 +76,7 @@ fault("for nothing", "RuntimeError: Incorrect number of parameters in list! Expe
 fault("a name that is missing", "KeyError: b", cursor.execute, "select :a, :b", {"a": 1})
 fault("a parameter without a name", "RuntimeError: Incorrect number of parameters in list! Expected 2, got 1.", cursor.execute, "select :a, ?", {"a": 1})
 fault("no such value", "RuntimeError: Cannot bind parameter of type 'TrueType' to sqlite parameter", cursor.execute, "select ?", True)
+fault("no function for it", "RuntimeError: Cannot bind parameter of type 'TrueType' to sqlite parameter", cursor.execute, "select :a", {"a": True, "__marshalfunc": None})
 fault("an error in the second row", "RuntimeError: Error during execute: integer overflow", cursor.execute, "select abs(-9223372036854775807 - 1)")
 cursor.execute("select abs(-9223372036854775807 + 1 - x) from (select 1 as x union all select 2)")
 same("a good row", cursor.fetchone(), (9223372036854775807))

@@ -45,6 +45,7 @@ int setlocale(lua_State* L) {
 // Upvalue 1: the library's own function; upvalue 2: the index of its argument `mode`.
 int loadText(lua_State* L) {
     int mode = static_cast<int>(lua_tointeger(L, lua_upvalueindex(2)));
+    if (mode == 3 && !lua_isstring(L, 1)) luaL_checktype(L, 1, LUA_TFUNCTION);
     if (lua_gettop(L) < mode) lua_settop(L, mode);
     lua_pushliteral(L, "t");
     lua_replace(L, mode);
@@ -62,17 +63,19 @@ int doFile(lua_State* L) {
     return lua_gettop(L) - 1;
 }
 
-// Upvalue 1: the library's own function.
+// As the library's, but for finalizers. A wrapper would take the caller's line from its errors.
 int setMetatable(lua_State* L) {
-    if (lua_type(L, 2) == LUA_TTABLE) {
+    luaL_checktype(L, 1, LUA_TTABLE);
+    luaL_argcheck(L, lua_isnil(L, 2) || lua_istable(L, 2), 2, "nil or table expected");
+    if (luaL_getmetafield(L, 1, "__metatable")) return luaL_error(L, "cannot change a protected metatable");
+    lua_settop(L, 2);
+    if (lua_istable(L, 2)) {
         lua_pushliteral(L, "__gc");
         lua_rawget(L, 2);
         if (!lua_isnil(L, -1)) return luaL_error(L, "a metatable with __gc is not available");
         lua_pop(L, 1);
     }
-    lua_pushvalue(L, lua_upvalueindex(1));
-    lua_insert(L, 1);
-    lua_call(L, lua_gettop(L) - 1, 1);
+    lua_setmetatable(L, 1);
     return 1;
 }
 
@@ -126,7 +129,8 @@ void limitBase(lua_State* L) {
     lua_getfield(L, -1, "load");
     lua_setfield(L, -2, "loadstring");
     wrap(L, "loadfile", loadText, 2);
-    wrap(L, "setmetatable", setMetatable);
+    lua_pushcfunction(L, setMetatable);
+    lua_setfield(L, -2, "setmetatable");
     lua_pushcfunction(L, xpcall);
     lua_setfield(L, -2, "xpcall");
     lua_pushcfunction(L, doFile);

@@ -1,7 +1,7 @@
 // Copies of plain data, references to everything else.
 //
 // A crossing happens once for each row of a walk, so a flat value pays for nothing but itself: the guard
-// against cycles is made when the first container turns up inside another one.
+// against cycles is made when a second container turns up.
 //
 // No Lua code runs meanwhile. Script code might, when a collection drops the last handle to a script object;
 // so containers are walked by position, each element held while it is written, and their size is asked
@@ -106,7 +106,7 @@ void IPE_LuaWriter::push(const IPE_Object& value) {
 
 bool IPE_LuaWriter::pushKnown(const EPA_Counted* address) {
     if (!guarded_) {
-        if (depth_ == 0) return false;
+        if (!first_) return false;
         lua_newtable(L_);
         lua_replace(L_, slot_);
         guarded_ = true;

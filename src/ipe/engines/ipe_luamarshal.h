@@ -34,10 +34,10 @@ class IPE_LuaWriter {
 
     IPE_LuaState& state_;
     lua_State* L_;
-    const int slot_;  // of the table from address to table, nil until a container is nested
+    const int slot_;  // of the table from address to table, nil until there is a second container
     bool guarded_ = false;
     int depth_ = 0;
-    const EPA_Counted* first_ = nullptr;  // the outermost container before there is a guard
+    const EPA_Counted* first_ = nullptr;  // the only container before there is a guard
     int firstIndex_ = 0;
 };
 
