@@ -86,7 +86,6 @@ void SMF_EncoderStream::writeSlow(const uint8_t* bytes, size_t size) {
         copyOverlap(bytes, size, position_);
     }
     position_ += static_cast<int64_t>(size);
-    highest_ = std::max(highest_, position_);
 }
 
 void SMF_EncoderStream::writeLongText(std::string_view text) {
@@ -110,7 +109,7 @@ bool SMF_EncoderStream::fits(size_t size, size_t before) const noexcept {
 }
 
 void SMF_EncoderStream::rewrite(int64_t at, const void* bytes, size_t size) {
-    if (at < 0 || at + static_cast<int64_t>(size) > highest_ ||
+    if (at < 0 || at + static_cast<int64_t>(size) > position_ ||
         copyOverlap(static_cast<const uint8_t*>(bytes), size, at) < size)
         SMF_Fail(nullptr, "String length is larger than 2x block", file_.name());
 }
@@ -136,17 +135,16 @@ void SMF_EncoderStream::flushBlock(const std::vector<uint8_t>& block, int64_t ba
 }
 
 void SMF_EncoderStream::finish() {
-    position_ = highest_;
     if (previousBase_ != -1) flushBlock(previous_, previousBase_, static_cast<size_t>(blockSize_));
     // One byte more than the data, a zero: readers of this format expect it.
-    current_[static_cast<size_t>(highest_ - base_)] = 0;
-    flushBlock(current_, base_, static_cast<size_t>(highest_ - base_ + 1));
+    current_[static_cast<size_t>(position_ - base_)] = 0;
+    flushBlock(current_, base_, static_cast<size_t>(position_ - base_ + 1));
     std::vector<uint8_t> bytes;
     bytes.reserve(table_.size() * 8);
     for (int64_t entry : table_) putLittle(bytes, static_cast<uint64_t>(entry), 8);
     int64_t at = file_.size();
     file_.write(at, bytes.data(), bytes.size());
-    header_.setNumber64(SMF_StreamLength, highest_);
+    header_.setNumber64(SMF_StreamLength, position_);
     header_.setNumber(SMF_BlockCount, static_cast<int32_t>(table_.size()));
     header_.setNumber64(SMF_Table64, at);
     header_.update();

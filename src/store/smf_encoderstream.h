@@ -48,7 +48,6 @@ class SMF_EncoderStream {
         if (at >= 0 && at + static_cast<int64_t>(size) <= room_) [[likely]] {
             std::memcpy(current_.data() + at, bytes, size);
             position_ += static_cast<int64_t>(size);
-            if (position_ > highest_) highest_ = position_;
         } else {
             writeSlow(static_cast<const uint8_t*>(bytes), size);
         }
@@ -60,10 +59,7 @@ class SMF_EncoderStream {
         int64_t at = position_ - base_;
         return at >= 0 && at + static_cast<int64_t>(size) <= room_ ? current_.data() + at : nullptr;
     }
-    void advance(size_t used) noexcept {
-        position_ += static_cast<int64_t>(used);
-        if (position_ > highest_) highest_ = position_;
-    }
+    void advance(size_t used) noexcept { position_ += static_cast<int64_t>(used); }
     void writeLittle32(uint32_t value) { write(&value, 4); }
     void writeLittle64(uint64_t value) { write(&value, 8); }
     // Length in groups of 7 bits, low group first, then the bytes.
@@ -82,7 +78,6 @@ class SMF_EncoderStream {
     bool reaches(int64_t at) const noexcept { return at >= (previousBase_ < 0 ? base_ : previousBase_); }
     void rewrite(int64_t at, const void* bytes, size_t size);
     int64_t position() const noexcept { return position_; }
-    int64_t length() const noexcept { return highest_; }
     // Pads with zeros to a multiple of `page`.
     void fillPage(uint32_t page);
 
@@ -110,6 +105,6 @@ class SMF_EncoderStream {
     std::vector<uint8_t> previous_, current_;
     int64_t room_ = 0;  // bytes of the block that current_ holds
     int64_t previousBase_ = -1, base_ = 0;
-    int64_t position_ = 0, highest_ = 0;
+    int64_t position_ = 0;  // the end of what is written
     std::vector<int64_t> table_;
 };

@@ -37,22 +37,30 @@ class Encoder final : public SMF_EncoderFor<SMF_FlagField> {
 
     void encodeRows(std::span<const SMF_FlagValue> values) override {
         for (const SMF_FlagValue& value : values) {
-            SMF_FlagValue flags;
-            std::memcpy(flags.bytes, value.bytes, sizeof flags.bytes);
-            std::fill(flags.bytes + bytes_, std::end(flags.bytes), 0);
-            if (runAt_ != 0 && count_ < LongestRun && flags == previous_) {
+            if (runAt_ != 0 && count_ < LongestRun && value == previous_) {
                 ++count_;
                 continue;
             }
-            closeRun();
-            runAt_ = out().position();
-            count_ = 1;
-            previous_ = flags;
-            out().writeByte(1);
-            auto place = table_.touch(flags);
-            out().writeByte(place.byte());
-            if (!place.known) out().write(flags.bytes, bytes_);
+            put(value);
         }
+    }
+    // Bits behind the bytes of the field are not stored and tell nothing apart.
+    void put(const SMF_FlagValue& value) {
+        SMF_FlagValue flags, before;
+        std::copy_n(value.bytes, bytes_, flags.bytes);
+        std::copy_n(previous_.bytes, bytes_, before.bytes);
+        previous_ = value;
+        if (runAt_ != 0 && count_ < LongestRun && flags == before) {
+            ++count_;
+            return;
+        }
+        closeRun();
+        runAt_ = out().position();
+        count_ = 1;
+        out().writeByte(1);
+        auto place = table_.touch(flags);
+        out().writeByte(place.byte());
+        if (!place.known) out().write(flags.bytes, bytes_);
     }
 
     void closeRun() {
