@@ -37,18 +37,16 @@ libdeflate_decompressor* decompressor() {
 
 }  // namespace
 
-void SMF_Compress(bool zlib, const uint8_t* bytes, size_t size, std::vector<uint8_t>& out) {
-    size_t start = out.size();
+size_t SMF_Compress(bool zlib, const uint8_t* bytes, size_t size, std::vector<uint8_t>& out, size_t at) {
     size_t bound = zlib ? libdeflate_zlib_compress_bound(compressor(), size)
                         : static_cast<size_t>(LZ4_compressBound(static_cast<int>(size)));
-    out.resize(start + bound);
-    size_t made = zlib
-                      ? libdeflate_zlib_compress(compressor(), bytes, size, out.data() + start, bound)
-                      : static_cast<size_t>(LZ4_compress_fast(
-                            reinterpret_cast<const char*>(bytes), reinterpret_cast<char*>(out.data() + start),
-                            static_cast<int>(size), static_cast<int>(bound), Lz4Acceleration));
+    if (out.size() < at + bound) out.resize(at + bound);
+    size_t made = zlib ? libdeflate_zlib_compress(compressor(), bytes, size, out.data() + at, bound)
+                       : static_cast<size_t>(LZ4_compress_fast(
+                             reinterpret_cast<const char*>(bytes), reinterpret_cast<char*>(out.data() + at),
+                             static_cast<int>(size), static_cast<int>(bound), Lz4Acceleration));
     XPK_Assert(made > 0);
-    out.resize(start + made);
+    return made;
 }
 
 int64_t SMF_Decompress(bool zlib, const uint8_t* bytes, size_t size, uint8_t* out, size_t capacity) {

@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <vector>
 
-// Appends `size` bytes compressed to `out`. `zlib` selects the method.
-void SMF_Compress(bool zlib, const uint8_t* bytes, size_t size, std::vector<uint8_t>& out);
+// Compresses `size` bytes into `out` from `at` on, and gives the number of bytes made. The vector grows as it
+// must and keeps its size. `zlib` selects the method.
+size_t SMF_Compress(bool zlib, const uint8_t* bytes, size_t size, std::vector<uint8_t>& out, size_t at);
 // Decompresses into `out`; the number of bytes made, or -1 when the input is damaged or makes more than
 // `capacity`. What stands in `out` behind a failure is unspecified.
 int64_t SMF_Decompress(bool zlib, const uint8_t* bytes, size_t size, uint8_t* out, size_t capacity);

@@ -67,12 +67,11 @@ void SMF_EncoderStream::makeRoom(int64_t used) {
     current_.resize(static_cast<size_t>(room_) + 1);
 }
 
-void SMF_EncoderStream::advance() {
+void SMF_EncoderStream::beginBlock() {
     makeRoom(blockSize_);
     if (previousBase_ != -1) flushBlock(previous_, previousBase_, static_cast<size_t>(blockSize_));
     std::swap(previous_, current_);
     current_.resize(static_cast<size_t>(blockSize_) + 1);
-    std::fill(current_.begin(), current_.end(), 0);
     previousBase_ = base_;
     base_ += blockSize_;
 }
@@ -83,26 +82,13 @@ void SMF_EncoderStream::writeSlow(const uint8_t* bytes, size_t size) {
         int64_t rest = position_ + static_cast<int64_t>(size) - (base_ + 2 * blockSize_);
         if (rest > 0 || position_ + static_cast<int64_t>(done) != base_ + blockSize_)
             SMF_Fail(nullptr, "String length is larger than 2x block", file_.name());
-        advance();
+        beginBlock();
         copyOverlap(bytes, size, position_);
     }
     position_ += static_cast<int64_t>(size);
-    highest_ = std::max(highest_, position_);
 }
 
-void SMF_EncoderStream::writeLittle32(uint32_t value) {
-    uint8_t bytes[4];
-    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(value >> 8 * i);
-    write(bytes, 4);
-}
-
-void SMF_EncoderStream::writeLittle64(uint64_t value) {
-    uint8_t bytes[8];
-    for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(value >> 8 * i);
-    write(bytes, 8);
-}
-
-void SMF_EncoderStream::writeText(std::string_view text) {
+void SMF_EncoderStream::writeLongText(std::string_view text) {
     uint8_t length[10];
     size_t n = 0;
     for (size_t value = text.size();;) {
@@ -123,7 +109,7 @@ bool SMF_EncoderStream::fits(size_t size, size_t before) const noexcept {
 }
 
 void SMF_EncoderStream::rewrite(int64_t at, const void* bytes, size_t size) {
-    if (at < 0 || at + static_cast<int64_t>(size) > highest_ ||
+    if (at < 0 || at + static_cast<int64_t>(size) > position_ ||
         copyOverlap(static_cast<const uint8_t*>(bytes), size, at) < size)
         SMF_Fail(nullptr, "String length is larger than 2x block", file_.name());
 }
@@ -139,27 +125,26 @@ void SMF_EncoderStream::fillPage(uint32_t page) {
 }
 
 void SMF_EncoderStream::flushBlock(const std::vector<uint8_t>& block, int64_t base, size_t size) {
-    scratch_.assign(4, 0);
-    SMF_Compress(zlib_, block.data(), size, scratch_);
-    uint64_t length = scratch_.size() - 4;
-    for (size_t i = 0; i < 4; ++i) scratch_[i] = static_cast<uint8_t>(length >> 8 * i);
+    thread_local std::vector<uint8_t> made;
+    auto length = static_cast<uint32_t>(SMF_Compress(zlib_, block.data(), size, made, sizeof(uint32_t)));
+    std::memcpy(made.data(), &length, sizeof length);
     XPK_Assert(static_cast<int64_t>(table_.size()) == base / blockSize_);
     int64_t at = file_.size();
-    file_.write(at, scratch_.data(), scratch_.size());
+    file_.write(at, made.data(), sizeof length + length);
     table_.push_back(at);
 }
 
 void SMF_EncoderStream::finish() {
-    position_ = highest_;
     if (previousBase_ != -1) flushBlock(previous_, previousBase_, static_cast<size_t>(blockSize_));
-    // One byte more than the data: readers of this format expect it.
-    flushBlock(current_, base_, static_cast<size_t>(highest_ - base_ + 1));
+    // One byte more than the data, a zero: readers of this format expect it.
+    current_[static_cast<size_t>(position_ - base_)] = 0;
+    flushBlock(current_, base_, static_cast<size_t>(position_ - base_ + 1));
     std::vector<uint8_t> bytes;
     bytes.reserve(table_.size() * 8);
     for (int64_t entry : table_) putLittle(bytes, static_cast<uint64_t>(entry), 8);
     int64_t at = file_.size();
     file_.write(at, bytes.data(), bytes.size());
-    header_.setNumber64(SMF_StreamLength, highest_);
+    header_.setNumber64(SMF_StreamLength, position_);
     header_.setNumber(SMF_BlockCount, static_cast<int32_t>(table_.size()));
     header_.setNumber64(SMF_Table64, at);
     header_.update();

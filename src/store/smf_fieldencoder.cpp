@@ -32,12 +32,17 @@ void SMF_FieldEncoder::connect(const SMF_EncoderContext& context, const SMF_Fiel
     header_->append();
 }
 
-void SMF_FieldEncoder::store(SMF_Field& value) {
+size_t SMF_FieldEncoder::beginRows() {
     if (atRestart()) {
         nextRestart_ += zero_;
         reset();
         jumps_->writeLittle64(static_cast<uint64_t>(data_->position()));
     }
+    return static_cast<size_t>(nextRestart_ - rows_);
+}
+
+void SMF_FieldEncoder::store(SMF_Field& value) {
+    beginRows();
     encode(value);
     ++rows_;
 }

@@ -1,6 +1,7 @@
 // SMF_FieldEncoder: turns the values of one field into the bytes of its stream.
 //
-// A scheme overrides reset() and encode(), for composites also the others, and registers itself:
+// A scheme derives from the class of its value objects (SMF_EncoderFor), overrides reset() and encodeRows(),
+// for composites also the others, and registers itself:
 //
 //   const SMF_EncoderRegistration registered("ESAE", SMF_MakeEncoder<I64StraightEncoder>);
 //
@@ -9,9 +10,13 @@
 // belongs to one thread.
 #pragma once
 
+#include <algorithm>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "runtime/ipe_object.h"
@@ -62,8 +67,9 @@ class SMF_FieldEncoder {
     // The next value stands at a restart point: reset() comes before it.
     bool atRestart() const noexcept { return rows_ == nextRestart_; }
     const std::string& fileName() const noexcept;
-    // For composites, whose store() gives the value to its parts.
-    void countRow() noexcept { ++rows_; }
+    // A restart point, if the next value stands at one; the number of values up to the one behind it.
+    size_t beginRows();
+    void countRows(size_t count) noexcept { rows_ += static_cast<int64_t>(count); }
 
     IPE_Object extra_;  // set before connect() appends the header; null for none
 
@@ -74,6 +80,43 @@ class SMF_FieldEncoder {
     int64_t rows_ = 0;
     int64_t nextRestart_ = 0;
     uint32_t zero_ = 10;
+};
+
+// The encoders of one value type, which take values out of an array too: the same bytes as one by one.
+// Virtual dispatch belongs to the array. A value that cannot be stored raises in the midst of it.
+template <class Value>
+class SMF_EncoderOf : public SMF_FieldEncoder {
+  public:
+    virtual void storeRows(std::span<const Value> values) {
+        while (!values.empty()) {
+            size_t count = std::min(values.size(), beginRows());
+            encodeRows(values.first(count));
+            countRows(count);
+            values = values.subspan(count);
+        }
+    }
+
+  protected:
+    virtual void encodeRows(std::span<const Value> values) = 0;
+};
+
+// The same with the class of the value objects, whose stored() is the value.
+template <class Field>
+class SMF_EncoderFor : public SMF_EncoderOf<std::remove_cvref_t<decltype(std::declval<Field&>().stored())>> {
+    void encode(SMF_Field& field) final {
+        auto value = static_cast<Field&>(field).stored();
+        this->encodeRows({&value, 1});
+    }
+};
+
+// Values of consecutive rows of a field, collected elsewhere.
+class SMF_ColumnValues {
+  public:
+    // Gives the first `count` to the field's encoder.
+    virtual void store(SMF_FieldEncoder& encoder, size_t count) = 0;
+
+  protected:
+    ~SMF_ColumnValues() = default;
 };
 
 // --- Registry.

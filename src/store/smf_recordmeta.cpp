@@ -127,6 +127,13 @@ void SMF_RecordMeta::store(SMF_RecordData& record) {
     record.row = ++rows;
 }
 
+void SMF_RecordMeta::storeRows(SMF_RecordData& record, std::span<SMF_ColumnValues* const> columns,
+                               size_t count) {
+    for (size_t i = 0; i < fields.size(); ++i)
+        if (fields[i]->encoder) columns[i]->store(*fields[i]->encoder, count);
+    record.row = rows += static_cast<int64_t>(count);
+}
+
 void SMF_RecordMeta::close() {
     if (!header) return;
     for (const auto& field : fields)

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -13,6 +14,7 @@
 #include "runtime/ipe_object.h"
 #include "store/smf_fieldmeta.h"
 
+class SMF_ColumnValues;
 class SMF_HeaderReader;
 class SMF_HeaderWriter;
 struct SMF_EncoderContext;
@@ -57,6 +59,8 @@ struct SMF_RecordMeta {
     void check(const SMF_RecordData& record) const;
     // Gives each field's value to its encoder and counts the row.
     void store(SMF_RecordData& record);
+    // The same for `count` rows, with a column for each field.
+    void storeRows(SMF_RecordData& record, std::span<SMF_ColumnValues* const> columns, size_t count);
     // Closes the encoders and updates the table header. Nothing when nothing was written.
     void close();
 

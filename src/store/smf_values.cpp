@@ -2,9 +2,10 @@
 //
 // A table per thread maps each day from 1970 to 2030 to the second at which it begins. A day on which the
 // zone changes has no fixed length; it is marked, and its values go through mktime one by one. The other way
-// a small table remembers how far local time is ahead on a day of universal time.
+// a table by days remembers how far local time is ahead on a day of universal time, and the day's date.
 #include "store/smf_values.h"
 
+#include <bit>
 #include <chrono>
 #include <ctime>
 #include <memory>
@@ -49,24 +50,44 @@ int64_t dayStart(const SMF_DateValue& date) {
     return entry;
 }
 
-// Seconds by which local time is ahead of universal time on a day, counted from 1970, or Irregular.
+// What is known of a day, counted from 1970.
+struct DayEntry {
+    int64_t day = Unknown;
+    int64_t ahead = Irregular;  // seconds by which local time is ahead of universal time on this day of the
+                                // latter, or Irregular
+    SMF_DateValue date;         // of this day
+    bool isDate = false;        // in the years 0 to 9999
+};
+
 int64_t aheadOn(int64_t day) {
-    struct Entry {
-        int64_t day = Unknown, ahead = 0;
-    };
-    constexpr size_t Size = 4096;
-    thread_local const std::unique_ptr<Entry[]> table(new Entry[Size]);
-    Entry& entry = table[static_cast<uint64_t>(day) % Size];
-    if (entry.day == day) return entry.ahead;
-    entry.day = day;
+    int64_t ahead = 0;
     for (time_t hour = 0; hour <= 24; hour += 6) {
         time_t at = day * SecondsADay + hour * 3600 - (hour == 24);
         std::tm parts{};
-        if (!localtime_r(&at, &parts)) return entry.ahead = Irregular;
-        if (hour > 0 && entry.ahead != parts.tm_gmtoff) return entry.ahead = Irregular;
-        entry.ahead = parts.tm_gmtoff;
+        if (!localtime_r(&at, &parts)) return Irregular;
+        if (hour > 0 && ahead != parts.tm_gmtoff) return Irregular;
+        ahead = parts.tm_gmtoff;
     }
-    return entry.ahead;
+    return ahead;
+}
+
+void fillDay(DayEntry& entry, int64_t day) {
+    std::chrono::year_month_day civil{std::chrono::sys_days{std::chrono::days{day}}};
+    int year = int{civil.year()};
+    entry.day = day;
+    entry.ahead = aheadOn(day);
+    entry.isDate = year >= 0 && year <= 9999;
+    entry.date = {static_cast<int8_t>(unsigned{civil.day()}), static_cast<int8_t>(unsigned{civil.month()}),
+                  static_cast<int16_t>(year)};
+}
+
+const DayEntry& dayEntry(int64_t day) {
+    constexpr size_t Size = 16384;  // 44 years
+    thread_local const std::unique_ptr<DayEntry[]> table(new DayEntry[Size]);
+    DayEntry& entry = table[static_cast<uint64_t>(day) % Size];
+    if (entry.day != day) [[unlikely]]
+        fillDay(entry, day);
+    return entry;
 }
 
 bool inTable(const SMF_DateValue& date) {
@@ -95,22 +116,21 @@ int64_t SMF_TimeOfDateTime(const SMF_DateValue& date, const SMF_TimeValue& time)
 bool SMF_LocalMoment(int64_t seconds, SMF_DateValue& date, SMF_TimeValue& time) {
     constexpr int64_t Earliest = -62167305600, Latest = 253402387200;  // the years 0 to 9999 and a day more
     if (seconds < Earliest || seconds > Latest) return false;
-    auto floorDay = [](int64_t value) { return (value - (value < 0 ? SecondsADay - 1 : 0)) / SecondsADay; };
-    int64_t ahead = aheadOn(floorDay(seconds));
-    if (ahead == Irregular) {
+    int64_t day = (seconds - (seconds < 0 ? SecondsADay - 1 : 0)) / SecondsADay;
+    const DayEntry* local = &dayEntry(day);
+    int64_t ahead = local->ahead;
+    if (ahead == Irregular) [[unlikely]] {
         auto at = static_cast<time_t>(seconds);
         std::tm parts{};
         if (!localtime_r(&at, &parts)) return false;
         ahead = parts.tm_gmtoff;
     }
-    int64_t day = floorDay(seconds + ahead);
-    std::chrono::year_month_day civil{std::chrono::sys_days{std::chrono::days{day}}};
-    int year = int{civil.year()};
-    if (year < 0 || year > 9999) return false;
-    date = {static_cast<int8_t>(unsigned{civil.day()}), static_cast<int8_t>(unsigned{civil.month()}),
-            static_cast<int16_t>(year)};
-    auto second = static_cast<int>(seconds + ahead - day * SecondsADay);
-    time = {static_cast<int8_t>(second / 3600), static_cast<int8_t>(second / 60 % 60),
-            static_cast<int8_t>(second % 60)};
+    int64_t second = seconds + ahead - day * SecondsADay;
+    for (; second < 0; second += SecondsADay) local = &dayEntry(--day);
+    for (; second >= SecondsADay; second -= SecondsADay) local = &dayEntry(++day);
+    if (!local->isDate) return false;
+    date = local->date;
+    auto rest = static_cast<uint32_t>(second);
+    time = std::bit_cast<SMF_TimeValue>(rest / 3600 | rest / 60 % 60 << 8 | rest % 60 << 16);
     return true;
 }

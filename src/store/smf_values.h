@@ -24,7 +24,9 @@ struct SMF_TimeValue {
 
 struct SMF_FlagValue {
     uint8_t bytes[16] = {};
-    bool operator==(const SMF_FlagValue&) const = default;
+    bool operator==(const SMF_FlagValue& other) const noexcept {
+        return std::memcmp(bytes, other.bytes, sizeof bytes) == 0;
+    }
     bool bit(int i) const noexcept { return bytes[i / 8] >> i % 8 & 1; }
     void set(int i) noexcept { bytes[i / 8] = static_cast<uint8_t>(bytes[i / 8] | 1 << i % 8); }
 };

@@ -177,6 +177,17 @@ void SMF_WriterTable::commit() {
     }
 }
 
+void SMF_WriterTable::commitRows(std::span<SMF_ColumnValues* const> columns, size_t count) {
+    requireOpen();
+    XPK_Assert(columns.size() == data_.meta->fields.size());
+    try {
+        data_.meta->storeRows(data_, columns, count);
+    } catch (...) {
+        writer_->failed_ = true;
+        throw;
+    }
+}
+
 void SMF_WriterTable::append(const IPE_Object& values) {
     requireOpen();
     if (!values.is<IPE_TupleType>()) PyList_SafeCast(values);

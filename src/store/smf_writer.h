@@ -7,6 +7,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,6 +70,10 @@ class SMF_WriterTable final : public SMF_Record {
     // Assigns the items of a list or tuple to the fields, then commits. Too few items: IndexError "list index
     // out of range", with nothing stored.
     void append(const IPE_Object& values);
+
+    // Stores the next `count` records, whose values columns give, one for each field (smf_rowbuffer.h). A
+    // value that cannot be stored is a failure too.
+    void commitRows(std::span<SMF_ColumnValues* const> columns, size_t count);
 
   private:
     void finishCreate(std::string_view name, SMF_Writer& writer, uint32_t blockSize, uint32_t zeroInterval);

@@ -32,6 +32,7 @@ constexpr uint64_t AttributeBits[] = {
 
 SMF_FlagValue flagsOf(uint64_t attributes) {
     SMF_FlagValue value;
+    if (attributes == 0) return value;
     int bit = 0;
     for (uint64_t mask : AttributeBits) {
         if (attributes & mask) value.set(bit);
@@ -43,12 +44,6 @@ SMF_FlagValue flagsOf(uint64_t attributes) {
 int32_t clamped(uint32_t value) {
     constexpr uint32_t Most = std::numeric_limits<int32_t>::max();
     return static_cast<int32_t>(std::min(value, Most));
-}
-
-SMF_DateTimeValue momentOf(int64_t seconds) {
-    SMF_DateTimeValue value;
-    if (seconds == 0 || !SMF_LocalMoment(seconds, value.date, value.time)) return {};
-    return value;
 }
 
 std::string_view typeOf(uint32_t mode) {
@@ -72,93 +67,97 @@ Census::Census(SMF_Writer& writer)
       rights_(writer.fileName()),
       entityTable_(writer.fileName()),
       roots_(writer.fileName()),
-      problems_(writer.fileName()) {
+      problems_(writer.fileName()),
+      pathRows_(paths_),
+      fileRows_(files_),
+      rightRows_(rights_),
+      entityRows_(entityTable_),
+      rootRows_(roots_),
+      problemRows_(problems_) {
     createPath(writer);
     createFile(writer);
     createOthers(writer);
 }
 
-void Census::Common::connect(SMF_WriterTable& table) {
-    owner.connect(table, column::Owner, "R");
-    group.connect(table, column::Group, "R");
-    mode.connect(table, column::Mode, "R");
-    links.connect(table, column::Links, "R");
-    device.connect(table, column::Device, "");
-    inode.connect(table, column::Inode, "");
-    created.connect(table, column::Created, "D");
-    modified.connect(table, column::Modified, "D");
-    accessed.connect(table, column::Accessed, "D");
-    changed.connect(table, column::Changed, "D");
+void Census::Common::connect(SMF_RowBuffer& rows) {
+    owner.connect(rows, column::Owner, "R");
+    group.connect(rows, column::Group, "R");
+    mode.connect(rows, column::Mode, "R");
+    links.connect(rows, column::Links, "R");
+    device.connect(rows, column::Device, "");
+    inode.connect(rows, column::Inode, "");
+    created.connect(rows, column::Created, "D");
+    modified.connect(rows, column::Modified, "D");
+    accessed.connect(rows, column::Accessed, "D");
+    changed.connect(rows, column::Changed, "D");
     IPE_Object tags = IPE_NewDict();
     auto* entries = tags.as<IPE_DictType>();
     entries->setText("Format", IPE_String("D"));
     entries->setText("SN", IPE_String(column::AttributeNames));
     entries->setText("LN", IPE_String(column::AttributeTitles));
-    attributes = table.addField(column::Attributes, SMF_TypeFlag, tags);
+    attributes.connect(rows, column::Attributes, tags);
 }
 
 void Census::createPath(SMF_Writer& writer) {
-    number_.connect(paths_, column::Number, "S");
-    parent_.connect(paths_, column::Parent, "R");
-    name_.connect(paths_, column::Name, "S");
-    pathCommon_.connect(paths_);
-    ownSize_.connect(paths_, column::OwnSize, "");
-    ownSpace_.connect(paths_, column::OwnSpace, "");
-    error_.connect(paths_, column::Error, "R");
+    number_.connect(pathRows_, column::Number, "S");
+    parent_.connect(pathRows_, column::Parent, "R");
+    name_.connect(pathRows_, column::Name, "S");
+    pathCommon_.connect(pathRows_);
+    ownSize_.connect(pathRows_, column::OwnSize, "");
+    ownSpace_.connect(pathRows_, column::OwnSpace, "");
+    error_.connect(pathRows_, column::Error, "R");
     paths_.create(column::Path, writer, PathBlock, PathZero);
-    pathCommon_.flags = static_cast<SMF_FlagField*>(&paths_.field(pathCommon_.attributes));
 }
 
 void Census::createFile(SMF_Writer& writer) {
-    pathNumber_.connect(files_, column::PathNumber, "R");
-    fileName_.connect(files_, column::Name, "F");
-    type_.connect(files_, column::Type, "D");
-    size_.connect(files_, column::Size, "");
-    space_.connect(files_, column::Space, "");
-    linkSize_.connect(files_, column::LinkSize, "");
-    linkSpace_.connect(files_, column::LinkSpace, "");
-    counted_.connect(files_, column::Counted, "R");
-    fileCommon_.connect(files_);
-    target_.connect(files_, column::Target, "S");
+    pathNumber_.connect(fileRows_, column::PathNumber, "R");
+    fileName_.connect(fileRows_, column::Name, "F");
+    type_.connect(fileRows_, column::Type, "D");
+    size_.connect(fileRows_, column::Size, "");
+    space_.connect(fileRows_, column::Space, "");
+    linkSize_.connect(fileRows_, column::LinkSize, "");
+    linkSpace_.connect(fileRows_, column::LinkSpace, "");
+    counted_.connect(fileRows_, column::Counted, "R");
+    fileCommon_.connect(fileRows_);
+    target_.connect(fileRows_, column::Target, "S");
     files_.create(column::File, writer, FileBlock, FileZero);
-    fileCommon_.flags = static_cast<SMF_FlagField*>(&files_.field(fileCommon_.attributes));
 }
 
 void Census::createOthers(SMF_Writer& writer) {
-    entityNumber_.connect(entityTable_, column::Number, "S");
-    entityType_.connect(entityTable_, column::Type, "D");
-    entityId_.connect(entityTable_, column::Id, "");
-    entityName_.connect(entityTable_, column::Name, "S");
-    entityFullName_.connect(entityTable_, column::FullName, "S");
+    entityNumber_.connect(entityRows_, column::Number, "S");
+    entityType_.connect(entityRows_, column::Type, "D");
+    entityId_.connect(entityRows_, column::Id, "");
+    entityName_.connect(entityRows_, column::Name, "S");
+    entityFullName_.connect(entityRows_, column::FullName, "S");
     entityTable_.create(column::Entity, writer, SmallBlock, SmallZero);
 
-    rightPath_.connect(rights_, column::Path, "R");
-    rightEntity_.connect(rights_, column::Entity, "R");
-    rightType_.connect(rights_, column::Type, "D");
-    rightBits_.connect(rights_, column::Rights, "R");
-    rightText_.connect(rights_, column::Text, "D");
+    rightPath_.connect(rightRows_, column::Path, "R");
+    rightEntity_.connect(rightRows_, column::Entity, "R");
+    rightType_.connect(rightRows_, column::Type, "D");
+    rightBits_.connect(rightRows_, column::Rights, "R");
+    rightText_.connect(rightRows_, column::Text, "D");
     rights_.create(column::PathDacl, writer, PathBlock, PathZero);
 
-    rootNumber_.connect(roots_, column::Number, "S");
-    rootPath_.connect(roots_, column::Path, "S");
-    rootName_.connect(roots_, column::Name, "S");
-    rootHost_.connect(roots_, column::Host, "D");
-    rootFileSystem_.connect(roots_, column::FileSystem, "D");
-    rootDevice_.connect(roots_, column::Device, "");
-    rootStarted_.connect(roots_, column::Started, "D");
-    rootFinished_.connect(roots_, column::Finished, "D");
-    rootFolders_.connect(roots_, column::Folders, "");
-    rootFiles_.connect(roots_, column::Files, "");
-    rootUnreadable_.connect(roots_, column::Unreadable, "");
-    rootSize_.connect(roots_, column::Size, "");
-    rootSpace_.connect(roots_, column::Space, "");
+    rootNumber_.connect(rootRows_, column::Number, "S");
+    rootPath_.connect(rootRows_, column::Path, "S");
+    rootName_.connect(rootRows_, column::Name, "S");
+    rootHost_.connect(rootRows_, column::Host, "D");
+    rootFileSystem_.connect(rootRows_, column::FileSystem, "D");
+    rootDevice_.connect(rootRows_, column::Device, "");
+    rootStarted_.connect(rootRows_, column::Started, "D");
+    rootFinished_.connect(rootRows_, column::Finished, "D");
+    rootFolders_.connect(rootRows_, column::Folders, "");
+    rootFiles_.connect(rootRows_, column::Files, "");
+    rootUnreadable_.connect(rootRows_, column::Unreadable, "");
+    rootSize_.connect(rootRows_, column::Size, "");
+    rootSpace_.connect(rootRows_, column::Space, "");
     roots_.create(column::Root, writer, SmallBlock, SmallZero);
 
-    problemPath_.connect(problems_, column::Path, "R");
-    problemName_.connect(problems_, column::Name, "S");
-    problemCall_.connect(problems_, column::Call, "D");
-    problemError_.connect(problems_, column::Error, "R");
-    problemMessage_.connect(problems_, column::Message, "D");
+    problemPath_.connect(problemRows_, column::Path, "R");
+    problemName_.connect(problemRows_, column::Name, "S");
+    problemCall_.connect(problemRows_, column::Call, "D");
+    problemError_.connect(problemRows_, column::Error, "R");
+    problemMessage_.connect(problemRows_, column::Message, "D");
     problems_.create(column::Problem, writer, SmallBlock, SmallZero);
 }
 
@@ -169,12 +168,11 @@ void Census::setCommon(Common& columns, const Status& status) {
     columns.links.set(clamped(status.links));
     columns.device.set(static_cast<int64_t>(status.device));
     columns.inode.set(static_cast<int64_t>(status.inode));
-    columns.created.set(momentOf(status.created));
-    SMF_DateTimeValue moment = momentOf(status.modified);
-    columns.modified.set(moment);
-    columns.accessed.set(status.accessed == status.modified ? moment : momentOf(status.accessed));
-    columns.changed.set(status.changed == status.modified ? moment : momentOf(status.changed));
-    columns.flags->set(flagsOf(status.attributes));
+    columns.created.set(status.created);
+    columns.modified.set(status.modified);
+    columns.accessed.set(status.accessed);
+    columns.changed.set(status.changed);
+    columns.attributes.set(flagsOf(status.attributes));
 }
 
 int32_t Census::folder(int32_t parent, std::string_view name, const Status& status, int error,
@@ -190,7 +188,7 @@ int32_t Census::folder(int32_t parent, std::string_view name, const Status& stat
     ownSize_.set(status.size);
     ownSpace_.set(status.space);
     error_.set(error);
-    paths_.commit();
+    pathRows_.next();
 
     auto add = [&](const Right& right) {
         bool isOwner = right.tag == ACL_USER_OBJ, isGroup = right.tag == ACL_GROUP_OBJ;
@@ -202,7 +200,7 @@ int32_t Census::folder(int32_t parent, std::string_view name, const Status& stat
         rightType_.set(typeOfRight(right));
         rightBits_.set(right.rights);
         rightText_.set(textOfRights(right.rights));
-        rights_.commit();
+        rightRows_.next();
     };
     bool hasList = !rights.empty() && !rights.front().isDefault;
     if (!hasList)
@@ -232,7 +230,7 @@ bool Census::file(int32_t folder, const Chunk& chunk, const Entry& entry) {
     counted_.set(counts);
     setCommon(fileCommon_, status);
     target_.set(chunk.target(entry));
-    files_.commit();
+    fileRows_.next();
     return counts;
 }
 
@@ -242,7 +240,7 @@ void Census::entity(const EntityRow& row) {
     entityId_.set(row.id);
     entityName_.set(row.name);
     entityFullName_.set(row.fullName);
-    entityTable_.commit();
+    entityRows_.next();
 }
 
 void Census::root(const RootRow& row) {
@@ -252,14 +250,14 @@ void Census::root(const RootRow& row) {
     rootHost_.set(row.host);
     rootFileSystem_.set(row.fileSystem);
     rootDevice_.set(static_cast<int64_t>(row.device));
-    rootStarted_.set(momentOf(row.started));
-    rootFinished_.set(momentOf(row.finished));
+    rootStarted_.set(row.started);
+    rootFinished_.set(row.finished);
     rootFolders_.set(row.folders);
     rootFiles_.set(row.files);
     rootUnreadable_.set(row.unreadable);
     rootSize_.set(row.size);
     rootSpace_.set(row.space);
-    roots_.commit();
+    rootRows_.next();
 }
 
 void Census::problem(int32_t folder, std::string_view name, const char* call, int error) {
@@ -268,7 +266,12 @@ void Census::problem(int32_t folder, std::string_view name, const char* call, in
     problemCall_.set(call);
     problemError_.set(error);
     problemMessage_.set(XPK_DecodeError(error));
-    problems_.commit();
+    problemRows_.next();
+}
+
+void Census::finish() {
+    for (SMF_RowBuffer* rows : {&pathRows_, &fileRows_, &rightRows_, &entityRows_, &rootRows_, &problemRows_})
+        rows->flush();
 }
 
 }  // namespace quillscan

@@ -9,10 +9,9 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "scan_column.h"
 #include "scan_entities.h"
 #include "scan_folder.h"
-#include "store/fields/smf_flagfield.h"
+#include "store/smf_rowbuffer.h"
 
 namespace quillscan {
 
@@ -39,16 +38,17 @@ class Census {
     bool file(int32_t folder, const Chunk& chunk, const Entry& entry);
     void root(const RootRow& row);
     void problem(int32_t folder, std::string_view name, const char* call, int error);
+    // Behind the last row, before the writer closes.
+    void finish();
 
   private:
     // The columns that files and directories share.
     struct Common {
-        I32Column owner, group, mode, links;
-        I64Column device, inode;
-        MomentColumn created, modified, accessed, changed;
-        int32_t attributes = -1;
-        SMF_FlagField* flags = nullptr;
-        void connect(SMF_WriterTable& table);
+        SMF_I32Column owner, group, mode, links;
+        SMF_I64Column device, inode;
+        SMF_SecondsColumn created, modified, accessed, changed;
+        SMF_FlagColumn attributes;
+        void connect(SMF_RowBuffer& rows);
     };
     void createPath(SMF_Writer& writer);
     void createFile(SMF_Writer& writer);
@@ -72,24 +72,25 @@ class Census {
     int32_t folders_ = 0;
 
     SMF_WriterTable paths_, files_, rights_, entityTable_, roots_, problems_;
+    SMF_RowBuffer pathRows_, fileRows_, rightRows_, entityRows_, rootRows_, problemRows_;
     Common pathCommon_, fileCommon_;
-    I32Column number_, parent_, error_;
-    TextColumn name_;
-    I64Column ownSize_, ownSpace_;
-    I32Column pathNumber_, counted_;
-    TextColumn fileName_, type_, target_;
-    I64Column size_, space_, linkSize_, linkSpace_;
-    I32Column rightPath_, rightEntity_, rightBits_;
-    TextColumn rightType_, rightText_;
-    I32Column entityNumber_;
-    TextColumn entityType_, entityName_, entityFullName_;
-    I64Column entityId_;
-    I32Column rootNumber_;
-    TextColumn rootPath_, rootName_, rootHost_, rootFileSystem_;
-    I64Column rootDevice_, rootFolders_, rootFiles_, rootUnreadable_, rootSize_, rootSpace_;
-    MomentColumn rootStarted_, rootFinished_;
-    I32Column problemPath_, problemError_;
-    TextColumn problemName_, problemCall_, problemMessage_;
+    SMF_I32Column number_, parent_, error_;
+    SMF_TextColumn name_;
+    SMF_I64Column ownSize_, ownSpace_;
+    SMF_I32Column pathNumber_, counted_;
+    SMF_TextColumn fileName_, type_, target_;
+    SMF_I64Column size_, space_, linkSize_, linkSpace_;
+    SMF_I32Column rightPath_, rightEntity_, rightBits_;
+    SMF_TextColumn rightType_, rightText_;
+    SMF_I32Column entityNumber_;
+    SMF_TextColumn entityType_, entityName_, entityFullName_;
+    SMF_I64Column entityId_;
+    SMF_I32Column rootNumber_;
+    SMF_TextColumn rootPath_, rootName_, rootHost_, rootFileSystem_;
+    SMF_I64Column rootDevice_, rootFolders_, rootFiles_, rootUnreadable_, rootSize_, rootSpace_;
+    SMF_SecondsColumn rootStarted_, rootFinished_;
+    SMF_I32Column problemPath_, problemError_;
+    SMF_TextColumn problemName_, problemCall_, problemMessage_;
 };
 
 }  // namespace quillscan

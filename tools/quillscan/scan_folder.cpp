@@ -1,29 +1,12 @@
 // Directories and their buffers.
 #include "scan_folder.h"
 
-#include <sys/sysmacros.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "scan_listing.h"
 
 namespace quillscan {
-
-Status::Status(const struct statx& from)
-    : device(makedev(from.stx_dev_major, from.stx_dev_minor)),
-      inode(from.stx_ino),
-      attributes(from.stx_attributes & from.stx_attributes_mask),
-      size(static_cast<int64_t>(from.stx_size)),
-      space(static_cast<int64_t>(from.stx_blocks) * 512),
-      created(from.stx_mask & STATX_BTIME ? from.stx_btime.tv_sec : 0),
-      modified(from.stx_mtime.tv_sec),
-      accessed(from.stx_atime.tv_sec),
-      changed(from.stx_ctime.tv_sec),
-      mode(from.stx_mode),
-      links(from.stx_nlink),
-      user(from.stx_uid),
-      group(from.stx_gid) {}
 
 Folder::Folder(Folder* parent, std::string_view name, FolderKind kind)
     : parent(parent), name(name), kind(kind) {}

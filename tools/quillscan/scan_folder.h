@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -25,16 +26,31 @@ struct Status {
     uint32_t mode = 0, links = 0, user = 0, group = 0;
 
     Status() = default;
-    explicit Status(const struct statx& from);
+    explicit Status(const struct statx& from)
+        : device(makedev(from.stx_dev_major, from.stx_dev_minor)),
+          inode(from.stx_ino),
+          attributes(from.stx_attributes & from.stx_attributes_mask),
+          size(static_cast<int64_t>(from.stx_size)),
+          space(static_cast<int64_t>(from.stx_blocks) * 512),
+          created(from.stx_mask & STATX_BTIME ? from.stx_btime.tv_sec : 0),
+          modified(from.stx_mtime.tv_sec),
+          accessed(from.stx_atime.tv_sec),
+          changed(from.stx_ctime.tv_sec),
+          mode(from.stx_mode),
+          links(from.stx_nlink),
+          user(from.stx_uid),
+          group(from.stx_gid) {}
     bool isFolder() const noexcept { return S_ISDIR(mode); }
     bool isSame(const Status& other) const noexcept { return inode == other.inode && device == other.device; }
 };
 
 // Something that is no directory. Its name, and behind that a link's target, lie in the chunk's text.
 struct Entry {
+    Entry(const Status& status, uint32_t text, uint16_t nameSize)
+        : status(status), text(text), nameSize(nameSize) {}
     Status status;
-    uint32_t text = 0;
-    uint16_t nameSize = 0, targetSize = 0;
+    uint32_t text;
+    uint16_t nameSize, targetSize = 0;
 };
 
 struct Fault {

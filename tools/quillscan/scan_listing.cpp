@@ -14,6 +14,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include "scan_rights.h"
 
@@ -24,6 +25,9 @@ namespace {
 constexpr int Quiet = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
 constexpr unsigned Wanted = STATX_BASIC_STATS | STATX_BTIME;
 constexpr int Opening = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+// The position that common file systems give behind the last entry of a directory. Nothing can stand behind
+// it, and so the call that would tell the end is saved.
+constexpr int64_t LastPosition = std::numeric_limits<int64_t>::max();
 constexpr size_t BlockSize = 128 * 1024, LongestTarget = 65535;
 
 // 0 or errno.
@@ -53,7 +57,7 @@ bool Listing::open(Folder& folder) {
     batch_.clear();
     names_.clear();
     handle_.reset();
-    isHandedOn_ = false;
+    isHandedOn_ = isLast_ = false;
     atEnd_ = true;  // until there is something to read
     Handle parent;
     if (folder.parent && !(parent = opened_.open(*folder.parent))) {
@@ -172,12 +176,13 @@ void Listing::fillBatch(Folder& folder, Chunk& chunk) {
     bool filtered = !rules_.excluded.isEmpty();
     bool hasOutput = folder.status.isSame(rules_.outputFolder);
     while (batch_.size() < BatchNames) {
-        if (blockAt_ == blockEnd_ && !takeBlock(folder, chunk)) {
+        if (blockAt_ == blockEnd_ && (isLast_ || !takeBlock(folder, chunk))) {
             atEnd_ = true;
             break;
         }
         auto* item = reinterpret_cast<const dirent64*>(block_.data() + blockAt_);
         blockAt_ += item->d_reclen;
+        isLast_ = item->d_off == LastPosition;
         const char* name = item->d_name;
         if (name[0] == '.' && (!name[1] || (name[1] == '.' && !name[2]))) continue;
         if (hasOutput && rules_.isOutput(folder, name)) continue;
@@ -187,8 +192,8 @@ void Listing::fillBatch(Folder& folder, Chunk& chunk) {
             folder.children.add({name, size});
             continue;
         }
-        batch_.push_back({prefixOf(name, size), static_cast<uint32_t>(names_.size()),
-                          static_cast<uint16_t>(size), item->d_type});
+        batch_.push_back(
+            {prefixOf(name, size), static_cast<uint32_t>(names_.size()), static_cast<uint16_t>(size)});
         names_.append(name, size + 1);
     }
     std::sort(batch_.begin(), batch_.end(), [this](const Name& a, const Name& b) {
@@ -198,18 +203,16 @@ void Listing::fillBatch(Folder& folder, Chunk& chunk) {
 
 void Listing::stat(Folder& folder, const Name& name, Chunk& chunk) {
     const char* label = text(name);
-    Entry& entry = chunk.entries.emplace_back();
-    int error = statusAt(handle_->get(), label, Quiet, entry.status);
-    if (error || entry.status.isFolder()) {
-        chunk.entries.pop_back();
+    Status status;
+    int error = statusAt(handle_->get(), label, Quiet, status);
+    if (error || status.isFolder()) {
         if (!error)
-            folder.children.add(label);
+            folder.children.add({label, name.size});
         else if (!isGone(error))
             chunk.faults.push_back({label, "statx", error});
         return;
     }
-    entry.text = static_cast<uint32_t>(chunk.text.size());
-    entry.nameSize = name.size;
+    Entry& entry = chunk.entries.emplace_back(status, static_cast<uint32_t>(chunk.text.size()), name.size);
     chunk.text.append(label, name.size);
     if (!S_ISLNK(entry.status.mode)) return;
     ssize_t got = ::readlinkat(handle_->get(), label, target_.data(), target_.size());

@@ -31,7 +31,6 @@ class Listing {
         uint64_t prefix;  // the first bytes, for comparisons
         uint32_t start;
         uint16_t size;
-        uint8_t type;
     };
 
     void fail(Folder& folder, int parent, const char* call, int error);
@@ -48,6 +47,7 @@ class Listing {
     Handle handle_;
     std::vector<char> block_;  // of getdents
     size_t blockAt_ = 0, blockEnd_ = 0;
+    bool isLast_ = false;  // the block's last entry was the directory's
     bool atEnd_ = false;
     bool isHandedOn_ = false;  // the first chunk is out: the folder's error may not change any more
     std::string names_;

@@ -110,6 +110,8 @@ OutputFile::~OutputFile() {
     removed = nullptr;
 }
 
+void OutputFile::startWriting() noexcept { ::sync_file_range(fd_.get(), 0, 0, SYNC_FILE_RANGE_WRITE); }
+
 int64_t OutputFile::size() const {
     struct stat status;
     return ::fstat(fd_.get(), &status) == 0 ? status.st_size : 0;

@@ -28,6 +28,9 @@ class OutputFile {
     const std::string& folder() const noexcept { return folder_; }
     std::string baseName() const { return name_.substr(name_.rfind('/') + 1); }
     std::string partName() const { return part_.substr(part_.rfind('/') + 1); }
+    // Has what was written since the last call put on its way to the disk, so that publish() waits for
+    // little.
+    void startWriting() noexcept;
     int64_t size() const;
 
     // What was written goes to disk and takes the name. IOError; then the old file, if any, is still there.

@@ -28,6 +28,7 @@ namespace quillscan {
 namespace {
 
 constexpr size_t ProblemsShown = 10;
+constexpr int64_t EntriesAWriting = 1 << 17;
 
 Status statusOf(const std::string& path) {
     struct statx status;
@@ -140,7 +141,8 @@ std::string hostName() {
 
 class Scan final : public Visitor {
   public:
-    Scan(SMF_Writer& writer, Progress& progress) : census_(writer), progress_(progress), host_(hostName()) {}
+    Scan(SMF_Writer& writer, OutputFile& output, Progress& progress)
+        : census_(writer), output_(output), progress_(progress), host_(hostName()) {}
 
     void enter(Folder& folder) override {
         int32_t parent = folder.parent ? folder.parent->number : 0;
@@ -156,7 +158,7 @@ class Scan final : public Visitor {
             ++row_.unreadable;
             note(folder, folder.number, "", folder.call, folder.error);
         }
-        progress_.tell(entries_, folder);
+        tell(folder);
     }
 
     void entries(Folder& folder, const Chunk& chunk) override {
@@ -172,7 +174,7 @@ class Scan final : public Visitor {
             row_.unreadable += fault.name.empty();
             note(folder, folder.number, fault.name, fault.call, fault.error);
         }
-        if (count >= 256) progress_.tell(entries_, folder);
+        if (count >= 256) tell(folder);
     }
 
     void leave(Folder& folder) override {
@@ -185,6 +187,7 @@ class Scan final : public Visitor {
         space_ += row_.space;
     }
 
+    void finish() { census_.finish(); }
     int64_t problems() const noexcept { return problems_; }
     int64_t entryCount() const noexcept { return entries_; }
     std::string summary() const {
@@ -202,6 +205,13 @@ class Scan final : public Visitor {
     }
 
   private:
+    void tell(const Folder& folder) {
+        progress_.tell(entries_, folder);
+        if (entries_ < nextWriting_) return;
+        nextWriting_ = entries_ + EntriesAWriting;
+        output_.startWriting();
+    }
+
     void beginRoot(const Folder& folder) {
         row_ = {};
         row_.number = folder.number;
@@ -225,10 +235,11 @@ class Scan final : public Visitor {
     }
 
     Census census_;
+    OutputFile& output_;
     Progress& progress_;
     const std::string host_;
     RootRow row_;
-    int64_t entries_ = 0, problems_ = 0;
+    int64_t entries_ = 0, nextWriting_ = EntriesAWriting, problems_ = 0;
     int64_t files_ = 0, folders_ = 0, size_ = 0, space_ = 0;
     std::vector<std::string> shown_;
 };
@@ -253,12 +264,13 @@ int run(const Options& options) {
     SMF_Writer writer;
     writer.open(output.part());
     writer.setCompressed(options.zlib);
-    Scan scan(writer, progress);
+    Scan scan(writer, output, progress);
     {
         Walk::Above above = waysTo(roots);
         Walk walk(rules, options.threads);
         walk.run("/", roots.paths.front() == "/" ? FolderKind::Root : FolderKind::Above, above, scan);
     }
+    scan.finish();
     writer.close();
     int64_t size = output.size();
     output.publish();

@@ -6,7 +6,8 @@
 // entry without the scan: a small hash tells the hit, a list in the order of touching the oldest.
 //
 //   auto place = table.touch(value);   // a hit or a new entry, the youngest from now on
-//   if (place.known) write(place.index); else write(place.index | 0x80), write(value);
+//   write(place.byte());
+//   if (!place.known) write(value);
 //
 // Entries are numbered from First to Last. `Hash` and == must take what is looked up, and Key be assignable
 // from it: a table of std::string is asked with std::string_view.
@@ -14,6 +15,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <string_view>
 
@@ -22,7 +24,17 @@ struct SMF_KeyHash {
         return static_cast<uint32_t>(key * 0x9E3779B97F4A7C15u >> 32);
     }
     uint32_t operator()(std::string_view key) const noexcept {
-        return static_cast<uint32_t>(std::hash<std::string_view>()(key));
+        // Most keys are extensions, whose first and last bytes tell them apart.
+        size_t size = key.size();
+        if (size > 14) return static_cast<uint32_t>(std::hash<std::string_view>()(key));
+        uint32_t first = 0, last = 0;
+        if (size >= 4) {
+            std::memcpy(&first, key.data(), 4);
+            std::memcpy(&last, key.data() + size - 4, 4);
+        } else {
+            for (char c : key) first = first << 8 | static_cast<uint8_t>(c);
+        }
+        return (*this)(first | uint64_t{last} << 32) + static_cast<uint32_t>(size);
     }
 };
 
@@ -35,6 +47,8 @@ class SMF_AgingTable {
     struct Place {
         uint8_t index;
         bool known;
+        // As the schemes write it: the high bit tells that the new key follows.
+        uint8_t byte() const noexcept { return static_cast<uint8_t>(index | (known ? 0 : 0x80)); }
     };
 
     SMF_AgingTable() { clear(); }
@@ -50,6 +64,8 @@ class SMF_AgingTable {
     // The entry of a key, which becomes the youngest.
     template <class Wanted>
     Place touch(const Wanted& key) {
+        if (youngest_ != None && keys_[youngest_] == key)
+            return {static_cast<uint8_t>(youngest_ + First), true};
         uint32_t hash = Hash()(key);
         if (int known = lookUp(key, hash); known >= 0) {
             refresh(static_cast<unsigned>(known) + First);

@@ -14,22 +14,24 @@
 
 namespace {
 
-class Encoder final : public SMF_FieldEncoder {
+class Encoder final : public SMF_EncoderFor<SMF_DateField> {
     void reset() override {
         run_.end(out());
         out().fillPage(SMF_NumberPage);
         table_.clear();
     }
-    void encode(SMF_Field& field) override {
-        uint32_t date = SMF_StoredDate(static_cast<SMF_DateField&>(field).stored());
-        if (run_.hasRoom() && date == date_) return run_.lengthen();
-        run_.end(out());
-        date_ = date;
-        auto place = table_.touch(date);
-        if (place.known) return run_.begin(&place.index, 1);
-        uint8_t bytes[5] = {static_cast<uint8_t>(place.index | 0x80)};
-        std::memcpy(bytes + 1, &date, 4);
-        run_.begin(bytes, 5);
+    void encodeRows(std::span<const SMF_DateValue> values) override {
+        for (const SMF_DateValue& value : values) {
+            uint32_t date = SMF_StoredDate(value);
+            if (run_.hasRoom() && date == date_) {
+                run_.lengthen();
+                continue;
+            }
+            run_.end(out());
+            date_ = date;
+            auto place = table_.touch(date);
+            run_.begin(place.byte() | uint64_t{date} << 8, place.known ? 1 : 5);
+        }
     }
     SMF_OpenRun run_;
     uint32_t date_ = 0;

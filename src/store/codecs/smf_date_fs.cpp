@@ -9,9 +9,9 @@
 
 namespace {
 
-class Encoder final : public SMF_FieldEncoder {
-    void encode(SMF_Field& value) override {
-        out().writeLittle32(SMF_StoredDate(static_cast<SMF_DateField&>(value).stored()));
+class Encoder final : public SMF_EncoderFor<SMF_DateField> {
+    void encodeRows(std::span<const SMF_DateValue> values) override {
+        for (const SMF_DateValue& value : values) out().writeLittle32(SMF_StoredDate(value));
     }
 };
 

@@ -6,9 +6,7 @@
 // stand outside the table's chain of fields.
 #include "ipe/values/ipe_dicttype.h"
 #include "ipe/values/ipe_numbers.h"
-#include "store/fields/smf_datefield.h"
 #include "store/fields/smf_datetimefield.h"
-#include "store/fields/smf_timefield.h"
 #include "store/smf_decoderstream.h"
 #include "store/smf_error.h"
 #include "store/smf_fielddecoder.h"
@@ -17,29 +15,21 @@
 
 namespace {
 
-// The value object of one part and the encoder that stores it.
-template <class Field, int32_t Type>
+template <class Value, int32_t Type>
 struct EncodedPart {
-    explicit EncodedPart(std::string_view key) : encoder(SMF_CreateEncoder(key)) {}
+    explicit EncodedPart(std::string_view key)
+        : encoder(std::static_pointer_cast<SMF_EncoderOf<Value>>(SMF_CreateEncoder(key))) {}
     // The position of the part's header.
     int64_t connect(const SMF_EncoderContext& context, const SMF_FieldMeta& whole) {
         auto meta = std::make_shared<SMF_FieldMeta>(Type, whole.name, whole.index);
         meta->tags = whole.tags;
-        field = std::make_unique<Field>(meta, record);
         encoder->connect(context, *meta);
         return encoder->header().home();
     }
-    template <class Value>
-    void store(const Value& value) {
-        field->set(value);
-        encoder->store(*field);
-    }
-    SMF_RecordData record;
-    std::unique_ptr<Field> field;
-    std::shared_ptr<SMF_FieldEncoder> encoder;
+    std::shared_ptr<SMF_EncoderOf<Value>> encoder;
 };
 
-class Encoder final : public SMF_FieldEncoder {
+class Encoder final : public SMF_EncoderFor<SMF_DateTimeField> {
   public:
     void connect(const SMF_EncoderContext& context, const SMF_FieldMeta& field) override {
         extra_ = IPE_NewDict();
@@ -48,9 +38,13 @@ class Encoder final : public SMF_FieldEncoder {
         positions->setText("Times", IPE_Int(times_.connect(context, field)));
         SMF_FieldEncoder::connect(context, field);
     }
+    // The parts have restart points of their own.
     void store(SMF_Field& value) override {
-        encode(value);
-        countRow();
+        storeRows({&static_cast<SMF_DateTimeField&>(value).stored(), 1});
+    }
+    void storeRows(std::span<const SMF_DateTimeValue> values) override {
+        encodeRows(values);
+        countRows(values.size());
     }
     void close() override {
         dates_.encoder->close();
@@ -59,13 +53,23 @@ class Encoder final : public SMF_FieldEncoder {
     }
 
   private:
-    void encode(SMF_Field& value) override {
-        const SMF_DateTimeValue& moment = static_cast<SMF_DateTimeField&>(value).stored();
-        dates_.store(moment.date);
-        times_.store(moment.time);
+    void encodeRows(std::span<const SMF_DateTimeValue> values) override {
+        constexpr size_t Piece = 256;
+        SMF_DateValue dates[Piece];
+        SMF_TimeValue times[Piece];
+        while (!values.empty()) {
+            size_t count = std::min(values.size(), Piece);
+            for (size_t i = 0; i < count; ++i) {
+                dates[i] = values[i].date;
+                times[i] = values[i].time;
+            }
+            dates_.encoder->storeRows({dates, count});
+            times_.encoder->storeRows({times, count});
+            values = values.subspan(count);
+        }
     }
-    EncodedPart<SMF_DateField, SMF_TypeDate> dates_{"FDAE"};
-    EncodedPart<SMF_TimeField, SMF_TypeTime> times_{"GSAE"};
+    EncodedPart<SMF_DateValue, SMF_TypeDate> dates_{"FDAE"};
+    EncodedPart<SMF_TimeValue, SMF_TypeTime> times_{"GSAE"};
 };
 
 class Decoder final : public SMF_DateTimeDecoder {

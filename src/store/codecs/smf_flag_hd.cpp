@@ -24,31 +24,43 @@ struct FlagHash {
     }
 };
 
-class Encoder final : public SMF_FieldEncoder {
+class Encoder final : public SMF_EncoderFor<SMF_FlagField> {
+    void connect(const SMF_EncoderContext& context, const SMF_FieldMeta& field) override {
+        bytes_ = static_cast<size_t>(SMF_FlagData(field).bytes);
+        SMF_EncoderFor::connect(context, field);
+    }
     void reset() override {
         closeRun();
         runAt_ = 0;
         table_.clear();
     }
 
-    void encode(SMF_Field& value) override {
-        auto& field = static_cast<SMF_FlagField&>(value);
-        auto bytes = static_cast<size_t>(field.data().bytes);
-        SMF_FlagValue flags;
-        std::copy_n(field.stored().bytes, bytes, flags.bytes);
-        if (runAt_ != 0 && count_ < LongestRun && flags == previous_) {
+    void encodeRows(std::span<const SMF_FlagValue> values) override {
+        for (const SMF_FlagValue& value : values) {
+            if (runAt_ != 0 && count_ < LongestRun && value == previous_) {
+                ++count_;
+                continue;
+            }
+            put(value);
+        }
+    }
+    // Bits behind the bytes of the field are not stored and tell nothing apart.
+    void put(const SMF_FlagValue& value) {
+        SMF_FlagValue flags, before;
+        std::copy_n(value.bytes, bytes_, flags.bytes);
+        std::copy_n(previous_.bytes, bytes_, before.bytes);
+        previous_ = value;
+        if (runAt_ != 0 && count_ < LongestRun && flags == before) {
             ++count_;
             return;
         }
         closeRun();
         runAt_ = out().position();
         count_ = 1;
-        previous_ = flags;
         out().writeByte(1);
         auto place = table_.touch(flags);
-        if (place.known) return out().writeByte(place.index);
-        out().writeByte(place.index | 0x80);
-        out().write(flags.bytes, bytes);
+        out().writeByte(place.byte());
+        if (!place.known) out().write(flags.bytes, bytes_);
     }
 
     void closeRun() {
@@ -57,6 +69,7 @@ class Encoder final : public SMF_FieldEncoder {
         out().rewrite(runAt_, &byte, 1);
     }
 
+    size_t bytes_ = 1;
     int64_t runAt_ = 0;  // 0: none that may be extended
     uint32_t count_ = 0;
     SMF_FlagValue previous_;

@@ -7,11 +7,16 @@
 
 namespace {
 
-class Encoder final : public SMF_FieldEncoder {
-    void encode(SMF_Field& value) override {
-        auto& field = static_cast<SMF_FlagField&>(value);
-        out().write(field.stored().bytes, static_cast<size_t>(field.data().bytes));
+class Encoder final : public SMF_EncoderFor<SMF_FlagField> {
+    void connect(const SMF_EncoderContext& context, const SMF_FieldMeta& field) override {
+        bytes_ = static_cast<size_t>(SMF_FlagData(field).bytes);
+        SMF_EncoderFor::connect(context, field);
     }
+    void encodeRows(std::span<const SMF_FlagValue> values) override {
+        for (const SMF_FlagValue& value : values) out().write(value.bytes, bytes_);
+    }
+
+    size_t bytes_ = 1;
 };
 
 class Decoder final : public SMF_FlagDecoder {

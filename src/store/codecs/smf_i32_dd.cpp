@@ -11,14 +11,15 @@
 
 namespace {
 
-class Encoder final : public SMF_FieldEncoder {
+class Encoder final : public SMF_EncoderFor<SMF_I32Field> {
     void reset() override { table_.clear(); }
-    void encode(SMF_Field& field) override {
-        auto value = static_cast<uint32_t>(static_cast<SMF_I32Field&>(field).stored());
-        auto place = table_.touch(value);
-        if (place.known) return out().writeByte(place.index);
-        out().writeByte(place.index | 0x80);
-        out().writeLittle32(value);
+    void encodeRows(std::span<const int32_t> values) override {
+        for (int32_t number : values) {
+            auto value = static_cast<uint32_t>(number);
+            auto place = table_.touch(value);
+            out().writeByte(place.byte());
+            if (!place.known) out().writeLittle32(value);
+        }
     }
     SMF_AgingTable<uint32_t> table_;
 };

@@ -2,6 +2,7 @@
 //
 // Layout: the numbers follow each other without gap and cross pages; a restart point begins a new page. There
 // is no other state.
+#include "store/codecs/smf_numberrun.h"
 #include "store/codecs/smf_varint.h"
 #include "store/fields/smf_i32field.h"
 #include "store/smf_fielddecoder.h"
@@ -9,12 +10,9 @@
 
 namespace {
 
-class Encoder final : public SMF_FieldEncoder {
+class Encoder final : public SMF_EncoderFor<SMF_I32Field> {
     void reset() override { out().fillPage(SMF_NumberPage); }
-    void encode(SMF_Field& value) override {
-        uint8_t bytes[SMF_LongestNumber];
-        out().write(bytes, SMF_PutSigned(static_cast<SMF_I32Field&>(value).stored(), bytes));
-    }
+    void encodeRows(std::span<const int32_t> values) override { SMF_PutSignedRun(values, out()); }
 };
 
 class Decoder final : public SMF_I32Decoder {

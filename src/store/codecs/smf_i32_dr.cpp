@@ -11,26 +11,36 @@
 
 namespace {
 
-class Encoder final : public SMF_FieldEncoder {
+class Encoder final : public SMF_EncoderFor<SMF_I32Field> {
   public:
-    void check(SMF_Field& field) override {
-        if (static_cast<SMF_I32Field&>(field).stored() < 0)
-            SMF_Fail(SMF_Runtime, "The encoder does not support negative numbers", fileName());
-    }
+    void check(SMF_Field& field) override { check(static_cast<SMF_I32Field&>(field).stored()); }
 
   private:
+    void check(int32_t value) const {
+        if (value < 0) SMF_Fail(SMF_Runtime, "The encoder does not support negative numbers", fileName());
+    }
     void reset() override {
         run_.end(out());
         out().fillPage(SMF_NumberPage);
     }
-    void encode(SMF_Field& field) override {
-        check(field);
-        int32_t value = static_cast<SMF_I32Field&>(field).stored();
-        if (run_.hasRoom() && value == value_) return run_.lengthen();
-        run_.end(out());
-        value_ = value;
-        uint8_t bytes[SMF_LongestNumber];
-        run_.begin(bytes, SMF_PutUnsigned(static_cast<uint32_t>(value), bytes));
+    void encodeRows(std::span<const int32_t> values) override {
+        for (;;) {
+            values = values.subspan(run_.take(values, value_));
+            if (values.empty()) return;
+            check(values.front());
+            run_.end(out());
+            value_ = values.front();
+            begin(static_cast<uint32_t>(value_));
+            values = values.subspan(1);
+        }
+    }
+    void begin(uint32_t value) {
+        if (value < 0x80) return run_.begin(value, 1);
+        uint8_t bytes[SMF_LongestNumber] = {};
+        size_t size = SMF_PutUnsigned(value, bytes);
+        uint64_t word;
+        std::memcpy(&word, bytes, sizeof word);
+        run_.begin(word, size);
     }
     SMF_OpenRun run_;
     int32_t value_ = 0;

@@ -8,9 +8,9 @@
 
 namespace {
 
-class Encoder final : public SMF_FieldEncoder {
-    void encode(SMF_Field& value) override {
-        out().writeLittle32(static_cast<uint32_t>(static_cast<SMF_I32Field&>(value).stored()));
+class Encoder final : public SMF_EncoderFor<SMF_I32Field> {
+    void encodeRows(std::span<const int32_t> values) override {
+        for (int32_t value : values) out().writeLittle32(static_cast<uint32_t>(value));
     }
 };
 

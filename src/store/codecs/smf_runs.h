@@ -8,34 +8,11 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 #include "store/smf_encoderstream.h"
 
 inline constexpr uint8_t SMF_LongestRun = 250;
-
-// The run of an encoder that is not written yet.
-class SMF_OpenRun {
-  public:
-    // True when a run is open and takes one more.
-    bool hasRoom() const noexcept { return size_ > 0 && bytes_[0] < SMF_LongestRun; }
-    void lengthen() noexcept { ++bytes_[0]; }
-    // Opens a run of one whose value is `size` bytes, at most Room, the previous one having ended.
-    void begin(const uint8_t* value, size_t size) noexcept {
-        bytes_[0] = 1;
-        std::memcpy(bytes_ + 1, value, size);
-        size_ = size + 1;
-    }
-    // Writes the run, if one is open.
-    void end(SMF_EncoderStream& out) {
-        if (size_ > 0) out.write(bytes_, size_);
-        size_ = 0;
-    }
-    static constexpr size_t Room = 15;
-
-  private:
-    uint8_t bytes_[Room + 1];
-    size_t size_ = 0;
-};
 
 // Values of 4 bytes are carried as words. A word on disk has its low byte first; so has one in memory here.
 static_assert(std::endian::native == std::endian::little);
@@ -44,6 +21,43 @@ inline uint32_t SMF_LoadWord(const uint8_t* at) noexcept {
     std::memcpy(&word, at, 4);
     return word;
 }
+
+// The run of an encoder that is not written yet: one word, the count in its low byte.
+class SMF_OpenRun {
+  public:
+    // True when a run is open and takes one more.
+    bool hasRoom() const noexcept { return size_ > 0 && (word_ & 0xFF) < SMF_LongestRun; }
+    void lengthen() noexcept { ++word_; }
+    // Takes the values from the front that equal `value`, that of the run, as far as there is room. How many.
+    template <class Value>
+    size_t take(std::span<const Value> values, const Value& value) noexcept {
+        size_t most = size_ > 0 ? std::min<size_t>(SMF_LongestRun - (word_ & 0xFF), values.size()) : 0;
+        size_t count = 0;
+        while (count < most && values[count] == value) ++count;
+        word_ += count;
+        return count;
+    }
+    // Opens a run of one whose value is the low `size` bytes of a word, at most 7, the previous one having
+    // ended.
+    void begin(uint64_t value, size_t size) noexcept {
+        word_ = value << 8 | 1;
+        size_ = size + 1;
+    }
+    // Writes the run, if one is open.
+    void end(SMF_EncoderStream& out) {
+        if (uint8_t* room = out.reserve(sizeof word_)) [[likely]] {
+            std::memcpy(room, &word_, sizeof word_);
+            out.advance(size_);
+        } else if (size_ > 0) {
+            out.write(&word_, size_);
+        }
+        size_ = 0;
+    }
+
+  private:
+    uint64_t word_ = 0;
+    size_t size_ = 0;
+};
 
 // What is left of a decoder's run.
 struct SMF_RunRest {

@@ -14,21 +14,24 @@
 
 namespace {
 
-class Encoder final : public SMF_FieldEncoder {
+class Encoder final : public SMF_EncoderFor<SMF_StringField> {
     void reset() override { table_.clear(); }
     void check(SMF_Field& value) override {
+        check(static_cast<SMF_StringField&>(value).stored(), atRestart());
+    }
+    void check(std::string_view text, bool isNew) {
         // A text of half a block's size always fits, wherever the stream stands.
-        std::string_view text = static_cast<SMF_StringField&>(value).stored();
         if (text.size() <= out().blockSize() / 2) return;
-        if ((atRestart() || table_.find(text) < 0) && !out().fits(text.size(), 1))
+        if ((isNew || table_.find(text) < 0) && !out().fits(text.size(), 1))
             SMF_Fail(nullptr, "String length is larger than 2x block", fileName());
     }
-    void encode(SMF_Field& value) override {
-        std::string_view text = static_cast<SMF_StringField&>(value).stored();
-        auto place = table_.touch(text);
-        if (place.known) return out().writeByte(place.index);
-        out().writeByte(place.index | 0x80);
-        out().writeText(text);
+    void encodeRows(std::span<const std::string_view> values) override {
+        for (std::string_view text : values) {
+            check(text, false);
+            auto place = table_.touch(text);
+            out().writeByte(place.byte());
+            if (!place.known) out().writeText(text);
+        }
     }
 
     SMF_AgingTable<std::string> table_;

@@ -35,7 +35,7 @@ struct Name {
     }
 };
 
-class Encoder final : public SMF_FieldEncoder {
+class Encoder final : public SMF_EncoderFor<SMF_StringField> {
   public:
     explicit Encoder(bool oem) : longest_(oem ? LongestOemBase : LongestBase) {}
 
@@ -44,24 +44,32 @@ class Encoder final : public SMF_FieldEncoder {
         out().fillPage(PageSize);
         extensions_.clear();
     }
-    void check(SMF_Field& value) override {
-        std::string_view text = static_cast<SMF_StringField&>(value).stored();
+    void check(SMF_Field& value) override { check(static_cast<SMF_StringField&>(value).stored()); }
+    void check(std::string_view text) const {
         if (text.size() > longest_ && Name(text).base.size() > longest_)
             SMF_Fail(SMF_Runtime, "The text is too long for the encoder", fileName());
     }
-    void encode(SMF_Field& value) override {
-        Name name(static_cast<SMF_StringField&>(value).stored());
-        size_t length = name.base.size();
-        if (length >= 0x80) out().writeByte(static_cast<uint8_t>(length | 0x80));
-        out().writeByte(static_cast<uint8_t>(length >= 0x80 ? length >> 7 : length));
+    void encodeRows(std::span<const std::string_view> values) override {
+        for (std::string_view text : values) {
+            check(text);
+            Name name(text);
+            putBase(name.base);
+            putExtension(name.extension);
+        }
+    }
+    void putBase(std::string_view base) {
+        size_t length = base.size();
+        if (length < 0x80) return out().writeText(base);
+        out().writeByte(static_cast<uint8_t>(length | 0x80));
+        out().writeByte(static_cast<uint8_t>(length >> 7));
         for (size_t done = 0; done < length; done += PieceSize)
-            out().write(name.base.data() + done, std::min(length - done, PieceSize));
-        if (name.extension.empty()) return out().writeByte(0);
-        auto place = extensions_.touch(name.extension);
-        if (place.known) return out().writeByte(place.index);
-        out().writeByte(place.index | 0x80);
-        out().writeByte(static_cast<uint8_t>(name.extension.size()));
-        out().write(name.extension.data(), name.extension.size());
+            out().write(base.data() + done, std::min(length - done, PieceSize));
+    }
+    void putExtension(std::string_view extension) {
+        if (extension.empty()) return out().writeByte(0);
+        auto place = extensions_.touch(extension);
+        out().writeByte(place.byte());
+        if (!place.known) out().writeText(extension);
     }
 
     const size_t longest_;

@@ -10,12 +10,19 @@
 
 namespace {
 
-class Encoder final : public SMF_FieldEncoder {
-    void check(SMF_Field& value) override {
-        if (!out().fits(static_cast<SMF_StringField&>(value).stored().size()))
+class Encoder final : public SMF_EncoderFor<SMF_StringField> {
+    void check(SMF_Field& value) override { check(static_cast<SMF_StringField&>(value).stored()); }
+    void check(std::string_view text) {
+        // A text of half a block's size always fits, wherever the stream stands.
+        if (text.size() > out().blockSize() / 2 && !out().fits(text.size()))
             SMF_Fail(nullptr, "String length is larger than 2x block", fileName());
     }
-    void encode(SMF_Field& value) override { out().writeText(static_cast<SMF_StringField&>(value).stored()); }
+    void encodeRows(std::span<const std::string_view> values) override {
+        for (std::string_view text : values) {
+            check(text);
+            out().writeText(text);
+        }
+    }
 };
 
 class Decoder final : public SMF_StringDecoder {

@@ -14,28 +14,32 @@ namespace {
 
 constexpr unsigned EntrySize = 4, PageEntries = SMF_NumberPage / EntrySize;
 
-class Encoder final : public SMF_FieldEncoder {
+class Encoder final : public SMF_EncoderFor<SMF_TimeField> {
     void reset() override {
         run_.end(out());
         out().fillPage(SMF_NumberPage);
     }
-    void encode(SMF_Field& field) override {
-        SMF_TimeValue time = storedTime(static_cast<SMF_TimeField&>(field).stored());
-        if (run_.hasRoom() && time == time_) return run_.lengthen();
-        run_.end(out());
-        time_ = time;
-        uint8_t bytes[3] = {static_cast<uint8_t>(time.hour), static_cast<uint8_t>(time.minute),
-                            static_cast<uint8_t>(time.second)};
-        run_.begin(bytes, 3);
+    void encodeRows(std::span<const SMF_TimeValue> values) override {
+        for (const SMF_TimeValue& value : values) {
+            uint32_t time = storedTime(value);
+            if (run_.hasRoom() && time == time_) {
+                run_.lengthen();
+                continue;
+            }
+            run_.end(out());
+            time_ = time;
+            run_.begin(time, 3);
+        }
     }
-    // What cannot be a time is stored as zero.
-    static SMF_TimeValue storedTime(const SMF_TimeValue& time) {
-        bool possible = time.hour >= 0 && time.hour <= 23 && time.minute >= 0 && time.minute <= 60 &&
-                        time.second >= 0 && time.second <= 60;
-        return possible ? SMF_TimeValue{time.hour, time.minute, time.second} : SMF_TimeValue();
+    // Hour, minute and second as a word, low byte first. What cannot be a time is stored as zero.
+    static uint32_t storedTime(const SMF_TimeValue& time) {
+        auto hour = static_cast<uint8_t>(time.hour), minute = static_cast<uint8_t>(time.minute),
+             second = static_cast<uint8_t>(time.second);
+        bool possible = (hour <= 23) & (minute <= 60) & (second <= 60);
+        return possible ? hour | uint32_t{minute} << 8 | uint32_t{second} << 16 : 0;
     }
     SMF_OpenRun run_;
-    SMF_TimeValue time_;
+    uint32_t time_ = 0;
 };
 
 class Decoder final : public SMF_TimeDecoder {
