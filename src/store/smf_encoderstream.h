@@ -44,6 +44,7 @@ class SMF_EncoderStream {
     SMF_EncoderStream& operator=(const SMF_EncoderStream&) = delete;
 
     void write(const void* bytes, size_t size) {
+        if (size == 0) return;  // the pointer may be null
         int64_t at = position_ - base_;
         if (at >= 0 && at + static_cast<int64_t>(size) <= room_) [[likely]] {
             std::memcpy(current_.data() + at, bytes, size);
