@@ -259,7 +259,7 @@ TEST_F(Sqlite, DamageAndFullDisksAreNamed) {
         IPE_Object database = open(path), cursor = this->cursor(database);
         of(cursor).execute("create table t (x text); begin");
         of(cursor).execute(
-            "insert into t select hex(randomblob(500)) from (with recursive n(i) as (select 1 union "
+            "insert into t select printf('%01000d', i * 7919) from (with recursive n(i) as (select 1 union "
             "all select i + 1 from n where i < 500) select i from n); commit");
     }
     std::string whole = slurp(path);
@@ -277,7 +277,10 @@ TEST_F(Sqlite, DamageAndFullDisksAreNamed) {
         std::string flipped = whole;
         for (int k = 0; k < 20; ++k) flipped[100 + rand_r(&seed) % 12'000] ^= char(1 << rand_r(&seed) % 8);
         std::string answer = read(flipped);
-        EXPECT_TRUE(answer == "nothing" || answer.starts_with("RuntimeError: Error ")) << answer;
+        // A flipped bit can also make a text a BLOB.
+        EXPECT_TRUE(answer == "nothing" || answer.starts_with("RuntimeError: Error ") ||
+                    answer == "RuntimeError: BLOB values are not supported!")
+            << answer;
     }
     // A disk that takes no more than 64 KB: nothing of the transaction stays, and the handle works on.
     int result = asNobody([&] {
